@@ -1,0 +1,512 @@
+#include "support/scripted_platform.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/board.h"
+#include "platform/ipcmsg.h"
+#include "platform/services.h"
+#include "platform/shared_mem.h"
+
+namespace mixtest
+{
+
+std::string printed;
+std::vector<std::string> printed_formats;
+
+scripted_platform &scripted_platform::get()
+{
+    static scripted_platform only;
+    return only;
+}
+
+void scripted_platform::reset()
+{
+    for (auto &[buffer, size] : out_)
+        std::free(buffer);
+    *this = scripted_platform();
+    printed.clear();
+    printed_formats.clear();
+}
+
+void scripted_platform::fail_allocation(uint32_t n, bool and_all_later)
+{
+    failing_ = n;
+    all_later_ = and_all_later;
+}
+
+bool scripted_platform::allocation_fails()
+{
+    return failing_ != 0 && (allocations == failing_ || (all_later_ && allocations > failing_));
+}
+
+size_t scripted_platform::outstanding() const
+{
+    return out_.size();
+}
+
+void *scripted_platform::allocate(uint32_t size)
+{
+    allocations++;
+    allocation_sizes.push_back(size);
+    if (allocation_fails())
+        return nullptr;
+    void *buffer = std::malloc(size != 0 ? size : 1);
+    std::memset(buffer, pattern, size);
+    out_[buffer] = size;
+    return buffer;
+}
+
+void scripted_platform::free(void *buffer)
+{
+    if (buffer == nullptr)
+        return;
+    if (out_.erase(buffer) == 0) {
+        bad_frees++;
+        return;
+    }
+    std::free(buffer);
+}
+
+void scripted_platform::free_as_caller(void *buffer)
+{
+    EXPECT_TRUE(out_.contains(buffer)) << "not a buffer of the message service";
+    free(buffer);
+}
+
+int32_t scripted_platform::exchange(sender by, uint32_t destination, uint32_t zero, uint32_t type,
+                                    const void *request, uint32_t request_length, int32_t *status,
+                                    void *reply, uint32_t *reply_length, uint32_t timeout_ms)
+{
+    const auto *from = static_cast<const uint8_t *>(request);
+    messages.push_back({by, destination, zero, type, bytes(from, from + request_length), *reply_length,
+                        request == reply, timeout_ms});
+    answer with = fallback;
+    if (handler) {
+        with = handler(messages.back());
+    } else if (!answers.empty()) {
+        with = answers.front();
+        answers.pop_front();
+    }
+    if (with.sent < 0)
+        return with.sent;
+    *status = with.status;
+    const size_t written = std::min<size_t>(with.reply.size(), *reply_length);
+    if (written != 0)
+        std::memcpy(reply, with.reply.data(), written);
+    *reply_length = with.length.value_or(static_cast<uint32_t>(with.reply.size()));
+    return with.sent;
+}
+
+int32_t scripted_platform::one_way(sender by, uint32_t destination, uint32_t zero, uint32_t type,
+                                   const void *request, uint32_t request_length, uint32_t timeout_ms)
+{
+    const auto *from = static_cast<const uint8_t *>(request);
+    messages.push_back(
+        {by, destination, zero, type, bytes(from, from + request_length), 0, false, timeout_ms});
+    if (handler)
+        return handler(messages.back()).sent;
+    answer with = fallback;
+    if (!answers.empty()) {
+        with = answers.front();
+        answers.pop_front();
+    }
+    return with.sent;
+}
+
+int scripted_platform::commit(const char *object, mgi_message *message)
+{
+    const auto *cookie = static_cast<const uint8_t *>(message->cookie);
+    gateway_call call{object,
+                      message->rqt_type,
+                      message->language,
+                      message->request_flag,
+                      message->vsysid,
+                      cookie != nullptr ? bytes(cookie, cookie + message->cookie_length) : bytes(),
+                      {},
+                      language_set,
+                      vsysid_set};
+    std::copy(std::begin(message->attr), std::end(message->attr), call.attr);
+    gateway_calls.push_back(call);
+    if (on_commit)
+        on_commit(*message, object);
+    if (commit_results.empty())
+        return 0;
+    const int result = commit_results.front();
+    commit_results.pop_front();
+    return result;
+}
+
+uint32_t scripted_platform::board_value(const char *name)
+{
+    board_calls.emplace_back(name);
+    const auto found = board.find(name);
+    return found != board.end() ? found->second : 0;
+}
+
+uint32_t scripted_platform::board_value(const char *name, uint32_t argument)
+{
+    board_calls.push_back(std::string(name) + "(" + std::to_string(argument) + ")");
+    if (const auto exact = board_of.find({name, argument}); exact != board_of.end())
+        return exact->second;
+    const auto found = board.find(name);
+    return found != board.end() ? found->second : 0;
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* a stand-in for printf formats what it is given */
+static std::string formatted(const char *format, va_list arguments)
+{
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    std::string text(static_cast<size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
+}
+#pragma GCC diagnostic pop
+
+int collect_print(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = formatted(format, arguments);
+    va_end(arguments);
+    printed += text;
+    printed_formats.emplace_back(format);
+    return static_cast<int>(text.size());
+}
+
+static bytes little_endian(uint64_t value, size_t size)
+{
+    bytes out;
+    for (size_t i = 0; i < size; i++)
+        out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return out;
+}
+
+bytes le16(uint32_t value)
+{
+    return little_endian(value, 2);
+}
+
+bytes le32(uint32_t value)
+{
+    return little_endian(value, 4);
+}
+
+bytes le64(uint64_t value)
+{
+    return little_endian(value, 8);
+}
+
+bytes join(std::initializer_list<bytes> parts)
+{
+    bytes out;
+    for (const bytes &part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+
+bytes repeat(uint8_t value, size_t count)
+{
+    return bytes(count, value);
+}
+
+bytes text_field(const std::string &text, size_t size)
+{
+    bytes out(text.begin(), text.end());
+    out.resize(size);
+    return out;
+}
+
+int collect_row(const void *row, void *context, int first)
+{
+    auto *into = static_cast<collected_rows *>(context);
+    const auto *from = static_cast<const uint8_t *>(row);
+    into->rows.emplace_back(from, from + into->row_size);
+    into->first_flags.push_back(first);
+    return into->rows.size() > into->answer_from ? into->answer : 0;
+}
+
+void platform_test::SetUp()
+{
+    platform().reset();
+}
+
+void platform_test::TearDown()
+{
+    EXPECT_EQ(platform().outstanding(), 0u) << "buffers left allocated";
+    EXPECT_EQ(platform().bad_frees, 0u) << "buffers freed twice, or never allocated";
+    for (const sent_message &message : platform().messages)
+        EXPECT_EQ(message.zero, 0u);
+    platform().reset();
+}
+
+} // namespace mixtest
+
+using mixtest::platform;
+using mixtest::sender;
+
+extern "C" {
+
+void *ipcmsg_alloc(uint32_t size)
+{
+    return platform().allocate(size);
+}
+
+void ipcmsg_free(void *buffer)
+{
+    platform().free(buffer);
+}
+
+int32_t ipcmsg_send_and_recv(uint32_t destination, uint32_t zero, uint32_t type, const void *request,
+                             uint32_t request_length, int32_t *status, void *reply, uint32_t *reply_length,
+                             uint32_t timeout_ms)
+{
+    return platform().exchange(sender::send_and_recv, destination, zero, type, request, request_length,
+                               status, reply, reply_length, timeout_ms);
+}
+
+int32_t ipcmsg_send_and_recv_timeout(uint32_t destination, uint32_t zero, uint32_t type, const void *request,
+                                     uint32_t request_length, int32_t *status, void *reply,
+                                     uint32_t *reply_length, uint32_t timeout_ms)
+{
+    return platform().exchange(sender::send_and_recv_timeout, destination, zero, type, request,
+                               request_length, status, reply, reply_length, timeout_ms);
+}
+
+int32_t ipcmsg_send(uint32_t destination, uint32_t zero, uint32_t type, const void *request,
+                    uint32_t request_length)
+{
+    return platform().one_way(sender::send, destination, zero, type, request, request_length, 0);
+}
+
+int32_t ipcmsg_send_timeout(uint32_t destination, uint32_t zero, uint32_t type, const void *request,
+                            uint32_t request_length, uint32_t timeout_ms)
+{
+    return platform().one_way(sender::send_timeout, destination, zero, type, request, request_length,
+                              timeout_ms);
+}
+
+uint32_t mktipcid(uint32_t node, uint16_t instance, uint32_t daemon)
+{
+    if (node > 255)
+        return 0xffffffffu;
+    return node << 24 | uint32_t{instance} << 8 | (daemon & 0xff);
+}
+
+uint32_t mktipcid_by_slot(uint32_t slot, uint32_t daemon)
+{
+    return mktipcid(slot + 1, 0, daemon);
+}
+
+void mgi_init_rqt_message(mgi_message *message)
+{
+    std::memset(message, 0, sizeof(*message));
+    platform().messages_initialised++;
+    platform().language_set = platform().vsysid_set = false;
+}
+
+void mgi_set_rqt_type(mgi_message *message, uint32_t type)
+{
+    message->rqt_type = type;
+}
+
+void mgi_set_rqt_language(mgi_message *message, uint8_t language)
+{
+    message->language = language;
+    platform().language_set = true;
+}
+
+void mgi_set_rqt_vsysid(mgi_message *message, uint16_t vsysid)
+{
+    message->vsysid = vsysid;
+    platform().vsysid_set = true;
+}
+
+void mgi_set_rqt_cookie(mgi_message *message, const void *cookie, uint32_t length)
+{
+    message->cookie = cookie;
+    message->cookie_length = length;
+}
+
+int get_mgi_resp_type(const mgi_message *)
+{
+    auto &types = platform().response_types;
+    if (types.empty())
+        return 0;
+    const int type = types.front();
+    types.pop_front();
+    return type;
+}
+
+uint16_t get_mgi_vsysid(void)
+{
+    return platform().current_vsysid;
+}
+
+const char *mgi_get_rsp_err_string(int result)
+{
+    platform().refusal_results.push_back(result);
+    return platform().refusal_text;
+}
+
+int prepare_mgi_exchange(const void *header, int one, int two, uint32_t record_size, int zero1, int zero2,
+                         uint32_t mask, int zero3, const void *record)
+{
+    const auto *head = static_cast<const uint8_t *>(header);
+    const auto *body = static_cast<const uint8_t *>(record);
+    platform().record_calls.push_back({{head, head + 40},
+                                       one,
+                                       two,
+                                       record_size,
+                                       zero1,
+                                       zero2,
+                                       mask,
+                                       zero3,
+                                       {body, body + record_size},
+                                       nullptr,
+                                       0});
+    return 0;
+}
+
+int make_mgi_exchange(mgi_response_hook hook, uint32_t record_size)
+{
+    EXPECT_FALSE(platform().record_calls.empty()) << "an exchange that was not prepared";
+    platform().record_calls.back().hook = hook;
+    platform().record_calls.back().made_size = record_size;
+    return 0;
+}
+
+const char *get_errString(int unused)
+{
+    platform().exchange_text_arguments.push_back(unused);
+    return platform().exchange_text;
+}
+
+#define MIX_COMMIT(name)                                                                                     \
+    int name(mgi_message *message, void *second, void *third)                                                \
+    {                                                                                                        \
+        EXPECT_EQ(second, nullptr);                                                                          \
+        EXPECT_EQ(third, nullptr);                                                                           \
+        return platform().commit(#name, message);                                                            \
+    }
+MIX_COMMIT(final_set_arp_arpe)
+MIX_COMMIT(final_set_neighbor_neighbor)
+MIX_COMMIT(final_set_gas_gase)
+MIX_COMMIT(final_set_mac_mace)
+MIX_COMMIT(final_set_mac_mace_ml)
+MIX_COMMIT(final_set_md_macd)
+MIX_COMMIT(final_set_if_if_dhcpsn)
+
+int final_get_if_if_dhcpsn(mgi_message *message, mgi_batch_callback callback, void *context)
+{
+    const int result = platform().commit("final_get_if_if_dhcpsn", message);
+    return platform().on_read ? platform().on_read(callback, context) : result;
+}
+
+void *init_shared_mem(const char *name, size_t size)
+{
+    platform().shared_memories.emplace_back(name, size);
+    return platform().shared_memory ? platform().shared_memory(name, size) : nullptr;
+}
+
+#define MIX_BOARD_NUMBER(name)                                                                               \
+    uint32_t name(void)                                                                                      \
+    {                                                                                                        \
+        return platform().board_value(#name);                                                                \
+    }
+#define MIX_BOARD_NUMBER_OF(name)                                                                            \
+    uint32_t name(uint32_t argument)                                                                         \
+    {                                                                                                        \
+        return platform().board_value(#name, argument);                                                      \
+    }
+#define MIX_BOARD_TEST_OF(name)                                                                              \
+    int name(uint32_t argument)                                                                              \
+    {                                                                                                        \
+        return static_cast<int>(platform().board_value(#name, argument));                                    \
+    }
+#define MIX_BOARD_TEST(name)                                                                                 \
+    int name(void)                                                                                           \
+    {                                                                                                        \
+        return static_cast<int>(platform().board_value(#name));                                              \
+    }
+#include "platform/board_functions.def"
+
+int console_print(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = mixtest::formatted(format, arguments);
+    va_end(arguments);
+    platform().console += text;
+    return static_cast<int>(text.size());
+}
+
+void tq_clog(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    platform().log.push_back(mixtest::formatted(format, arguments));
+    va_end(arguments);
+}
+
+void tq_debug_print(int level, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    platform().debug.emplace_back(level, mixtest::formatted(format, arguments));
+    va_end(arguments);
+}
+
+const char *tq_get_image_path(void)
+{
+    return platform().image_path;
+}
+
+static int disk_figures(uint64_t *first, uint64_t *second, uint64_t *third)
+{
+    *first = platform().disk_figures[0];
+    *second = platform().disk_figures[1];
+    *third = platform().disk_figures[2];
+    return platform().disk_result;
+}
+
+int tq_get_diskinfo_bypath(const char *path, uint64_t *first, uint64_t *second, uint64_t *third)
+{
+    platform().disk_calls.push_back({path, {}});
+    return disk_figures(first, second, third);
+}
+
+int tq_get_disk_info_by_devname(const char *device, uint32_t type, uint64_t *first, uint64_t *second,
+                                uint64_t *third)
+{
+    platform().disk_calls.push_back({device, type});
+    return disk_figures(first, second, third);
+}
+
+int tq_localtime(const time_t *, struct tm *out)
+{
+    if (!platform().local_time)
+        return -1;
+    *out = *platform().local_time;
+    return 0;
+}
+
+int save_configuration(int a, const char *b, const char *c, const char *d, const char *e, const char *f,
+                       int g, int h, int i, int j)
+{
+    platform().saved_configurations.push_back({std::to_string(a), b, c, d, e, f, std::to_string(g),
+                                               std::to_string(h), std::to_string(i), std::to_string(j)});
+    auto &results = platform().save_results;
+    if (results.empty())
+        return 0;
+    const int result = results.front();
+    results.pop_front();
+    return result;
+}
+}
