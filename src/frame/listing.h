@@ -21,20 +21,20 @@ enum class page_rule : uint8_t {
 };
 
 struct listing {
-    exchange ask; /* its length rule is not used: a page has its own */
+    exchange ask = {}; /* its length rule is not used: a page has its own */
 
     /* Fields of the request that change from page to page. */
-    field request_cursor;
-    field request_budget;
-    field request_first; /* filled for the first request, 0 in every later one */
+    field request_cursor = {};
+    field request_budget = {};
+    field request_first = {}; /* filled for the first request, 0 in every later one */
 
     /* The page. */
     uint16_t header = 0; /* bytes before the first row */
     uint16_t row_size = 0;
-    field cursor;
-    field count;
-    field more;  /* where a page says by a flag of its own, not by its cursor, that another follows */
-    field total; /* where a page tells the number of all matching rows */
+    field cursor = {};
+    field count = {};
+    field more = {};  /* where a page says by a flag of its own, not by its cursor, that another follows */
+    field total = {}; /* where a page tells the number of all matching rows */
 
     budget_rule budget = budget_rule::none;
     row_answer answer = row_answer::ignored;
@@ -45,7 +45,7 @@ struct listing {
 
 /* What the caller of one listing decides. */
 struct listing_call {
-    target where;
+    target where = {};
     print_callback print = nullptr;
     row_callback row = nullptr; /* NULL: rows are only counted */
     void *context = nullptr;
