@@ -14,6 +14,7 @@
 #include <cstring>
 #include <utility>
 
+#include "frame/record.h"
 #include "frame/reply.h"
 #include "frame/texts.h"
 
@@ -64,7 +65,13 @@ struct [[nodiscard]] outcome {
     uint32_t length = 0; /* received length; the capacity until something was received */
 
     [[nodiscard]] bool ok() const { return at == stage::done; }
+    [[nodiscard]] bool had_buffers() const { return at != stage::no_request && at != stage::no_reply; }
     [[nodiscard]] int32_t status_or(int32_t failure) const { return ok() ? status : failure; }
+    /* Where a missing buffer gives another result than a failed exchange. */
+    [[nodiscard]] int32_t status_or(int32_t failure, int32_t no_buffer) const
+    {
+        return had_buffers() ? status_or(failure) : no_buffer;
+    }
 };
 
 enum class send_call : uint8_t { send_and_recv, send_and_recv_timeout };

@@ -86,7 +86,8 @@ listing_result page_through(const listing &what, const listing_call &call, buffe
 {
     using ending = listing_result::ending;
     uint8_t *into = what.ask.reply_in_request ? owned.request : owned.reply;
-    row_budget budget(what.budget, call.maximum);
+    const bool forced = call.filtered && what.filtered_maximum != 0;
+    row_budget budget(what.budget, forced ? what.filtered_maximum : call.maximum);
     listing_result result{.cursor = call.start_cursor};
     for (;;) {
         put(owned.request, what.request_budget, budget.left());

@@ -40,6 +40,7 @@ struct listing {
     row_answer answer = row_answer::ignored;
     first_row first = first_row::of_listing;
     page_rule page = page_rule::exact;
+    uint32_t filtered_maximum = 0; /* not 0: the maximum of a call whose filter is given */
     uint16_t full_page = 0; /* when not 0, only a page of exactly this many rows is followed by another */
 };
 
@@ -50,6 +51,7 @@ struct listing_call {
     row_callback row = nullptr; /* NULL: rows are only counted */
     void *context = nullptr;
     uint32_t maximum = 0;
+    bool filtered = false; /* the filter that filtered_maximum is for is given */
     uint32_t start_cursor = 0;
     bool single_page = false;
 };

@@ -36,6 +36,12 @@ struct attribute {
     const void *value;
 };
 
+/* For text: the variable that holds its address. Absent when the text is NULL. */
+inline attribute text_attribute(uint8_t number, const char *const *text)
+{
+    return {number, *text != nullptr ? text : nullptr};
+}
+
 /* What is done with the text of a refusal. */
 enum class refusal_text : uint8_t {
     unused,

@@ -276,6 +276,16 @@ TEST_F(exchange_frame, tells_missing_buffers_as_described)
     EXPECT_TRUE(platform().messages.empty());
 }
 
+TEST_F(exchange_frame, a_missing_buffer_can_give_another_result_than_a_failed_exchange)
+{
+    platform().fallback = {-4, 0, {}, {}};
+    EXPECT_EQ(run_it(plain).status_or(-1, 7), -1);
+    platform().fail_allocation(3);
+    EXPECT_EQ(run_it(plain).status_or(-1, 7), 7) << "no request buffer";
+    platform().fail_allocation(5);
+    EXPECT_EQ(run_it(plain).status_or(-1, 7), 7) << "no reply buffer";
+}
+
 TEST_F(exchange_frame, tells_the_send_result_where_a_text_shows_it)
 {
     exchange what = plain;

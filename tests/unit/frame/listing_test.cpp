@@ -118,6 +118,25 @@ TEST_F(paged_listing, a_maximum_of_0_asks_for_everything)
     EXPECT_EQ(sent_u32(1, 4), 0x7ffffffdu);
 }
 
+TEST_F(paged_listing, a_filter_can_force_the_maximum)
+{
+    listing what = plain;
+    what.filtered_maximum = 1;
+    answer_with({page(5, {1}), page(5, {1, 2, 3})});
+    EXPECT_EQ(list_it(what, {.maximum = 9, .filtered = true}).rows, 1u);
+    EXPECT_EQ(sent_u32(0, 4), 1u);
+    EXPECT_EQ(platform().messages.size(), 1u);
+    EXPECT_EQ(list_it(what, {.maximum = 2}).rows, 3u) << "not without the filter";
+    EXPECT_EQ(sent_u32(1, 4), 2u);
+}
+
+TEST_F(paged_listing, a_filter_changes_nothing_where_no_maximum_is_forced)
+{
+    answer_with({page(5, {1, 2, 3})});
+    EXPECT_EQ(list_it(plain, {.maximum = 2, .filtered = true}).rows, 3u);
+    EXPECT_EQ(sent_u32(0, 4), 2u);
+}
+
 TEST_F(paged_listing, stops_when_the_budget_falls_below_one)
 {
     answer_with({page(1, {1, 2, 3, 4}), page(2, {5, 6, 7, 8})});

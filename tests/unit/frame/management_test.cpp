@@ -56,6 +56,20 @@ TEST_F(attribute_exchange, sets_what_the_change_names)
     EXPECT_EQ(platform().messages_initialised, 1u);
 }
 
+TEST_F(attribute_exchange, a_text_is_given_by_the_variable_that_holds_it_and_absent_when_null)
+{
+    const char *name = "eth0";
+    const char *nothing = nullptr;
+    EXPECT_EQ(commit({.object = final_set_gas_gase,
+                      .type = mgi_add,
+                      .attributes = {{2, &name}, text_attribute(1, &name), text_attribute(2, &nothing)}},
+                     both),
+              0);
+    ASSERT_EQ(platform().gateway_calls.size(), 1u);
+    EXPECT_EQ(platform().gateway_calls[0].attr[1], &name);
+    EXPECT_EQ(platform().gateway_calls[0].attr[2], nullptr);
+}
+
 TEST_F(attribute_exchange, leaves_out_what_the_change_does_not_name)
 {
     EXPECT_EQ(commit({.object = final_set_md_macd, .type = mgi_unset_all}, {}), 0);
