@@ -65,6 +65,15 @@ void report(const texts &say, const outcome &result, print_callback print, uint3
     case shows::length:
         print(told.format, static_cast<int>(result.length));
         break;
+    case shows::function_sent_status:
+        print(told.format, say.function, result.sent, result.status);
+        break;
+    case shows::sent_status_length:
+        print(told.format, result.sent, result.status, static_cast<int>(result.length));
+        break;
+    case shows::function_sent_status_length:
+        print(told.format, say.function, result.sent, result.status, static_cast<int>(result.length));
+        break;
     case shows::length_and_expected:
         print(told.format, static_cast<int>(result.length), static_cast<int>(expected));
         break;
@@ -133,6 +142,8 @@ static bool is_length_wrong(const exchange &what, uint32_t length, uint32_t capa
         return length != what.length_value;
     case length_rule::at_least:
         return length < what.length_value || length > capacity;
+    case length_rule::reaches:
+        return length < what.length_value;
     case length_rule::any:
         break;
     }

@@ -76,7 +76,12 @@ struct [[nodiscard]] outcome {
 
 enum class send_call : uint8_t { send_and_recv, send_and_recv_timeout };
 enum class refused_when : uint8_t { status_negative, status_not_zero, never };
-enum class length_rule : uint8_t { any, exactly, at_least };
+enum class length_rule : uint8_t {
+    any,
+    exactly,
+    at_least, /* and no more than the capacity */
+    reaches   /* at least, however much the daemon sent; the surplus was dropped */
+};
 
 /* One request and its reply. */
 struct exchange {
@@ -91,7 +96,7 @@ struct exchange {
     bool zero_reply = false;       /* the reply buffer is cleared before the exchange */
     refused_when refusal = refused_when::status_negative;
     length_rule length = length_rule::any;
-    uint32_t length_value = 0; /* for exactly and at_least; at_least also rejects more than the capacity */
+    uint32_t length_value = 0; /* for every rule but any */
     texts say = {};
 };
 
@@ -130,10 +135,12 @@ inline constexpr auto nothing_to_deliver = [](reply_view &) {};
 
 /*
  * Allocate, fill, send, check, deliver, free. fill(Record &) gets a cleared record of request_size bytes at
- * least; deliver(reply_view &) is called on success only.
+ * least; deliver(reply_view &) is called on success only, refused(reply_view &) when the daemon refused, for
+ * families whose refusals carry a text.
  */
-template <class Record, class Fill, class Deliver>
-outcome run(const exchange &what, const target &where, print_callback print, Fill &&fill, Deliver &&deliver)
+template <class Record, class Fill, class Deliver, class Refused = decltype(nothing_to_deliver)>
+outcome run(const exchange &what, const target &where, print_callback print, Fill &&fill, Deliver &&deliver,
+            Refused &&refused = Refused(nothing_to_deliver))
 {
     static_assert(alignof(Record) == 1, "records are packed");
     buffers owned;
@@ -144,12 +151,13 @@ outcome run(const exchange &what, const target &where, print_callback print, Fil
     uint8_t *into = what.reply_in_request ? owned.request : owned.reply;
     result =
         transact(what, owned.destination, owned.request, what.request_size, into, what.reply_capacity, print);
-    if (result.ok()) {
-        reply_view reply(into, std::min(result.length, what.reply_capacity));
+    reply_view reply(into, std::min(result.length, what.reply_capacity));
+    if (result.ok())
         deliver(reply);
-        if (reply.kept())
-            (what.reply_in_request ? owned.request : owned.reply) = nullptr;
-    }
+    else if (result.at == stage::refused)
+        refused(reply);
+    if (reply.kept())
+        (what.reply_in_request ? owned.request : owned.reply) = nullptr;
     release(owned);
     return result;
 }

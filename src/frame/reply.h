@@ -51,6 +51,24 @@ class reply_view
             std::memset(static_cast<uint8_t *>(out) + taken, 0, size - taken);
     }
 
+    /*
+     * Copies the text at an offset: what stands before its terminator, the end of its field or the end of the
+     * reply, cut to room - 1 characters. Nothing is written when there is no room at all.
+     */
+    void text(char *out, uint32_t room, uint32_t offset, uint32_t size = UINT32_MAX) const
+    {
+        if (room == 0)
+            return;
+        uint32_t limit = offset >= received_ ? 0 : received_ - offset;
+        limit = size < limit ? size : limit;
+        limit = room - 1 < limit ? room - 1 : limit;
+        const auto *from = reinterpret_cast<const char *>(bytes_) + offset;
+        const uint32_t length = limit == 0 ? 0 : static_cast<uint32_t>(strnlen(from, limit));
+        if (length != 0)
+            std::memcpy(out, from, length);
+        out[length] = '\0';
+    }
+
     /* Hands the buffer to the library's caller, who releases it with ipcmsg_free. */
     [[nodiscard]] void *keep()
     {

@@ -8,7 +8,17 @@ namespace mix::frame
 {
 
 /* What a text's conversions show, in their order. */
-enum class shows : uint8_t { nothing, function, send_result, status, length, length_and_expected };
+enum class shows : uint8_t {
+    nothing,
+    function,
+    send_result,
+    status,
+    length,
+    length_and_expected,
+    function_sent_status,
+    sent_status_length,
+    function_sent_status_length
+};
 
 /* A text without a format is not printed. */
 struct text {

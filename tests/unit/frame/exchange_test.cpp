@@ -186,6 +186,7 @@ constexpr auto never = refused_when::never;
 constexpr auto any = length_rule::any;
 constexpr auto exactly = length_rule::exactly;
 constexpr auto at_least = length_rule::at_least;
+constexpr auto reaches = length_rule::reaches;
 
 INSTANTIATE_TEST_SUITE_P(
     rules, exchange_checks,
@@ -255,7 +256,22 @@ INSTANTIATE_TEST_SUITE_P(
                    10,
                    {0, 0, repeat(1, 13), {}},
                    stage::bad_length,
-                   "Received buf len is wrong, len is 13\n"}),
+                   "Received buf len is wrong, len is 13\n"},
+        check_case{"reaching_one_less",
+                   negative,
+                   reaches,
+                   10,
+                   {0, 0, repeat(1, 9), {}},
+                   stage::bad_length,
+                   "Received buf len is wrong, len is 9\n"},
+        check_case{"reaching_exactly", negative, reaches, 10, {0, 0, repeat(1, 10), {}}, stage::done, ""},
+        check_case{"reaching_beyond_the_capacity",
+                   negative,
+                   reaches,
+                   10,
+                   {0, 0, repeat(1, 13), {}},
+                   stage::done,
+                   ""}),
     [](const auto &one) { return one.param.name; });
 
 TEST_F(exchange_frame, tells_missing_buffers_as_described)
@@ -293,6 +309,44 @@ TEST_F(exchange_frame, tells_the_send_result_where_a_text_shows_it)
     platform().fallback = {-4, 0, {}, {}};
     EXPECT_EQ(run_it(what).at, stage::not_sent);
     EXPECT_EQ(printed, "ipcmsg send failed -4\n");
+}
+
+TEST_F(exchange_frame, tells_several_numbers_where_a_text_shows_them)
+{
+    exchange what = plain;
+    what.say.function = "some_function";
+    what.length = exactly;
+    what.length_value = 4;
+    what.say.not_sent = {"%s: sent %d status %d\n", shows::function_sent_status};
+    what.say.refused = {"sent %d status %d length %d\n", shows::sent_status_length};
+    what.say.bad_length = {"%s: sent %d status %d length %d\n", shows::function_sent_status_length};
+    platform().answers = {{-4, 0, {}, {}}, {1, -7, {1, 2}, {}}, {2, 5, {1, 2, 3}, {}}};
+    EXPECT_EQ(run_it(what).at, stage::not_sent);
+    EXPECT_EQ(run_it(what).at, stage::refused);
+    EXPECT_EQ(run_it(what).at, stage::bad_length);
+    EXPECT_EQ(printed, "some_function: sent -4 status 0\n"
+                       "sent 1 status -7 length 2\n"
+                       "some_function: sent 2 status 5 length 3\n");
+}
+
+TEST_F(exchange_frame, shows_the_reply_of_a_refusal_to_who_wants_it)
+{
+    bytes seen;
+    const auto look = [&](reply_view &reply) {
+        seen.assign(reply.bytes(), reply.bytes() + reply.received());
+    };
+    const auto ask = [&] {
+        return run<record>(
+            plain, local(), nullptr, fill_record, [](reply_view &) { FAIL() << "delivered"; }, look);
+    };
+    platform().answers = {{0, -1, {1, 2, 3}, {}}, {0, -1, repeat(7, 20), {}}, {-1, 0, {}, {}}};
+    EXPECT_EQ(ask().at, stage::refused);
+    EXPECT_EQ(seen, (bytes{1, 2, 3}));
+    EXPECT_EQ(ask().at, stage::refused);
+    EXPECT_EQ(seen, repeat(7, 12)) << "never more than the capacity";
+    seen.clear();
+    EXPECT_EQ(ask().at, stage::not_sent);
+    EXPECT_TRUE(seen.empty());
 }
 
 TEST_F(exchange_frame, is_silent_without_texts)
@@ -338,6 +392,36 @@ TEST(reply, fields_that_were_not_reached_are_zero)
     EXPECT_EQ((bytes{out, out + 2}), (bytes{0, 0}));
     reply.copy(out, 1, 3);
     EXPECT_EQ((bytes{out, out + 4}), (bytes{2, 3, 4, 0}));
+}
+
+struct reply_text : testing::Test {
+    uint8_t buffer[8] = {'a', 'b', 'c', 'd', 0, 'e', 'f', 'g'};
+    char out[8] = "#######";
+
+    std::string text(uint32_t received, uint32_t room, uint32_t offset, uint32_t size = UINT32_MAX)
+    {
+        std::memset(out, '#', sizeof out);
+        reply_view(buffer, received).text(out, room, offset, size);
+        return {out, sizeof out};
+    }
+};
+
+TEST_F(reply_text, ends_at_its_terminator_its_field_or_the_reply)
+{
+    EXPECT_EQ(text(8, 8, 0), std::string("abcd\0###", 8));
+    EXPECT_EQ(text(8, 8, 0, 3), std::string("abc\0####", 8));
+    EXPECT_EQ(text(2, 8, 0), std::string("ab\0#####", 8));
+    EXPECT_EQ(text(8, 8, 5), std::string("efg\0####", 8));
+    EXPECT_EQ(text(8, 8, 8), std::string("\0#######", 8));
+    EXPECT_EQ(text(8, 8, 0xffffffff), std::string("\0#######", 8));
+}
+
+TEST_F(reply_text, is_cut_to_the_room_and_terminated)
+{
+    EXPECT_EQ(text(8, 5, 0), std::string("abcd\0###", 8));
+    EXPECT_EQ(text(8, 4, 0), std::string("abc\0####", 8));
+    EXPECT_EQ(text(8, 1, 0), std::string("\0#######", 8));
+    EXPECT_EQ(text(8, 0, 0), "########");
 }
 
 constexpr notice plain_notice{
