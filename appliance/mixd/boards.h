@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "appliance/mixd/scenario.h"
+#include "appliance/wire/message.h"
 
 namespace mixd
 {
@@ -20,7 +21,7 @@ struct address {
 
     [[nodiscard]] constexpr uint32_t packed() const
     {
-        return uint32_t{node} << 24 | uint32_t{instance} << 8 | daemon;
+        return mix::wire::join_address({node, instance, daemon});
     }
     auto operator<=>(const address &) const = default;
 };

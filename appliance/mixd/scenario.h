@@ -18,9 +18,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
-
-#include <toml++/toml.h>
 
 namespace mixd
 {
@@ -31,7 +30,7 @@ using ipv6_address = std::array<uint8_t, 16>;
 /* What went wrong while scenario files were read, shared by all tables of a file. */
 struct scenario_problems {
     std::string file;
-    std::vector<std::string> lines; /* "file:line: reason" */
+    std::vector<std::pair<size_t, std::string>> lines; /* the line, and "file:line: reason" */
     void add(size_t line, std::string_view reason);
 };
 
@@ -43,7 +42,7 @@ class scenario_table
 {
   public:
     scenario_table() = default;
-    scenario_table(const toml::table *table, std::string name, std::shared_ptr<scenario_problems> problems);
+    scenario_table(const void *table, std::string name, std::shared_ptr<scenario_problems> problems);
     scenario_table(scenario_table &&other) noexcept;
     scenario_table &operator=(scenario_table &&) = delete;
     scenario_table(const scenario_table &) = delete;
@@ -80,13 +79,14 @@ class scenario_table
     void fail(std::string_view key, std::string_view reason);
 
   private:
-    const toml::node *ask(std::string_view key);
+    const void *ask(std::string_view key);
     void wrong(std::string_view key, std::string_view reason);
     void missing(std::string_view key);
     std::optional<int64_t> integer(std::string_view key, int64_t least, int64_t most);
     std::optional<std::string> string(std::string_view key, size_t longest);
 
-    const toml::table *table_ = nullptr;
+    /* A toml::table and, from ask, a toml::node: kept out of this header, which every service includes. */
+    const void *table_ = nullptr;
     std::string name_; /* as in the file: "arp.entry"; empty: the file's top */
     std::shared_ptr<scenario_problems> problems_;
     std::vector<std::string> asked_;
@@ -105,7 +105,7 @@ class scenario
     std::vector<std::string> finish();
 
   private:
-    std::unique_ptr<toml::table> root_;
+    std::shared_ptr<const void> root_;
     std::shared_ptr<scenario_problems> problems_;
     std::unique_ptr<scenario_table> top_;
 };

@@ -1,0 +1,74 @@
+#include "appliance/mixd/boards.h"
+
+#include <set>
+
+#include <fmt/format.h>
+#include <fmt/printf.h>
+
+namespace mixd
+{
+
+namespace
+{
+
+constexpr uint32_t highest_slot = 253; /* its node, slot + 1, and node 255 - 1 still fit in 8 bits */
+constexpr uint16_t most_cpus = 64;
+
+board read_board(scenario_table &row, std::set<uint32_t> &slots)
+{
+    board one;
+    one.slot = static_cast<uint32_t>(row.required_number("slot", 0, highest_slot));
+    one.name = row.text("name", fmt::format("slot{}", one.slot), 31);
+    one.role = row.one_of("role", "service", {"main", "standby", "service"});
+    one.cpus = static_cast<uint16_t>(row.number("cpus", 1, 1, most_cpus));
+    one.is_this = row.boolean("this", false);
+    if (!slots.insert(one.slot).second)
+        row.fail("slot", fmt::format("slot {} has a board already", one.slot));
+    return one;
+}
+
+} // namespace
+
+std::string socket_name(const address &to)
+{
+    return fmt::sprintf(mix::wire::node_directory_format, to.node) + "/" +
+           fmt::sprintf(mix::wire::socket_name_format, to.instance, to.daemon);
+}
+
+const board &board_model::here() const
+{
+    for (const board &one : boards)
+        if (one.is_this)
+            return one;
+    return boards.front();
+}
+
+const board *board_model::in_slot(uint32_t slot) const
+{
+    for (const board &one : boards)
+        if (one.slot == slot)
+            return &one;
+    return nullptr;
+}
+
+board_model read_boards(scenario_table &top)
+{
+    board_model model;
+    std::set<uint32_t> slots;
+    bool main_seen = false;
+    for (scenario_table &row : top.rows("board")) {
+        board one = read_board(row, slots);
+        if (one.is_this && main_seen)
+            row.fail("this", "another board is this board already");
+        main_seen = main_seen || one.is_this;
+        model.boards.push_back(std::move(one));
+    }
+    model.chassis = !model.boards.empty();
+    if (model.boards.empty())
+        model.boards.push_back({0, "this", "main", 1, true});
+    if (model.chassis && !main_seen)
+        top.fail("board", "one board needs this = true: the one that node 0 means");
+    return model;
+}
+
+} // namespace mixd
