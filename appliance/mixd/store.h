@@ -26,6 +26,7 @@ class store_error : public std::runtime_error
   public:
     store_error(int code, const std::string &text) : std::runtime_error(text), code_(code) {}
     [[nodiscard]] bool full() const;
+    [[nodiscard]] int code() const { return code_; }
 
   private:
     int code_;
