@@ -1,94 +1,44 @@
-/* What the management gateway hands to a service: a validated change, or a read; and what comes back. */
+/* What the management gateway hands to services, and what comes back. appliance/wire/gateway.h has the
+ * objects. */
 #ifndef MIXD_GATEWAY_OBJECT_H
 #define MIXD_GATEWAY_OBJECT_H
 
-#include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstring>
+#include <functional>
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "appliance/mixd/store.h"
+#include "appliance/wire/gateway.h"
 
 namespace mixd
 {
 
-/* Operation types of requests. */
-enum operation : uint32_t {
-    operation_set = 2,
-    operation_add = 4,
-    operation_delete = 5,
-    operation_create = 7,
-    operation_read = 8,
-    operation_unset = 9
-};
-
-/* Refusal numbers of the gateway itself; services use numbers from 100. */
-enum refusal_number : int32_t {
-    refusal_malformed = 1,
-    refusal_unknown_object = 2,
-    refusal_unknown_attribute = 3,
-    refusal_attribute_size = 4,
-    refusal_attribute_missing = 5,
-    refusal_value = 6,
-    refusal_operation = 7,
-    refusal_store_full = 8,
-    refusal_store = 9,
-    refusal_apply = 10,
-    refusal_injected = 11,
-    refusal_of_service = 100
-};
-
-/* A change that is not made, with a text in each language (UTF-8, a newline at its end is the client's
- * matter). */
+/* A change that is not made. Where a text is left empty the client gets the result's usual one. */
 struct refusal {
-    int32_t number;
-    std::string english;
-    std::string chinese;
-    int32_t response_type = 0; /* 15: the object is already there */
+    int32_t result =
+        mix::wire::result_bad_value; /* of gateway_result, or a number of the service's own from 100 */
+    std::string english = {};
+    std::string chinese = {};  /* UTF-8 */
+    int32_t response_type = 0; /* MGI_RESP_EXISTS: the object is already there */
 };
 
 /*
- * One change (or the selection of a read). Kinds and sizes have been checked against the object's table;
- * numbers are little-endian on the way and host numbers here. A value that is absent reads as zero or empty.
+ * Called inside a transaction with a change whose object, operation, attributes, kinds and sizes are in
+ * order; what is left to check are values. Nothing comes back: accepted, and the transaction is committed
+ * before the client hears of it. A refusal, or a store_error thrown, rolls it back.
  */
-struct commit {
-    static constexpr size_t most_attributes = 16;
+using commit_handler = std::function<std::optional<refusal>(const mix::wire::commit &, transaction &)>;
+using record_handler = std::function<std::optional<refusal>(const mix::wire::record &, transaction &)>;
 
-    uint32_t object = 0;
-    uint32_t operation = 0;
-    uint8_t language = 0;
-    uint8_t request_flag = 0;
-    uint16_t vsysid = 0;
-    std::span<const uint8_t> cookie;
-    std::array<std::optional<std::span<const uint8_t>>, most_attributes> values;
-
-    [[nodiscard]] bool has(size_t attribute) const { return values[attribute].has_value(); }
-    [[nodiscard]] std::span<const uint8_t> bytes(size_t attribute) const
-    {
-        return values[attribute].value_or(std::span<const uint8_t>{});
-    }
-    [[nodiscard]] uint64_t number(size_t attribute) const
-    {
-        uint64_t value = 0;
-        const std::span<const uint8_t> from = bytes(attribute);
-        if (!from.empty())
-            std::memcpy(&value, from.data(), std::min(sizeof value, from.size()));
-        return value;
-    }
-    [[nodiscard]] std::string_view text(size_t attribute) const
-    {
-        const std::span<const uint8_t> from = bytes(attribute);
-        return {reinterpret_cast<const char *>(from.data()), from.size()};
-    }
+/* One batch of a read: 44 bytes of cookie, u16 row count, rows. With `more` the client comes again with that
+ * cookie. */
+struct read_batch {
+    std::vector<uint8_t> bytes;
+    bool more = false;
 };
-
-/* The batches of a read, each handed to the client's callback as it is (header included). */
-struct read_batches {
-    std::vector<std::vector<uint8_t>> batches;
-};
+using read_handler = std::function<std::optional<refusal>(const mix::wire::commit &, read_batch &)>;
 
 } // namespace mixd
 

@@ -32,6 +32,8 @@
 namespace mixd
 {
 
+class core;
+
 /* mixd cannot start; the text is for the operator. */
 class startup_error : public std::runtime_error
 {
@@ -97,11 +99,6 @@ struct reply {
 /* Answers one request; the result is the status that the client gets (negative: refused, use -errno). */
 using handler = std::function<int32_t(const request &, reply &)>;
 
-/* Called for a commit inside a transaction: nothing comes back when it is accepted. */
-using commit_handler = std::function<std::optional<refusal>(const commit &, transaction &)>;
-/* Fills the batches of a read. */
-using read_handler = std::function<std::optional<refusal>(const commit &, read_batches &)>;
-
 /* Which instances of each board an address is served at. */
 struct board_addresses {
     enum class numbering { slot_plus_one, slot } node = numbering::slot_plus_one;
@@ -112,6 +109,8 @@ struct options {
     bool host = true;   /* the host's kernel is the truth; false: a scenario is */
     bool apply = false; /* commits are written to the kernel, too */
     std::string run_dir;
+    std::string store_file;
+    std::string scenario_file; /* empty: none */
 };
 
 /*
@@ -127,7 +126,10 @@ class setup
     virtual void serve(uint8_t daemon, uint32_t type, handler) = 0;
     /* Serves (daemon, type) on every board of the model, this one included (node 0 as well). */
     virtual void serve_on_boards(uint8_t daemon, uint32_t type, handler, const board_addresses & = {}) = 0;
+    /* The management gateway's objects (appliance/wire/gateway.h): attribute commits, record exchanges,
+     * reads. */
     virtual void on_commit(uint32_t object, commit_handler) = 0;
+    virtual void on_record(uint32_t object, record_handler) = 0;
     virtual void on_read(uint32_t object, read_handler) = 0;
 
     /* The service's table of the scenario. */
@@ -136,6 +138,8 @@ class setup
     [[nodiscard]] virtual const board_model &boards() const = 0;
     [[nodiscard]] virtual store &state() = 0;
     [[nodiscard]] virtual sd_event *loop() = 0;
+    /* For the services that are about mixd itself. */
+    [[nodiscard]] virtual core &internals() = 0;
 };
 
 /* What a service keeps between requests. */
@@ -155,6 +159,11 @@ struct service_entry {
         migrations; /* SQL; the i-th leads from schema i to i + 1; never edited later */
     std::unique_ptr<service> (*make)(setup &);
 };
+
+/* The entries of all services: gives each definition its linkage. */
+#define MIXD_SERVICE(name) extern const service_entry name##_service;
+#include "appliance/mixd/services.def"
+#undef MIXD_SERVICE
 
 /* A line on standard error, with the priority that the journal understands. */
 enum class priority { error = 3, warning = 4, notice = 5, info = 6 };

@@ -1,0 +1,64 @@
+/* Owners for what sd-event hands out. */
+#ifndef MIXD_EVENT_H
+#define MIXD_EVENT_H
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+#include <fmt/format.h>
+#include <systemd/sd-event.h>
+
+#include "appliance/mixd/service.h"
+
+namespace mixd
+{
+
+struct event_source_release {
+    void operator()(sd_event_source *source) const { sd_event_source_disable_unref(source); }
+};
+using event_source = std::unique_ptr<sd_event_source, event_source_release>;
+
+struct event_loop_release {
+    void operator()(sd_event *loop) const { sd_event_unref(loop); }
+};
+using event_loop = std::unique_ptr<sd_event, event_loop_release>;
+
+/* A file descriptor that is closed once. */
+class descriptor
+{
+  public:
+    descriptor() = default;
+    explicit descriptor(int fd) : fd_(fd) {}
+    descriptor(descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    descriptor &operator=(descriptor &&other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~descriptor() { close(); }
+    void close()
+    {
+        if (fd_ >= 0)
+            ::close(std::exchange(fd_, -1));
+    }
+    [[nodiscard]] int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+  private:
+    int fd_ = -1;
+};
+
+/* The library's own calls fail with -errno, all for lack of resources while mixd starts. */
+inline void need(int result, std::string_view what)
+{
+    if (result < 0)
+        throw startup_error(fmt::format("{}: {}", what, std::strerror(-result)));
+}
+
+} // namespace mixd
+
+#endif

@@ -1,0 +1,60 @@
+/* mixd: the daemons of the reference appliance, in one process. */
+#include <cstdlib>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "appliance/mixd/core.h"
+#include "appliance/mixd/version.h"
+
+namespace
+{
+
+int run(int argc, char **argv)
+{
+    CLI::App program("The daemons of the mix appliance: answers what libmix asks, from this host's kernel\n"
+                     "or from a scenario, and keeps what is configured in a store.",
+                     "mixd");
+    mixd::options chosen;
+    bool host = false;
+    program.set_version_flag("--version", fmt::format("mixd {}", mixd::version));
+    auto *host_flag = program.add_flag("--host", host, "describe this host (the default)");
+    auto *scenario = program
+                         .add_option("--scenario", chosen.scenario_file,
+                                     "describe the appliance of a TOML file instead of this host")
+                         ->type_name("FILE")
+                         ->excludes(host_flag);
+    auto *run_dir = program
+                        .add_option("--run-dir", chosen.run_dir,
+                                    "directory of the sockets (default: $MIX_RUN_DIR, $XDG_RUNTIME_DIR/mix "
+                                    "or /run/mix)")
+                        ->type_name("DIR");
+    program
+        .add_option("--store", chosen.store_file,
+                    "the store (default: mixd.db in $MIX_STATE_DIR, else in the run directory if one was "
+                    "chosen, else in /var/lib/mix or the user's state directory)")
+        ->type_name("FILE");
+    program.add_flag("--apply", chosen.apply, "write what is committed to this host's kernel, too")
+        ->excludes(scenario);
+    CLI11_PARSE(program, argc, argv);
+
+    const bool by_hand = run_dir->count() > 0 || std::getenv("MIX_RUN_DIR") != nullptr;
+    if (chosen.run_dir.empty())
+        chosen.run_dir = mixd::default_run_dir();
+    if (chosen.store_file.empty())
+        chosen.store_file = mixd::default_store(chosen.run_dir, by_hand);
+    chosen.host = chosen.scenario_file.empty();
+    return mixd::core(std::move(chosen)).run();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &failure) {
+        mixd::log(mixd::priority::error, failure.what());
+        return EXIT_FAILURE;
+    }
+}

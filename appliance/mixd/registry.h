@@ -1,0 +1,55 @@
+/* Who answers what: every (address, message type) that mixd serves, with its counters. */
+#ifndef MIXD_REGISTRY_H
+#define MIXD_REGISTRY_H
+
+#include <map>
+#include <set>
+#include <unordered_map>
+
+#include "appliance/mixd/service.h"
+
+namespace mixd
+{
+
+struct counters {
+    uint64_t requests = 0;
+    uint64_t refused = 0;
+    uint64_t faulted = 0;
+    uint64_t total_ns = 0;
+    uint64_t slowest_ns = 0;
+    uint64_t reply_bytes = 0;
+};
+
+struct endpoint {
+    address to;
+    uint32_t type;
+    const char *service;
+    const board *at;
+    handler call;
+    counters count;
+};
+
+class registry
+{
+  public:
+    void add(endpoint);
+    endpoint *find(uint32_t packed_address, uint32_t type);
+    /* The services at an address, for the welcome: "ipdefrag", or "ipdefrag+2" when there are more. */
+    [[nodiscard]] std::string name_at(const address &) const;
+    [[nodiscard]] const std::set<address> &addresses() const { return addresses_; }
+    /* In a fixed order that never changes while mixd runs; index: the cursor of a listing. */
+    [[nodiscard]] const std::vector<const endpoint *> &all() const { return order_; }
+
+  private:
+    static uint64_t key(uint32_t packed_address, uint32_t type)
+    {
+        return uint64_t{packed_address} << 32 | type;
+    }
+    std::unordered_map<uint64_t, std::unique_ptr<endpoint>> endpoints_;
+    std::vector<const endpoint *> order_;
+    std::set<address> addresses_;
+};
+
+} // namespace mixd
+
+#endif

@@ -1,0 +1,161 @@
+/*
+ * The management gateway: every change of configuration comes this way. It checks a request against the
+ * object's table, hands it to the service of the object inside a transaction, and answers after the commit.
+ */
+#include <cerrno>
+
+#include "appliance/mixd/core.h"
+
+namespace mixd
+{
+
+namespace
+{
+
+using namespace mix::wire;
+
+bool is_chinese(uint8_t language)
+{
+    return language == language_chinese;
+}
+
+/* "value not allowed: mac", from the result's usual text and the attribute it is about. */
+refusal refusal_of(const decode_fault &fault)
+{
+    refusal made{fault.result, text_of_result(fault.result, language_english),
+                 text_of_result(fault.result, language_chinese)};
+    if (fault.attribute) {
+        made.english += fmt::format(": {}", fault.attribute->name);
+        made.chinese += fmt::format("：{}", fault.attribute->name);
+    }
+    return made;
+}
+
+refusal refusal_of(const store_error &error)
+{
+    if (error.full())
+        return {result_store_failed, "configuration could not be stored: no space left for the store",
+                "配置无法保存：存储空间不足"};
+    return {result_store_failed, fmt::format("configuration could not be stored: {}", error.what()),
+            fmt::format("配置无法保存：{}", error.what())};
+}
+
+void write_reply(reply &out, const std::optional<refusal> &no, uint8_t language, const read_batch &batch = {})
+{
+    gateway_reply answer{};
+    if (no) {
+        const std::string &own = is_chinese(language) ? no->chinese : no->english;
+        const char *usual = text_of_result(no->result, language);
+        answer.result = no->result;
+        answer.response_type = no->response_type;
+        answer.text = own.empty() && usual ? std::string_view(usual) : std::string_view(own);
+    } else {
+        answer.more = batch.more;
+        answer.batch = batch.bytes;
+    }
+    out.bytes.resize(sizeof(reply_header) + gateway_text_max + answer.batch.size());
+    writer to(out.bytes);
+    encode_reply(answer, to);
+    out.bytes.resize(to.size());
+}
+
+/* Runs a service's handler in a transaction. Whatever fails in it, nothing of it stays. */
+template <class Handler, class Change>
+std::optional<refusal> change(core &all, const Handler &handler, const Change &wanted)
+{
+    try {
+        transaction open(all.state());
+        std::optional<refusal> no = handler(wanted, open);
+        if (!no)
+            open.commit();
+        return no;
+    } catch (const store_error &error) {
+        log(priority::error, fmt::format("store: {}", error.what()));
+        return refusal_of(error);
+    }
+}
+
+template <class Handlers>
+const typename Handlers::mapped_type *handler_of(const Handlers &handlers, const object_description &object)
+{
+    const auto found = handlers.find(object.number);
+    return found == handlers.end() ? nullptr : &found->second;
+}
+
+refusal nobody_serves(const object_description &object)
+{
+    return {result_unknown_object, fmt::format("no service takes changes of this object: {}", object.name),
+            fmt::format("没有服务处理该对象：{}", object.name)};
+}
+
+int32_t take_record(core &all, const request &asked, reply &out)
+{
+    record wanted;
+    const decode_fault fault = decode_record(asked.bytes, wanted);
+    std::optional<refusal> no;
+    if (fault.result != result_ok)
+        no = refusal_of(fault);
+    else if (const record_handler *handler = handler_of(all.gateway().records, *wanted.object))
+        no = change(all, *handler, wanted);
+    else
+        no = nobody_serves(*wanted.object);
+    write_reply(out, no, wanted.language);
+    return 0;
+}
+
+int32_t take_commit(core &all, const request &asked, reply &out)
+{
+    commit wanted;
+    const decode_fault fault = decode_commit(asked.bytes, wanted);
+    std::optional<refusal> no;
+    if (fault.result != result_ok)
+        no = refusal_of(fault);
+    else if (wanted.operation == operation_read)
+        no = refusal_of(decode_fault{result_unknown_operation});
+    else if (const commit_handler *handler = handler_of(all.gateway().commits, *wanted.object))
+        no = change(all, *handler, wanted);
+    else
+        no = nobody_serves(*wanted.object);
+    write_reply(out, no, wanted.language);
+    return 0;
+}
+
+int32_t take_read(core &all, const request &asked, reply &out)
+{
+    commit wanted;
+    read_batch batch;
+    const decode_fault fault = decode_commit(asked.bytes, wanted);
+    std::optional<refusal> no;
+    if (fault.result != result_ok)
+        no = refusal_of(fault);
+    else if (wanted.operation != operation_read)
+        no = refusal_of(decode_fault{result_unknown_operation});
+    else if (const read_handler *handler = handler_of(all.gateway().reads, *wanted.object))
+        no = (*handler)(wanted, batch);
+    else
+        no = nobody_serves(*wanted.object);
+    write_reply(out, no, wanted.language, batch);
+    return 0;
+}
+
+std::unique_ptr<service> make(setup &with)
+{
+    core &all = with.internals();
+    scenario_table table = with.scenario(gateway_name);
+    const auto vsys = static_cast<int32_t>(table.number("virtual_system", 0, 0, UINT16_MAX));
+    const auto at = static_cast<uint8_t>(gateway_daemon);
+    with.serve(at, gateway_record,
+               [&all](const request &asked, reply &out) { return take_record(all, asked, out); });
+    with.serve(at, gateway_commit,
+               [&all](const request &asked, reply &out) { return take_commit(all, asked, out); });
+    with.serve(at, mix::wire::gateway_read,
+               [&all](const request &asked, reply &out) { return take_read(all, asked, out); });
+    with.serve(at, gateway_current_vsys, [vsys](const request &, reply &) { return vsys; });
+    return std::make_unique<service>();
+}
+
+} // namespace
+
+const service_entry gateway_service = {mix::wire::gateway_name, {}, make};
+
+} // namespace mixd
