@@ -58,6 +58,7 @@ inline constexpr uint8_t language_chinese = 1;
  */
 
 enum gateway_result : int32_t {
+    result_failed = -4,      /* made by the client: the gateway answered with a negative status */
     result_unreachable = -1, /* made by the client: no gateway, or no answer in time */
     result_nonsense = -2,    /* made by the client: an answer that can't be read */
     result_too_large = -3,   /* made by the client: a value that no message can carry */
@@ -84,6 +85,7 @@ struct result_text {
 
 inline constexpr result_text result_texts[] = {
     {result_unreachable, "management gateway does not answer", "管理网关无应答"},
+    {result_failed, "management gateway failed", "管理网关故障"},
     {result_nonsense, "management gateway answered with something unreadable", "管理网关的应答无法识别"},
     {result_too_large, "value too long to be sent", "取值过长，无法发送"},
     {result_malformed, "request malformed", "请求格式错误"},
