@@ -78,7 +78,10 @@ void core::watch_signals()
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         sd_event_source *source = nullptr;
-        need(sd_event_add_signal(loop_.get(), &source, number, number == SIGHUP ? on_hangup : nullptr, this),
+        /* Without a handler the loop ends, and what stands for the handler's data is its result. */
+        const bool ends = number != SIGHUP;
+        need(sd_event_add_signal(loop_.get(), &source, number, ends ? nullptr : on_hangup,
+                                 ends ? nullptr : this),
              "watching signals");
         signals_.emplace_back(source);
     }
