@@ -171,12 +171,12 @@ int32_t send_somehow(thread_state &state, connection &to, message_kind kind, con
     }
 }
 
-int32_t receive(thread_state &state, connection &from, const message &request, uint32_t timeout_ms,
-                const deadline &until, reply &answer)
+int32_t receive(thread_state &state, connection &from, message_kind kind, const message &request,
+                uint32_t timeout_ms, const deadline &until, reply &answer)
 {
     message_header header;
-    int32_t result = receive_answer(from, message_kind::reply, from.sequence, timeout_ms, until, state.room,
-                                    header, state.why);
+    int32_t result =
+        receive_answer(from, kind, from.sequence, timeout_ms, until, state.room, header, state.why);
     if (result == 0 && header.type != request.type) {
         state.why.say("the daemon answered for message type %u", static_cast<unsigned>(header.type));
         result = -EPROTO;
@@ -206,7 +206,8 @@ int32_t carry_out(thread_state &state, message_kind kind, const message &what, r
     const int32_t sent = send_somehow(state, to, kind, what, until);
     if (sent < 0 || kind == message_kind::notice)
         return sent;
-    return receive(state, to, what, timeout_ms, until, answer);
+    const auto answered_by = kind == message_kind::ping ? message_kind::pong : message_kind::reply;
+    return receive(state, to, answered_by, what, timeout_ms, until, answer);
 }
 
 int32_t run(message_kind kind, const message &what, reply &answer)
@@ -234,6 +235,12 @@ int32_t notify(const message &notice) noexcept
 {
     reply none;
     return run(message_kind::notice, notice, none);
+}
+
+int32_t ping(const message &what) noexcept
+{
+    reply none;
+    return run(message_kind::ping, {what.destination, 0, {}, what.timeout_ms}, none);
 }
 
 const char *last_reason() noexcept

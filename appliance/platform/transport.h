@@ -31,6 +31,9 @@ int32_t exchange(const message &request, reply &answer) noexcept;
 /* Sends a message that nobody answers. */
 int32_t notify(const message &notice) noexcept;
 
+/* Asks whether the daemon at what.destination is alive; type and payload are not used. */
+int32_t ping(const message &what) noexcept;
+
 /* The calling thread's last reason. */
 const char *last_reason() noexcept;
 
