@@ -3,7 +3,8 @@
 // A family is one file, commands_<family>.cpp: a constexpr table of commands, their arguments and one
 // function for each. Help, completion, the rating of words and the manual all come from these tables. A
 // family is added by its file and one line in families.def. See docs/adding-a-command.md.
-#pragma once
+#ifndef MIXSH_COMMAND_H
+#define MIXSH_COMMAND_H
 
 #include <cstddef>
 #include <cstdint>
@@ -62,7 +63,8 @@ struct limits {
     std::span<const choice> choices = {}; // kind one_of
 };
 
-enum class presence { required, optional, repeated };
+// repeated: one or more; any: none or more. Both only for the last positional argument.
+enum class presence { required, optional, repeated, any };
 
 struct argument {
     std::string_view name;    // how the command's function asks for it
@@ -92,6 +94,13 @@ constexpr argument values(std::string_view name, const kind &is, std::string_vie
     return {name, false, &is, help, presence::repeated, within};
 }
 
+// [WORD...]: any number of values, none too.
+constexpr argument any_values(std::string_view name, const kind &is, std::string_view help,
+                              limits within = {})
+{
+    return {name, false, &is, help, presence::any, within};
+}
+
 // [vr ID]: a keyword with its value, in any order among the keywords.
 constexpr argument option(std::string_view name, const kind &is, std::string_view help, limits within = {})
 {
@@ -112,8 +121,9 @@ constexpr argument flag(std::string_view name, std::string_view help)
 
 // --- commands ----------------------------------------------------------------------------------------------
 
-// How a command ended. misused: the words were read but don't go together.
-enum class outcome { done, failed, misused };
+// How a command ended. misused: the words were read but don't go together; leave: it was the shell's last
+// one.
+enum class outcome { done, failed, misused, leave };
 
 struct command {
     std::string_view words; // "show fragment": fixed words, one blank between them
@@ -132,3 +142,5 @@ struct family {
 std::span<const family> all_families();
 
 } // namespace mixsh
+
+#endif

@@ -1,10 +1,12 @@
 // What a command's function is given: its words, where its answer goes, and how it says what went wrong.
-#pragma once
+#ifndef MIXSH_INVOCATION_H
+#define MIXSH_INVOCATION_H
 
 #include "appliance/mixsh/command.h"
 #include "appliance/mixsh/output.h"
 
 #include <array>
+#include <cstdarg>
 #include <libmix/mix_base.h>
 #include <optional>
 
@@ -17,13 +19,16 @@ struct bound_word {
     std::string text;
 };
 
-// The exchange a command was about to make, for the reason of its failure.
+// The exchange that a command makes, for the reason of its failure.
 struct request {
-    std::string_view daemon;       // "main local daemon"
-    std::uint32_t destination = 0; // its address
+    std::uint32_t destination = 0; // address of the daemon
     std::uint32_t type = 0;        // message type
     std::optional<std::uint32_t> subcommand = {};
-    std::string_view object = {}; // a configuration change: what is changed, type unused
+};
+
+// The management gateway, for commands that change configuration; object in words, "the fragment settings".
+struct change {
+    std::string_view object;
 };
 
 struct failure {
@@ -31,6 +36,9 @@ struct failure {
     std::vector<std::string> reasons; // what the library and the transport said, where it went
     std::vector<std::string> advice;  // what to try
 };
+
+// Keeps a text for the failure of the command that runs, as invocation::print() does. Its length.
+[[gnu::format(printf, 1, 0)]] int keep_said(const char *format, va_list arguments);
 
 class invocation
 {
@@ -74,6 +82,7 @@ class invocation
     // The usual end of a command whose exchange failed: what libmix said, where the request went, what the
     // transport knows, and what to try. `what` is a sentence of the command's own; empty: what libmix said.
     outcome fail(const request &exchange, std::string_view what = {});
+    outcome fail(const change &exchange, std::string_view what = {});
     // A failure without an exchange.
     outcome fail(std::string_view what, std::string_view advice = {});
     // The words don't go together: "name at least one of limit and seconds".
@@ -94,3 +103,5 @@ class invocation
 };
 
 } // namespace mixsh
+
+#endif

@@ -2,7 +2,8 @@
 //
 // Nothing is kept but the first rows of a table, which its columns are measured on, so that a table of any
 // size shows at once and takes the memory of a screen.
-#pragma once
+#ifndef MIXSH_OUTPUT_H
+#define MIXSH_OUTPUT_H
 
 #include <chrono>
 #include <cstdint>
@@ -60,10 +61,11 @@ class cell
 
 // Columns whose values are numbers line up on the right; text that may be cut on a narrow terminal says so.
 struct column {
-    std::string_view title;   // "Virtual router"
-    std::string_view key;     // "virtual_router": lower case, words joined by underscores
-    bool may_be_cut = false;  // with "…", on a terminal only, so that a row keeps to one line
-    std::size_t at_least = 0; // width to begin with, when later rows are wider than the first ones
+    std::string_view title;     // "Virtual router"
+    std::string_view key;       // "virtual_router": lower case, words joined by underscores
+    bool may_be_cut = false;    // with "…", on a terminal only, so that a row keeps to one line
+    std::size_t at_least = 0;   // width to begin with, when later rows are wider than the first ones
+    bool programs_only = false; // in JSON, but not on a terminal
 };
 
 struct field {
@@ -122,12 +124,14 @@ class table
 
   private:
     void settle();
-    void print(const std::vector<std::string> &texts, const std::vector<bool> &numbers);
+    void fit();
+    void print(const std::vector<std::string> &texts);
 
     output &out_;
     std::span<const column> columns_;
     std::vector<std::vector<cell>> held_; // the first rows, until the columns are measured
-    std::vector<std::size_t> widths_;
+    std::vector<std::size_t> shown_;      // which columns
+    std::vector<std::size_t> widths_;     // of these
     std::vector<bool> right_;
     std::chrono::steady_clock::time_point first_row_{};
     std::uint64_t count_ = 0;
@@ -150,3 +154,5 @@ void set_interrupted(bool now);
 bool interrupted();
 
 } // namespace mixsh
+
+#endif

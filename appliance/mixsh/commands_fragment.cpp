@@ -1,0 +1,53 @@
+// IP fragment reassembly settings.
+#include "appliance/mixsh/invocation.h"
+#include "appliance/mixsh/kinds.h"
+
+#include <libmix/ipdefrag.h>
+
+namespace mixsh
+{
+
+namespace
+{
+
+constexpr request show_request{.destination = 0, .type = 38, .subcommand = 2};
+
+outcome show(invocation &call)
+{
+    std::uint32_t limit = 0;
+    std::uint32_t seconds = 0;
+    if (get_ipdefrag_para(&limit, &seconds, call.print()) < 0)
+        return call.fail(show_request, "the fragment settings can't be read");
+    call.out().record(
+        {{"Fragment count limit", "limit", limit}, {"Reassembly time (s)", "seconds", seconds}});
+    return outcome::done;
+}
+
+outcome set(invocation &call)
+{
+    if (!call.has("limit") && !call.has("seconds"))
+        return call.misused("name at least one of limit and seconds");
+    set_ipdefrag_para(call.number_or<std::int32_t>("limit", 0), call.number_or<std::int32_t>("seconds", 0),
+                      call.print());
+    // The library's result is always 0; a refusal is what it prints.
+    if (!call.said().empty())
+        return call.fail(change{"the fragment settings"}, "the fragment settings were not changed");
+    return outcome::done;
+}
+
+constexpr argument set_arguments[] = {
+    option("limit", kinds::number, "how many fragments of one packet may wait", one_to_65535),
+    option("seconds", kinds::number, "how long a packet's fragments wait for the rest", one_to_65535),
+};
+
+constexpr command commands[] = {
+    {"show fragment", "IP fragment reassembly settings", show},
+    {"set fragment", "change IP fragment reassembly settings", set, set_arguments},
+};
+
+} // namespace
+
+extern const family fragment_family;
+const family fragment_family{"fragment", "IP fragment reassembly", commands};
+
+} // namespace mixsh

@@ -1,0 +1,101 @@
+// Turns a failed exchange into something to act on: what the library said, where the request went, what the
+// transport knows, what to try.
+#include "appliance/mixsh/failure.h"
+
+#include "appliance/mixsh/invocation.h"
+#include "appliance/platform/reason.h"
+#include "appliance/wire/message.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <fmt/format.h>
+
+namespace mixsh
+{
+
+namespace
+{
+
+struct daemon_name {
+    std::uint8_t number;
+    std::string_view name;
+};
+
+constexpr daemon_name daemons[] = {
+    {0, "main local daemon"},
+    {1, "virtual-router, inspection and port daemon"},
+    {2, "upgrade manager of the peer"},
+    {6, "ISP address table"},
+    {17, "upgrade and chassis manager"},
+    {97, "virtual-chassis manager"},
+    {200, "management gateway"},
+    {201, "control daemon"},
+};
+
+// libmix prints a daemon's refusal as "..., ret is -22": the number is an error number of the system.
+std::optional<int> refusal_status(std::string_view said)
+{
+    constexpr std::string_view mark = "ret is ";
+    const auto at = said.rfind(mark);
+    if (at == std::string_view::npos)
+        return {};
+    int status = 0;
+    const auto *first = said.data() + at + mark.size();
+    const auto [end, error] = std::from_chars(first, said.data() + said.size(), status);
+    if (error != std::errc{} || status >= 0)
+        return {};
+    return status;
+}
+
+// Adds what the transport knows. A daemon that refused did answer, so only its number is explained.
+void explain(failure &into, std::string_view library)
+{
+    if (const auto status = refusal_status(library)) {
+        into.reasons.push_back(
+            fmt::format("the daemon's answer {} means: {}", *status, std::strerror(-*status)));
+        return;
+    }
+    const std::string transport = mixplatform_last_reason();
+    if (transport.empty())
+        return;
+    into.reasons.push_back(transport);
+    into.advice.emplace_back(
+        "is mixd running, with the same run directory? \"show daemons\" tells who answers");
+}
+
+} // namespace
+
+std::string daemon_title(std::uint32_t address)
+{
+    const auto parts = mix::wire::split_address(address);
+    const auto known = std::ranges::find(daemons, parts.daemon, &daemon_name::number);
+    auto title = fmt::format("daemon {}", parts.daemon);
+    if (known != std::end(daemons))
+        title = fmt::format("{} ({})", known->name, title);
+    if (parts.node != 0 || parts.instance != 0)
+        title += fmt::format(" of node {}, instance {}", parts.node, parts.instance);
+    return title;
+}
+
+outcome invocation::fail(const request &exchange, std::string_view what)
+{
+    fail(what.empty() ? fmt::format("{} failed", which_.words) : what);
+    auto where =
+        fmt::format("asked the {}, message type {}", daemon_title(exchange.destination), exchange.type);
+    if (exchange.subcommand)
+        where += fmt::format(", sub-command {}", *exchange.subcommand);
+    failure_.reasons.push_back(std::move(where));
+    explain(failure_, said());
+    return outcome::failed;
+}
+
+outcome invocation::fail(const change &exchange, std::string_view what)
+{
+    fail(what.empty() ? fmt::format("{} was refused", which_.words) : what);
+    failure_.reasons.push_back(fmt::format("asked the management gateway to change {}", exchange.object));
+    explain(failure_, said());
+    return outcome::failed;
+}
+
+} // namespace mixsh
