@@ -58,10 +58,14 @@ board_model read_boards(scenario_table &top)
     bool main_seen = false;
     for (scenario_table &row : top.rows("board")) {
         board one = read_board(row, slots);
-        if (one.is_this && main_seen)
+        if (one.is_this && main_seen) {
             row.fail("this", "another board is this board already");
+            one.is_this = false;
+        }
         main_seen = main_seen || one.is_this;
-        model.boards.push_back(std::move(one));
+        /* A wrong one is left out, so that services can be made and say what is wrong with their tables. */
+        if (model.in_slot(one.slot) == nullptr)
+            model.boards.push_back(std::move(one));
     }
     model.chassis = !model.boards.empty();
     if (model.boards.empty())

@@ -111,6 +111,15 @@ void core::add(const address &to, uint32_t type, const board &at, const handler 
     registry_.add({to, type, making_, &at, call, {}});
 }
 
+std::shared_ptr<void> core::shared(std::type_index type, const std::function<std::shared_ptr<void>()> &make)
+{
+    const auto found = shared_.find(type);
+    if (found != shared_.end())
+        return found->second;
+    std::shared_ptr<void> made = make(); /* may itself ask for shared state */
+    return shared_[type] = std::move(made);
+}
+
 void core::serve(uint8_t daemon, uint32_t type, handler call)
 {
     add({0, 0, daemon}, type, boards_.here(), call);

@@ -42,6 +42,8 @@ class core final : public setup
     [[nodiscard]] const board_model &boards() const override { return boards_; }
     [[nodiscard]] store &state() override { return *store_; }
     [[nodiscard]] sd_event *loop() override { return loop_.get(); }
+    std::shared_ptr<void> shared(std::type_index,
+                                 const std::function<std::shared_ptr<void>()> &make) override;
     [[nodiscard]] core &internals() override { return *this; }
 
     [[nodiscard]] registry &endpoints() { return registry_; }
@@ -66,7 +68,8 @@ class core final : public setup
     registry registry_;
     fault_table faults_;
     gateway_handlers gateway_;
-    const char *making_ = ""; /* the service that is being made */
+    const char *making_ = "";                                 /* the service that is being made */
+    std::map<std::type_index, std::shared_ptr<void>> shared_; /* outlives the services */
     std::vector<std::unique_ptr<service>> services_;
     std::unique_ptr<server> server_;
     std::vector<event_source> signals_;

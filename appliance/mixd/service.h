@@ -20,6 +20,7 @@
 #include <string_view>
 #include <sys/types.h>
 #include <type_traits>
+#include <typeindex>
 #include <vector>
 
 #include <systemd/sd-event.h>
@@ -138,6 +139,14 @@ class setup
     [[nodiscard]] virtual const board_model &boards() const = 0;
     [[nodiscard]] virtual store &state() = 0;
     [[nodiscard]] virtual sd_event *loop() = 0;
+    /* State that several services share: made by the first who asks for it, kept until mixd ends. */
+    virtual std::shared_ptr<void> shared(std::type_index,
+                                         const std::function<std::shared_ptr<void>()> &make) = 0;
+    template <class T>
+    T &shared_state()
+    {
+        return *static_cast<T *>(shared(typeid(T), [this] { return std::make_shared<T>(*this); }).get());
+    }
     /* For the services that are about mixd itself. */
     [[nodiscard]] virtual core &internals() = 0;
 };

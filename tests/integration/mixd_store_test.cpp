@@ -206,7 +206,7 @@ struct store_under_a_size_limit : store_without_room {
     void prepare() override
     {
         mixd.before_exec = [] {
-            const rlimit limit = {64 * 1024, RLIM_INFINITY};
+            const rlimit limit = {256 * 1024, RLIM_INFINITY};
             return setrlimit(RLIMIT_FSIZE, &limit) == 0;
         };
     }
@@ -226,7 +226,7 @@ TEST_F(store_under_a_size_limit, refuses_changes_and_goes_on_when_there_is_room_
     EXPECT_EQ(shown_by(mixd), (settings{7, 7}));
 }
 
-/* A file system of 128 KiB of its own; the child is alone in the mount namespace that has it. */
+/* A file system of 512 KiB of its own; the child is alone in the mount namespace that has it. */
 struct store_on_a_full_disk : store_without_room {
     void SetUp() override
     {
@@ -237,7 +237,7 @@ struct store_on_a_full_disk : store_without_room {
         mixd.before_exec = [disk] {
             const int flags = geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
             return unshare(flags) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                   mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=128k,mode=0700") == 0;
+                   mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=512k,mode=0700") == 0;
         };
         if (!mixd.start()) {
             ASSERT_EQ(mixd.wait(), 77) << mixd.log();
