@@ -1,0 +1,679 @@
+/*
+ * The ARP table: message type 4 of the main local daemon, and the gateway's object for static entries.
+ *
+ * With --host the table is the kernel's; with a scenario it is what [arp] describes: single entries
+ * ([[arp.entry]]), runs of them ([[arp.many]]), proxies ([[arp.proxy]]), and hosts that answer once they are
+ * scanned for ([[arp.host]]). Entries with a slot are those of another board, and stay as they are.
+ */
+#include <cerrno>
+#include <deque>
+
+#include <arpa/inet.h>
+#include <linux/neighbour.h>
+
+#include "appliance/mixd/arp_table.h"
+#include "appliance/mixd/event.h"
+#include "appliance/mixd/kernel_source.h"
+#include "appliance/mixd/mac_descriptions.h"
+#include "appliance/mixd/mac_table.h"
+#include "appliance/mixd/names.h"
+#include "appliance/mixd/service.h"
+
+namespace mixd
+{
+
+namespace
+{
+
+using namespace mix::wire;
+
+constexpr const char *migrations[] = {
+    "CREATE TABLE arp_static(vrid INTEGER NOT NULL, vsys INTEGER NOT NULL, address INTEGER NOT NULL,"
+    " mac BLOB NOT NULL, option INTEGER NOT NULL, PRIMARY KEY(vrid, vsys, address)) WITHOUT ROWID",
+};
+
+constexpr size_t most_statics = 65536;
+constexpr size_t most_cleared_at_once = 1024;
+constexpr uint32_t rows_of_a_page = (arp_page_capacity - sizeof(arp_page)) / sizeof(arp_row);
+constexpr uint32_t joined_rows_of_a_page = (arp_page_capacity - sizeof(arp_page)) / sizeof(arp_mac_row);
+constexpr uint64_t scan_interval_us = 10'000;
+constexpr int scanned_at_once = 32;
+
+/* What a request of the plain record asks for. */
+struct selection {
+    uint16_t vsysid;
+    uint16_t vrid;
+    uint32_t interface;
+    uint32_t address;
+
+    bool operator()(const arp_row &row) const
+    {
+        return row.vsysid == vsysid && (vrid == 0 || row.vrid == vrid) &&
+               (interface == 0 || (row.interface_index & UINT16_MAX) == interface) &&
+               (address == 0 || row.address == address);
+    }
+};
+
+selection selection_of(const arp_request &wanted)
+{
+    return {wanted.vsysid, wanted.vrid, wanted.second & UINT16_MAX, wanted.third};
+}
+
+bool is_dynamic(const arp_row &row)
+{
+    return row.kind == arp_is_dynamic;
+}
+
+bool is_unresolved(const arp_row &row)
+{
+    return row.state == arp_state_incomplete || row.state == arp_state_failed;
+}
+
+/* One of several names, separated by commas. */
+bool is_one_of(std::string_view name, std::string_view names)
+{
+    while (!names.empty()) {
+        const size_t end = std::min(names.find(','), names.size());
+        if (names.substr(0, end) == name)
+            return true;
+        names.remove_prefix(std::min(end + 1, names.size()));
+    }
+    return false;
+}
+
+class arp : public service
+{
+  public:
+    explicit arp(setup &with);
+
+  private:
+    struct proxy {
+        uint32_t address;
+        std::string interface;
+    };
+
+    void read(scenario_table table);
+    void read_many(scenario_table table);
+    arp_row fixed_row(scenario_table &each, uint32_t address, const mac_address &mac);
+    void load_statics(setup &);
+
+    int32_t answer(const request &, reply &);
+    int32_t list(const request &, reply &);
+    int32_t search(const request &, const arp_request &, reply &);
+    int32_t count(const request &) const;
+    int32_t summary(const request &, reply &) const;
+    int32_t clear(const request &);
+    int32_t scan(const request &);
+    int32_t joined_list(const request &, reply &);
+    int32_t joined_count(const request &) const;
+    int32_t proxies(const request &) const;
+    int32_t duplicates(const request &) const;
+
+    int32_t page(const request &, const page_wanted &, const std::function<bool(const arp_row &)> &, reply &);
+    [[nodiscard]] const arp_rows &rows_at(const request &) const;
+    static void append(const arp_row &, uint32_t now, reply &);
+    [[nodiscard]] bool matches(const arp_mac_request &, const arp_row &) const;
+    [[nodiscard]] arp_mac_row join(const arp_row &, uint32_t now) const;
+    [[nodiscard]] uint32_t count_proxies(const arp_proxy_key &, uint16_t vrid) const;
+    int remove_neighbour(const arp_row &);
+    static int on_scan(sd_event_source *, uint64_t, void *data);
+    void scan_some();
+
+    std::optional<refusal> change(const commit &, transaction &);
+    std::optional<refusal> set(const commit &, transaction &);
+    std::optional<refusal> remove(const commit &, transaction &);
+    std::optional<refusal> remove_all(const commit &, transaction &, bool every_system);
+    void remove_one(const static_arp_key &, transaction &);
+    std::optional<refusal> apply(const static_arp_key &, const static_arp &, transaction &);
+
+    network &network_;
+    mac_table &macs_;
+    mac_descriptions &descriptions_;
+    const options &options_;
+    arp_table table_;
+    std::map<uint32_t, arp_rows> elsewhere_; /* by slot */
+    uint32_t here_ = 0;                      /* our own slot */
+    std::vector<proxy> proxies_;
+    std::map<uint32_t, std::pair<uint32_t, mac_address>> silent_; /* hosts of a scenario: interface, MAC */
+    positions<arp_key> positions_;
+    std::deque<neighbour_key> to_scan_;
+    event_source scan_timer_;
+};
+
+arp::arp(setup &with)
+    : network_(with.shared_state<network>()), macs_(with.shared_state<mac_table>()),
+      descriptions_(with.shared_state<mac_descriptions>()), options_(with.settings()),
+      table_(network_, options_.apply), here_(with.boards().here().slot)
+{
+    load_statics(with);
+    read(with.scenario("arp"));
+    table_.begin();
+    sd_event_source *timer = nullptr;
+    need(sd_event_add_time(with.loop(), &timer, CLOCK_MONOTONIC, 0, 1000, on_scan, this), "scan timer");
+    scan_timer_.reset(timer);
+    sd_event_source_set_enabled(timer, SD_EVENT_OFF);
+    with.serve_on_boards(0, arp_type,
+                         [this](const request &asked, reply &out) { return answer(asked, out); });
+    with.on_commit(object_arp, [this](const commit &wanted, transaction &in) { return change(wanted, in); });
+}
+
+void arp::load_statics(setup &with)
+{
+    statement query = with.state().prepare("SELECT vrid, vsys, address, mac, option FROM arp_static");
+    while (query.step()) {
+        static_arp entry{{}, static_cast<uint8_t>(query.integer(4))};
+        std::copy_n(query.blob(3).begin(), std::min(query.blob(3).size(), entry.mac.size()),
+                    entry.mac.begin());
+        table_.put_static({static_cast<uint16_t>(query.integer(0)), static_cast<uint16_t>(query.integer(1)),
+                           static_cast<uint32_t>(query.integer(2))},
+                          entry);
+    }
+}
+
+/* --- scenarios --------------------------------------------------------------------------------------------
+ */
+
+constexpr std::pair<std::string_view, uint16_t> state_words[] = {
+    {"reachable", NUD_REACHABLE}, {"stale", NUD_STALE},   {"delay", NUD_DELAY},
+    {"probe", NUD_PROBE},         {"failed", NUD_FAILED}, {"incomplete", NUD_INCOMPLETE},
+    {"permanent", NUD_PERMANENT}};
+
+uint16_t state_in(scenario_table &each)
+{
+    const std::string word = each.one_of(
+        "state", "reachable", {"reachable", "stale", "delay", "probe", "failed", "incomplete", "permanent"});
+    for (const auto &[name, state] : state_words)
+        if (name == word)
+            return state;
+    return NUD_REACHABLE;
+}
+
+void arp::read(scenario_table table)
+{
+    for (scenario_table &each : table.rows("entry")) {
+        const uint32_t address = each.ipv4("address").value_or(0);
+        const std::optional<mac_address> mac = each.mac("mac");
+        const auto slot = static_cast<uint32_t>(each.number("slot", here_, 0, 255));
+        if (slot != here_) {
+            elsewhere_[slot].put(fixed_row(each, address, mac.value_or(mac_address{})));
+            continue;
+        }
+        const uint32_t on = network_.need_interface(each.required_text("interface", short_name_size - 1));
+        neighbour entry;
+        entry.mac = mac;
+        entry.state = state_in(each);
+        entry.confirmed = monotonic_seconds();
+        network_.put(ipv4_neighbour(on, address), entry);
+    }
+    for (scenario_table &each : table.rows("many"))
+        read_many(std::move(each));
+    for (scenario_table &each : table.rows("proxy"))
+        proxies_.push_back(
+            {each.ipv4("address").value_or(0), each.required_text("interface", short_name_size - 1)});
+    for (scenario_table &each : table.rows("host")) {
+        const uint32_t on = network_.need_interface(each.required_text("interface", short_name_size - 1));
+        silent_[each.ipv4("address").value_or(0)] = {on, each.mac("mac").value_or(mac_address{})};
+    }
+}
+
+/* A run of entries: addresses and MACs count up from the first. */
+void arp::read_many(scenario_table table)
+{
+    const auto number = static_cast<uint32_t>(table.required_number("count", 1, 4'000'000));
+    const uint32_t first = table.ipv4("first").value_or(0x0a000001);
+    const mac_address base = table.mac("mac").value_or(mac_address{2, 0, 0, 0, 0, 0});
+    const uint32_t on = network_.need_interface(table.required_text("interface", short_name_size - 1));
+    neighbour entry;
+    entry.state = state_in(table);
+    entry.confirmed = monotonic_seconds();
+    for (uint32_t i = 0; i < number; ++i) {
+        mac_address mac = base;
+        for (int byte = 0; byte < 4; ++byte)
+            mac[5 - byte] = static_cast<uint8_t>(mac[5 - byte] + (i >> (8 * byte)));
+        entry.mac = mac;
+        network_.put(ipv4_neighbour(on, first + i), entry);
+    }
+}
+
+arp_row arp::fixed_row(scenario_table &each, uint32_t address, const mac_address &mac)
+{
+    arp_row row{};
+    row.address = address;
+    row.vrid = static_cast<uint16_t>(each.number("virtual_router", usual_virtual_router, 1, UINT16_MAX));
+    row.vsysid = static_cast<uint16_t>(each.number("virtual_system", 0, 0, UINT16_MAX));
+    std::copy(mac.begin(), mac.end(), row.mac);
+    fill_text(row.interface, each.required_text("interface", short_name_size - 1));
+    row.state = arp_state_reachable;
+    row.kind = arp_is_dynamic;
+    row.age = monotonic_seconds();
+    return row;
+}
+
+/* --- requests ---------------------------------------------------------------------------------------------
+ */
+
+int32_t arp::answer(const request &asked, reply &out)
+{
+    network_.refresh();
+    switch (asked.field<uint32_t>(0)) {
+    case mix::wire::arp_list:
+        return list(asked, out);
+    case arp_clear_dynamic:
+        return clear(asked);
+    case mix::wire::arp_summary:
+        return summary(asked, out);
+    case arp_scan:
+        return scan(asked);
+    case arp_mac_count:
+        return joined_count(asked);
+    case arp_mac_list:
+        return joined_list(asked, out);
+    case arp_count:
+        return count(asked);
+    case arp_proxy_count:
+        return proxies(asked);
+    case arp_duplicate_count:
+        return duplicates(asked);
+    default:
+        return -EINVAL;
+    }
+}
+
+const arp_rows &arp::rows_at(const request &asked) const
+{
+    static const arp_rows none;
+    if (asked.at.slot == here_)
+        return table_.rows();
+    const auto found = elsewhere_.find(asked.at.slot);
+    return found != elsewhere_.end() ? found->second : none;
+}
+
+void arp::append(const arp_row &row, uint32_t now, reply &out)
+{
+    const size_t at = out.bytes.size();
+    out.append(row);
+    out.put(at + offsetof(arp_row, age), now - row.age);
+}
+
+int32_t arp::page(const request &asked, const page_wanted &wanted,
+                  const std::function<bool(const arp_row &)> &matches, reply &out)
+{
+    const uint32_t now = monotonic_seconds();
+    out.append(arp_page{});
+    const auto made = take_page(rows_at(asked), positions_, wanted, matches,
+                                [&](const arp_row &row) { append(row, now, out); });
+    if (!made)
+        return -ESTALE;
+    out.put(0, arp_page{made->cursor, made->rows});
+    return 0;
+}
+
+int32_t arp::list(const request &asked, reply &out)
+{
+    const auto wanted = asked.record<arp_request>();
+    if (wanted.search_mode == arp_search_mode)
+        return search(asked, wanted, out);
+    return page(asked, {asked.from.connection, wanted.cursor, wanted.budget, rows_of_a_page},
+                selection_of(wanted), out);
+}
+
+int32_t arp::search(const request &asked, const arp_request &wanted, reply &out)
+{
+    arp_search_filter by;
+    std::memcpy(&by, wanted.search_filter, sizeof by);
+    const uint32_t key = wanted.first_request;
+    const auto matches = [&](const arp_row &row) {
+        return row.vsysid == by.vsysid && (wanted.search_scope == 0 || row.vrid == wanted.search_scope) &&
+               ((key & arp_search_prefix) == 0 || (row.address & by.mask) == (by.address & by.mask)) &&
+               ((key & arp_search_mac) == 0 || std::equal(std::begin(row.mac), std::end(row.mac), by.mac)) &&
+               ((key & arp_search_interface) == 0 || text_in(row.interface) == text_in(by.interface)) &&
+               ((key & arp_search_state) == 0 || row.state == by.state) &&
+               ((key & arp_search_kind) == 0 || row.kind == by.kind);
+    };
+    return page(asked, {asked.from.connection, wanted.budget, 0, rows_of_a_page}, matches, out);
+}
+
+int32_t arp::count(const request &asked) const
+{
+    const selection wanted = selection_of(asked.record<arp_request>());
+    int32_t found = 0;
+    rows_at(asked).walk({}, [&](const arp_row &row) {
+        found += wanted(row) ? 1 : 0;
+        return true;
+    });
+    return found;
+}
+
+int32_t arp::summary(const request &asked, reply &out) const
+{
+    const auto wanted = asked.record<arp_request>();
+    const selection matches{wanted.vsysid, wanted.vrid, 0, 0};
+    arp_summary_reply sum{};
+    rows_at(asked).walk({}, [&](const arp_row &row) {
+        if (!matches(row))
+            return true;
+        ++sum.total;
+        sum.static_entries += row.kind == arp_is_static || row.kind == arp_is_static_idle ? 1 : 0;
+        sum.dynamic_entries += is_dynamic(row) ? 1 : 0;
+        sum.incomplete += row.state == arp_state_incomplete ? 1 : 0;
+        sum.failed += row.state == arp_state_failed ? 1 : 0;
+        return true;
+    });
+    sum.proxies = asked.at.slot == here_ ? count_proxies({}, wanted.vrid) : 0;
+    out.append(sum);
+    return 0;
+}
+
+uint32_t arp::count_proxies(const arp_proxy_key &key, uint16_t vrid) const
+{
+    uint32_t found = 0;
+    const auto look = [&](uint32_t address, const network_interface *on, std::string_view name) {
+        const uint16_t router = on != nullptr ? network_.router_of(*on) : usual_virtual_router;
+        const std::string_view wanted = text_in(key.interface);
+        found += (address & key.mask) == (key.address & key.mask) && (wanted.empty() || wanted == name) &&
+                         (vrid == 0 || vrid == router)
+                     ? 1
+                     : 0;
+    };
+    for (const proxy &each : proxies_)
+        look(each.address, network_.interface(each.interface), each.interface);
+    if (kernel_source *kernel = network_.kernel())
+        kernel->each_proxy(neighbour_family::ipv4, [&](const neighbour_key &each) {
+            look(ipv4_of(each), network_.interface(each.interface), network_.name_of(each.interface));
+        });
+    return found;
+}
+
+int32_t arp::proxies(const request &asked) const
+{
+    const auto wanted = asked.record<arp_proxy_request>();
+    arp_proxy_key key;
+    std::memcpy(&key, wanted.key, sizeof key);
+    return asked.at.slot == here_ ? static_cast<int32_t>(count_proxies(key, wanted.vrid)) : 0;
+}
+
+int32_t arp::duplicates(const request &asked) const
+{
+    const auto wanted = asked.record<arp_duplicate_request>();
+    const mac_address mac = mac_of(wanted.mac);
+    const uint32_t found =
+        mac == mac_address{} ? table_.sharing(wanted.vsysid) : table_.sharing(wanted.vsysid, mac);
+    return static_cast<int32_t>(found);
+}
+
+/* --- the joined list --------------------------------------------------------------------------------------
+ */
+
+arp_mac_row arp::join(const arp_row &row, uint32_t now) const
+{
+    arp_mac_row joined{};
+    joined.arp = row;
+    joined.arp.age = now - row.age;
+    const mac_address mac = mac_of(row.mac);
+    if (const mac_record *entry = macs_.find(mac, row.interface_index);
+        entry != nullptr && mac != mac_address{}) {
+        joined.in_mac_table = 1;
+        joined.vlan = entry->key.vlan;
+        joined.mac_flags = entry->flags;
+        std::copy(std::begin(entry->interface), std::end(entry->interface), joined.mac_interface);
+        std::copy(std::begin(entry->port_name), std::end(entry->port_name), joined.port);
+        joined.mac_age = now - entry->updated;
+    }
+    fill_text(joined.description, descriptions_.of(row.vsysid, mac));
+    if (const std::string *router = network_.router_name(row.vrid))
+        fill_text(joined.vrname, *router);
+    return joined;
+}
+
+bool arp::matches(const arp_mac_request &wanted, const arp_row &row) const
+{
+    const std::string_view interfaces = text_in(wanted.interface);
+    if (row.vsysid != wanted.vsysid || (wanted.vrid != 0 && row.vrid != wanted.vrid) ||
+        (wanted.selector != 0 && row.address != wanted.selector) ||
+        (wanted.has_mac != 0 && !std::equal(std::begin(row.mac), std::end(row.mac), wanted.mac)) ||
+        (wanted.first_option != 0 && row.kind + 1 != wanted.first_option) ||
+        (wanted.second_option != 0 && row.state + 1 != wanted.second_option) ||
+        (!interfaces.empty() && !is_one_of(text_in(row.interface), interfaces)))
+        return false;
+    const std::string_view port = text_in(wanted.second_name), bridge = text_in(wanted.third_name);
+    const bool shows_all =
+        wanted.display_mode != arp_mac_with_entry && wanted.display_mode != arp_mac_without_entry;
+    if (shows_all && port.empty() && bridge.empty())
+        return true;
+    const mac_address mac = mac_of(row.mac);
+    const mac_record *entry = mac != mac_address{} ? macs_.find(mac, row.interface_index) : nullptr;
+    if (entry == nullptr)
+        return port.empty() && bridge.empty() && wanted.display_mode != arp_mac_with_entry;
+    return wanted.display_mode != arp_mac_without_entry &&
+           (port.empty() || text_in(entry->port_name) == port) &&
+           (bridge.empty() || text_in(entry->interface) == bridge);
+}
+
+int32_t arp::joined_list(const request &asked, reply &out)
+{
+    const auto wanted = asked.record<arp_mac_request>();
+    const uint32_t now = monotonic_seconds();
+    out.append(arp_page{});
+    const auto made = take_page(
+        rows_at(asked), positions_,
+        {asked.from.connection, wanted.cursor, wanted.budget, joined_rows_of_a_page},
+        [&](const arp_row &row) { return matches(wanted, row); },
+        [&](const arp_row &row) { out.append(join(row, now)); });
+    if (!made)
+        return -ESTALE;
+    out.put(0, arp_page{made->cursor, made->rows});
+    return 0;
+}
+
+int32_t arp::joined_count(const request &asked) const
+{
+    const auto wanted = asked.record<arp_mac_request>();
+    int32_t found = 0;
+    rows_at(asked).walk({}, [&](const arp_row &row) {
+        found += matches(wanted, row) ? 1 : 0;
+        return true;
+    });
+    return found;
+}
+
+/* --- clearing and scanning --------------------------------------------------------------------------------
+ */
+
+int arp::remove_neighbour(const arp_row &row)
+{
+    const neighbour_key key = ipv4_neighbour(row.interface_index, row.address);
+    kernel_source *kernel = network_.kernel();
+    const int result = kernel != nullptr ? kernel->delete_neighbour(key) : 0;
+    if (result == 0 || result == -ENOENT)
+        network_.remove(key); /* the kernel's own event comes later and finds nothing */
+    return result == -ENOENT ? 0 : result;
+}
+
+/* The status is how many were cleared. A very large table is cleared by repeating the request. */
+int32_t arp::clear(const request &asked)
+{
+    const auto wanted = asked.record<arp_clear_request>();
+    if (asked.bytes.size() < sizeof wanted || wanted.option > arp_clear_unresolved)
+        return -EINVAL;
+    const selection matches{wanted.vsysid, static_cast<uint16_t>(wanted.vrid), wanted.second & UINT16_MAX,
+                            wanted.third};
+    if (asked.at.slot != here_)
+        return 0;
+    std::vector<arp_row> gone;
+    table_.rows().walk({}, [&](const arp_row &row) {
+        if (matches(row) && is_dynamic(row) && (wanted.option == arp_clear_all || is_unresolved(row)))
+            gone.push_back(row);
+        return gone.size() < most_cleared_at_once;
+    });
+    int32_t cleared = 0;
+    for (const arp_row &row : gone) {
+        if (const int result = remove_neighbour(row); result < 0)
+            return cleared != 0 ? cleared : result;
+        ++cleared;
+    }
+    return cleared;
+}
+
+/* The status is how many addresses will be asked for. */
+int32_t arp::scan(const request &asked)
+{
+    const auto wanted = asked.record<arp_scan_request>();
+    if (asked.bytes.size() < sizeof wanted || wanted.first == 0 || wanted.first > wanted.second ||
+        wanted.second - wanted.first >= arp_scan_most || wanted.option < 0)
+        return -EINVAL;
+    int32_t found = 0;
+    for (uint64_t address = wanted.first; address <= wanted.second; ++address) {
+        const auto one = static_cast<uint32_t>(address);
+        const network_interface *towards = network_.interface_towards(one, 0);
+        if (towards == nullptr || network_.is_own(one) ||
+            (wanted.option != 0 && towards->index != static_cast<uint32_t>(wanted.option)))
+            continue;
+        to_scan_.push_back(ipv4_neighbour(towards->index, one));
+        ++found;
+    }
+    if (found == 0)
+        return -ENETUNREACH;
+    scan_some();
+    return found;
+}
+
+int arp::on_scan(sd_event_source *, uint64_t, void *data)
+{
+    static_cast<arp *>(data)->scan_some();
+    return 0;
+}
+
+void arp::scan_some()
+{
+    for (int i = 0; i < scanned_at_once && !to_scan_.empty(); ++i) {
+        const neighbour_key key = to_scan_.front();
+        to_scan_.pop_front();
+        if (kernel_source *kernel = network_.kernel()) {
+            kernel->probe_neighbour(key);
+            continue;
+        }
+        const auto host = silent_.find(ipv4_of(key));
+        if (host == silent_.end() || host->second.first != key.interface)
+            continue;
+        neighbour entry;
+        entry.mac = host->second.second;
+        entry.state = NUD_REACHABLE;
+        entry.confirmed = monotonic_seconds();
+        network_.put(key, entry);
+    }
+    if (to_scan_.empty())
+        return;
+    sd_event_source_set_time_relative(scan_timer_.get(), scan_interval_us);
+    sd_event_source_set_enabled(scan_timer_.get(), SD_EVENT_ONESHOT);
+}
+
+/* --- static entries ---------------------------------------------------------------------------------------
+ */
+
+bool is_host(uint32_t address)
+{
+    constexpr uint32_t multicast = 0xe0000000, loopback = 127;
+    return address != 0 && address < multicast && address >> 24 != loopback && address >> 24 != 0;
+}
+
+bool is_station(const mac_address &mac)
+{
+    return mac != mac_address{} && (mac[0] & 1) == 0;
+}
+
+std::optional<refusal> arp::change(const commit &wanted, transaction &in)
+{
+    if (network_.router_name(wanted.u16(arp_attribute_vrid)) == nullptr)
+        return refusal{result_bad_value, "there is no such virtual router", "虚拟路由器不存在"};
+    if (wanted.operation == operation_set)
+        return set(wanted, in);
+    if (wanted.operation == operation_unset)
+        return remove_all(wanted, in, true);
+    return wanted.u32(arp_attribute_address) == 0 ? remove_all(wanted, in, false) : remove(wanted, in);
+}
+
+std::optional<refusal> arp::set(const commit &wanted, transaction &in)
+{
+    const static_arp_key key{wanted.u16(arp_attribute_vrid), wanted.vsysid,
+                             wanted.u32(arp_attribute_address)};
+    static_arp entry{{}, wanted.u8(arp_attribute_option)};
+    const std::span<const uint8_t> mac = wanted.bytes(arp_attribute_mac);
+    std::copy(mac.begin(), mac.end(), entry.mac.begin());
+    if (!is_host(key.address))
+        return refusal{result_bad_value, "the address is not one of a host", "地址不是主机地址"};
+    if (!is_station(entry.mac))
+        return refusal{result_bad_value, "the MAC address is zero, or one of a group",
+                       "MAC地址为全零或组播地址"};
+    if (network_.is_own(key.address))
+        return refusal{result_bad_value, "the address is the appliance's own", "地址是本设备的地址"};
+    if (!table_.statics().contains(key) && table_.statics().size() >= most_statics)
+        return refusal{result_full, "there are 65536 static ARP entries already", "静态ARP表项已达65536条"};
+    in.run("INSERT OR REPLACE INTO arp_static VALUES(?,?,?,?,?)", key.virtual_router, key.virtual_system,
+           key.address, std::span<const uint8_t>(entry.mac), entry.option);
+    if (auto no = apply(key, entry, in))
+        return no;
+    in.after_commit([this, key, entry] { table_.put_static(key, entry); });
+    return {};
+}
+
+/* The kernel is written before the commit and gets back what it had when that fails. */
+std::optional<refusal> arp::apply(const static_arp_key &key, const static_arp &entry, transaction &in)
+{
+    const network_interface *towards = network_.interface_towards(key.address, key.virtual_router);
+    kernel_source *kernel = network_.kernel();
+    if (!options_.apply || kernel == nullptr || towards == nullptr)
+        return {};
+    const neighbour_key on = ipv4_neighbour(towards->index, key.address);
+    if (const int result = kernel->set_neighbour(on, entry.mac); result < 0) {
+        const char *why = std::strerror(-result);
+        return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
+                       fmt::format("无法应用到系统：{}", why)};
+    }
+    const auto before = table_.statics().find(key);
+    if (before != table_.statics().end())
+        in.on_rollback([kernel, on, mac = before->second.mac] { kernel->set_neighbour(on, mac); });
+    else
+        in.on_rollback([kernel, on] { kernel->delete_neighbour(on); });
+    return {};
+}
+
+void arp::remove_one(const static_arp_key &key, transaction &in)
+{
+    in.run("DELETE FROM arp_static WHERE vrid=? AND vsys=? AND address=?", key.virtual_router,
+           key.virtual_system, key.address);
+    in.after_commit([this, key] {
+        const network_interface *towards = network_.interface_towards(key.address, key.virtual_router);
+        if (options_.apply && network_.kernel() != nullptr && towards != nullptr) {
+            const neighbour_key on = ipv4_neighbour(towards->index, key.address);
+            network_.kernel()->delete_neighbour(on);
+            network_.remove(on); /* or it would show as somebody else's until the kernel tells */
+        }
+        table_.remove_static(key);
+    });
+}
+
+std::optional<refusal> arp::remove(const commit &wanted, transaction &in)
+{
+    const static_arp_key key{wanted.u16(arp_attribute_vrid), wanted.vsysid,
+                             wanted.u32(arp_attribute_address)};
+    if (!table_.statics().contains(key))
+        return refusal{result_absent, "there is no such static ARP entry", "静态ARP表项不存在"};
+    remove_one(key, in);
+    return {};
+}
+
+std::optional<refusal> arp::remove_all(const commit &wanted, transaction &in, bool every_system)
+{
+    for (const auto &[key, entry] : table_.statics())
+        if (key.virtual_router == wanted.u16(arp_attribute_vrid) &&
+            (every_system || key.virtual_system == wanted.vsysid))
+            remove_one(key, in);
+    return {};
+}
+
+} // namespace
+
+const service_entry arp_service = {
+    "arp", migrations, [](setup &with) -> std::unique_ptr<service> { return std::make_unique<arp>(with); }};
+
+} // namespace mixd
