@@ -63,7 +63,7 @@ struct arp_static : platform_test {
     {
         platform_test::SetUp();
         std::memset(error, '#', sizeof error);
-        platform().fallback = {0, 0, text_field("trust-vr", 32), {}};
+        platform().fallback = {0, 0, text_field("main-router", 32), {}};
         platform().current_vsysid = 0x0909;
         platform().on_commit = [this](const mgi_message &message, const std::string &object) {
             commits.push_back(read_commit(message, object));
@@ -95,7 +95,7 @@ TEST_F(arp_static, add_commits_the_entry_with_its_routers_name)
     EXPECT_EQ(commits[0].address, 0x0a010203u);
     EXPECT_EQ(commits[0].vrid, 0x1122);
     EXPECT_EQ(commits[0].mac, bytes(mac, mac + 6));
-    EXPECT_EQ(commits[0].vrname, "trust-vr");
+    EXPECT_EQ(commits[0].vrname, "main-router");
     EXPECT_EQ(commits[0].option, 7);
     EXPECT_EQ(commits[0].others, 0);
     const gateway_call &call = platform().gateway_calls[0];
@@ -184,7 +184,7 @@ TEST_F(arp_static, remove_commits_the_address)
     EXPECT_EQ(commits[0].address, 0x0a010203u);
     EXPECT_EQ(commits[0].vrid, 0x1122);
     EXPECT_EQ(commits[0].mac, std::nullopt);
-    EXPECT_EQ(commits[0].vrname, "trust-vr");
+    EXPECT_EQ(commits[0].vrname, "main-router");
     EXPECT_EQ(commits[0].option, std::nullopt);
     EXPECT_EQ(commits[0].others, 0);
     const gateway_call &call = platform().gateway_calls[0];
@@ -226,7 +226,7 @@ TEST_F(arp_static, remove_conf_unsets_by_virtual_router)
     EXPECT_EQ(commits[0].address, std::nullopt);
     EXPECT_EQ(commits[0].vrid, 0x1122);
     EXPECT_EQ(commits[0].mac, std::nullopt);
-    EXPECT_EQ(commits[0].vrname, "trust-vr");
+    EXPECT_EQ(commits[0].vrname, "main-router");
     EXPECT_EQ(commits[0].option, std::nullopt);
     EXPECT_EQ(commits[0].others, 0);
     const gateway_call &call = platform().gateway_calls[0];
@@ -308,7 +308,7 @@ TEST_F(arp_static, remove_all_of_a_router_lists_it_and_removes_what_is_static)
     size_t page = 0;
     platform().handler = [&](const sent_message &sent) -> answer {
         if (sent.type == 114)
-            return {0, 0, text_field("trust-vr", 32), {}};
+            return {0, 0, text_field("main-router", 32), {}};
         if (page++ == 0)
             return {0,
                     0,

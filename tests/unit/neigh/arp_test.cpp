@@ -429,7 +429,7 @@ struct vrname : platform_test {
 
 TEST_F(vrname, is_the_replys_text)
 {
-    EXPECT_EQ(name_after({0, 0, text_field("trust-vr", 32), {}}), "trust-vr");
+    EXPECT_EQ(name_after({0, 0, text_field("main-router", 32), {}}), "main-router");
     EXPECT_EQ(name_after({0, 5, text_field("a", 32), {}}), "a") << "nothing of the last name is left";
 }
 
@@ -452,13 +452,13 @@ TEST_F(vrname, may_fill_all_32_bytes)
 TEST_F(vrname, says_why_there_is_none)
 {
     EXPECT_EQ(name_after({-1, 0, {}, {}}), "ipc-fail");
-    EXPECT_EQ(name_after({0, -1, text_field("trust-vr", 32), {}}), "not-found-name");
+    EXPECT_EQ(name_after({0, -1, text_field("main-router", 32), {}}), "not-found-name");
     EXPECT_EQ(name_after({-1, -1, {}, {}}), "ipc-fail");
 }
 
 TEST_F(vrname, is_empty_without_buffers)
 {
-    name_after({0, 0, text_field("trust-vr", 32), {}});
+    name_after({0, 0, text_field("main-router", 32), {}});
     for (const uint32_t failing : {3u, 5u}) {
         platform().fail_allocation(failing);
         EXPECT_STREQ(get_vrname_by_vrid(1), "");
