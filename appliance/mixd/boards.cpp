@@ -11,7 +11,7 @@ namespace mixd
 namespace
 {
 
-constexpr uint32_t highest_slot = 253; /* its node, slot + 1, and node 255 - 1 still fit in 8 bits */
+constexpr uint32_t highest_slot = 253; /* node 254; the address that no daemon has is in node 255 */
 constexpr uint16_t most_cpus = 64;
 
 board read_board(scenario_table &row, std::set<uint32_t> &slots)

@@ -48,7 +48,7 @@ void fill(char (&out)[Size], const std::string &text)
     std::memcpy(out, text.data(), std::min(text.size(), Size - 1));
 }
 
-int32_t about(core &all, reply &out)
+int32_t about(core &all, const board &at, reply &out)
 {
     control_about row{};
     const options &chosen = all.settings();
@@ -61,6 +61,8 @@ int32_t about(core &all, reply &out)
     fill(row.run_dir, chosen.run_dir);
     fill(row.store, chosen.store_file);
     fill(row.scenario, chosen.scenario_file);
+    row.slot = at.slot;
+    fill(row.board, at.name);
     out.append(row);
     return 0;
 }
@@ -86,8 +88,8 @@ std::unique_ptr<service> make(setup &with)
     with.serve(control_daemon, control_list_services, [&all](const request &asked, reply &out) {
         return page<mix::wire::control_service>(asked, out, all.endpoints().all(), row_of);
     });
-    with.serve(control_daemon, control_about_type,
-               [&all](const request &, reply &out) { return about(all, out); });
+    with.serve_on_boards(control_daemon, control_about_type,
+                         [&all](const request &asked, reply &out) { return about(all, asked.at, out); });
     return std::make_unique<service>();
 }
 

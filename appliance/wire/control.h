@@ -1,6 +1,7 @@
 /*
  * The control service of mixd: daemon 201 on this board. It lists what mixd serves, with counters, and makes
- * services misbehave on request. All numbers are little-endian.
+ * services misbehave on request. Every board of a chassis tells about itself, the rest is answered on this
+ * board alone. All numbers are little-endian.
  */
 #ifndef MIX_APPLIANCE_WIRE_CONTROL_H
 #define MIX_APPLIANCE_WIRE_CONTROL_H
@@ -99,8 +100,10 @@ struct [[gnu::packed]] control_about {
     char run_dir[256];
     char store[256];
     char scenario[256];
+    uint32_t slot; /* of the board that was asked */
+    char board[32];
 };
-static_assert(sizeof(control_about) == 824);
+static_assert(sizeof(control_about) == 860);
 static_assert(offsetof(control_about, pid) == 0);
 static_assert(offsetof(control_about, flags) == 4);
 static_assert(offsetof(control_about, started) == 8);
@@ -110,6 +113,8 @@ static_assert(offsetof(control_about, version) == 24);
 static_assert(offsetof(control_about, run_dir) == 56);
 static_assert(offsetof(control_about, store) == 312);
 static_assert(offsetof(control_about, scenario) == 568);
+static_assert(offsetof(control_about, slot) == 824);
+static_assert(offsetof(control_about, board) == 828);
 
 enum about_flag : uint32_t {
     about_scenario = 1, /* a scenario, not the host, is described */

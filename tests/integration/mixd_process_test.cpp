@@ -3,6 +3,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include "support/mixd_fixture.h"
@@ -453,6 +455,78 @@ TEST_F(control_service, tells_about_the_process)
     EXPECT_EQ(about.clients, 1u);
     EXPECT_STREQ(about.run_dir, mixd.run_dir().c_str());
     EXPECT_EQ(std::string(about.store), mixd.run_dir() + "/mixd.db");
+}
+
+/* --- boards */
+
+struct asked_board {
+    const char *name;
+    const char *socket;
+    const char *board; /* NULL: nothing listens there */
+    uint32_t slot;
+};
+
+class boards_of_a_chassis : public mixd_test, public testing::WithParamInterface<asked_board>
+{
+    void prepare() override
+    {
+        mixd.arguments = {"--scenario",
+                          place.file("s.toml",
+                                     "[[board]]\nslot = 0\nname = \"master\"\nrole = \"main\"\n"
+                                     "[[board]]\nslot = 2\nname = \"front\"\nthis = true\ncpus = 2\n"
+                                     "[[board]]\nslot = 253\n")};
+    }
+};
+
+TEST_P(boards_of_a_chassis, answer_at_their_own_addresses)
+{
+    raw_client client;
+    if (!GetParam().board) {
+        EXPECT_FALSE(client.connect(mixd.socket(GetParam().socket)));
+        return;
+    }
+    ASSERT_TRUE(client.open(mixd, GetParam().socket));
+    const auto answer = client.ask(control_about_type);
+    ASSERT_TRUE(answer);
+    ASSERT_EQ(answer->payload.size(), sizeof(control_about));
+    control_about about;
+    std::memcpy(&about, answer->payload.data(), sizeof about);
+    EXPECT_STREQ(about.board, GetParam().board);
+    EXPECT_EQ(about.slot, GetParam().slot);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    each, boards_of_a_chassis,
+    testing::Values(asked_board{"node_zero_is_this_one", "node0/0.201.sock", "front", 2},
+                    asked_board{"second_cpu_of_this_one", "node0/1.201.sock", "front", 2},
+                    asked_board{"this_one_by_its_node", "node3/1.201.sock", "front", 2},
+                    asked_board{"the_master", "node1/0.201.sock", "master", 0},
+                    asked_board{"one_without_a_name", "node254/0.201.sock", "slot253", 253},
+                    asked_board{"no_second_cpu", "node1/1.201.sock", nullptr, 0},
+                    asked_board{"no_board_there", "node2/0.201.sock", nullptr, 0}),
+    [](const auto &one) { return one.param.name; });
+
+/* --- readiness */
+
+TEST_F(mixd_life, the_service_manager_hears_of_readiness_and_of_the_stop)
+{
+    const std::string path = place.path() + "/notify";
+    const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::memcpy(at.sun_path, path.c_str(), path.size());
+    ASSERT_EQ(bind(manager, reinterpret_cast<const sockaddr *>(&at), sizeof at), 0);
+    mixd.before_exec = [path] { return setenv("NOTIFY_SOCKET", path.c_str(), 1) == 0; };
+    ASSERT_TRUE(mixd.start()) << mixd.log();
+    EXPECT_EQ(mixd.stop(), 0);
+    std::string heard;
+    char text[256];
+    for (ssize_t size; (size = recv(manager, text, sizeof text, MSG_DONTWAIT)) > 0;)
+        heard += std::string(text, static_cast<size_t>(size)) + "\n";
+    close(manager);
+    EXPECT_NE(heard.find("READY=1"), std::string::npos) << heard;
+    EXPECT_NE(heard.find("STOPPING=1"), std::string::npos) << heard;
+    EXPECT_LT(heard.find("READY=1"), heard.find("STOPPING=1"));
 }
 
 } // namespace
