@@ -1,12 +1,11 @@
 #include "appliance/mixd/arp_table.h"
 
 #include <cerrno>
-#include <linux/neighbour.h>
-
 #include <fmt/format.h>
 
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/names.h"
+#include "appliance/mixd/neighbour_states.h"
 
 namespace mixd
 {
@@ -29,18 +28,10 @@ uint32_t ipv4_of(const neighbour_key &key)
     return address;
 }
 
-static arp_state state_of(uint16_t nud)
-{
-    constexpr std::pair<uint16_t, arp_state> states[] = {
-        {NUD_PERMANENT, arp_state_permanent},  {NUD_REACHABLE, arp_state_reachable},
-        {NUD_STALE, arp_state_stale},          {NUD_DELAY, arp_state_delay},
-        {NUD_PROBE, arp_state_probe},          {NUD_FAILED, arp_state_failed},
-        {NUD_INCOMPLETE, arp_state_incomplete}};
-    for (const auto &[bit, state] : states)
-        if ((nud & bit) != 0)
-            return state;
-    return arp_state_none;
-}
+/* In the order of neighbour_state. */
+constexpr arp_state states[] = {arp_state_none,   arp_state_permanent, arp_state_reachable,
+                                arp_state_stale,  arp_state_delay,     arp_state_probe,
+                                arp_state_failed, arp_state_incomplete};
 
 static uint64_t sharing_key(uint16_t virtual_system, const mac_address &mac)
 {
@@ -194,7 +185,7 @@ void arp_table::neighbour_changed(const neighbour_key &key, const neighbour &ent
     if (entry.mac)
         std::copy(entry.mac->begin(), entry.mac->end(), row.mac);
     fill_text(row.interface, on->name);
-    row.state = state_of(entry.state);
+    row.state = states[static_cast<size_t>(kind_of_state(entry.state))];
     row.is_router = entry.is_router ? 1 : 0;
     row.kind = row.state == arp_state_permanent ? arp_is_permanent : arp_is_dynamic;
     row.age = entry.confirmed;

@@ -64,7 +64,7 @@ bool mac_table::is_static(const mac_key &key) const
     return bridge != nullptr && statics_.contains({key.mac, key.vlan, bridge->name});
 }
 
-void mac_table::put_static(const static_mac_key &key, std::string port, uint16_t)
+void mac_table::put_static(const static_mac_key &key, std::string port)
 {
     show_static(key, statics_[key] = std::move(port));
 }

@@ -35,6 +35,8 @@ struct mac_record_key {
     mac_key operator()(const mac_record &one) const { return one.key; }
 };
 
+using mac_rows = ordered_table<mac_record, mac_record_key>;
+
 /* Tells the bridge and port names of configured entries from each other: an entry is known by address, VLAN
  * and bridge, by name, since its interfaces may come and go. */
 struct static_mac_key {
@@ -50,12 +52,12 @@ class mac_table final : private network_observer
   public:
     explicit mac_table(setup &with);
 
-    [[nodiscard]] const ordered_table<mac_record, mac_record_key> &rows() const { return rows_; }
+    [[nodiscard]] const mac_rows &rows() const { return rows_; }
     /* The first entry of an address, on any bridge; `bridge` is preferred. NULL: none. */
     [[nodiscard]] const mac_record *find(const mac_address &, uint32_t bridge) const;
 
     [[nodiscard]] const std::map<static_mac_key, std::string> &statics() const { return statics_; }
-    void put_static(const static_mac_key &, std::string port, uint16_t virtual_system);
+    void put_static(const static_mac_key &, std::string port);
     void remove_static(const static_mac_key &);
 
   private:
@@ -67,7 +69,7 @@ class mac_table final : private network_observer
     [[nodiscard]] bool is_static(const mac_key &) const;
 
     network &network_;
-    ordered_table<mac_record, mac_record_key> rows_;
+    mac_rows rows_;
     std::map<static_mac_key, std::string> statics_; /* to their port */
 };
 

@@ -36,6 +36,12 @@ int run(int argc, char **argv)
         ->type_name("FILE");
     program.add_flag("--apply", chosen.apply, "write what is committed to this host's kernel, too")
         ->excludes(scenario);
+    program
+        .add_option(
+            "--leases", chosen.lease_file,
+            "lease file of the DHCP server on this host, as dnsmasq writes it (default: dnsmasq's own)")
+        ->type_name("FILE")
+        ->excludes(scenario);
     CLI11_PARSE(program, argc, argv);
 
     const bool by_hand = run_dir->count() > 0 || std::getenv("MIX_RUN_DIR") != nullptr;

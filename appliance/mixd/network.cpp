@@ -19,6 +19,16 @@ uint32_t monotonic_seconds()
     return static_cast<uint32_t>(now.tv_sec);
 }
 
+mac_address counted_up(mac_address from, uint32_t steps)
+{
+    uint64_t low = steps;
+    for (int byte = 5; byte >= 2; --byte, low >>= 8) {
+        low += from[byte];
+        from[byte] = static_cast<uint8_t>(low);
+    }
+    return from;
+}
+
 network::network(setup &with)
 {
     read(with.scenario("network"));

@@ -166,6 +166,9 @@ class network
     std::unique_ptr<kernel_source> kernel_;
 };
 
+/* The MAC address that many above another; the first two bytes stay. */
+mac_address counted_up(mac_address from, uint32_t steps);
+
 /* Seconds of the monotonic clock. */
 uint32_t monotonic_seconds();
 

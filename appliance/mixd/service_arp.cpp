@@ -17,6 +17,7 @@
 #include "appliance/mixd/mac_descriptions.h"
 #include "appliance/mixd/mac_table.h"
 #include "appliance/mixd/names.h"
+#include "appliance/mixd/neighbour_states.h"
 #include "appliance/mixd/service.h"
 
 namespace mixd
@@ -173,21 +174,6 @@ void arp::load_statics(setup &with)
 /* --- scenarios --------------------------------------------------------------------------------------------
  */
 
-constexpr std::pair<std::string_view, uint16_t> state_words[] = {
-    {"reachable", NUD_REACHABLE}, {"stale", NUD_STALE},   {"delay", NUD_DELAY},
-    {"probe", NUD_PROBE},         {"failed", NUD_FAILED}, {"incomplete", NUD_INCOMPLETE},
-    {"permanent", NUD_PERMANENT}};
-
-uint16_t state_in(scenario_table &each)
-{
-    const std::string word = each.one_of(
-        "state", "reachable", {"reachable", "stale", "delay", "probe", "failed", "incomplete", "permanent"});
-    for (const auto &[name, state] : state_words)
-        if (name == word)
-            return state;
-    return NUD_REACHABLE;
-}
-
 void arp::read(scenario_table table)
 {
     for (scenario_table &each : table.rows("entry")) {
@@ -227,10 +213,7 @@ void arp::read_many(scenario_table table)
     entry.state = state_in(table);
     entry.confirmed = monotonic_seconds();
     for (uint32_t i = 0; i < number; ++i) {
-        mac_address mac = base;
-        for (int byte = 0; byte < 4; ++byte)
-            mac[5 - byte] = static_cast<uint8_t>(mac[5 - byte] + (i >> (8 * byte)));
-        entry.mac = mac;
+        entry.mac = counted_up(base, i);
         network_.put(ipv4_neighbour(on, first + i), entry);
     }
 }

@@ -1,4 +1,5 @@
-// MAC addresses: their descriptions.
+// The MAC address table: listings, counts, static entries, clearing and converting; descriptions of MAC
+// addresses.
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
@@ -16,6 +17,206 @@ namespace
 namespace wire = mix::wire;
 
 constexpr argument vsys = option("vsys", kinds::number, "virtual system", router_ids);
+
+// --- the table
+// -----------------------------------------------------------------------------------------------
+
+constexpr request asking(wire::mac_opcode opcode)
+{
+    return {.destination = 0, .type = wire::mac_type, .subcommand = opcode};
+}
+constexpr change static_entries{"the static MAC entries"};
+
+constexpr limits names{.longest = 31};
+constexpr argument vlan = option("vlan", kinds::number, "entries of this VLAN", vlan_ids);
+constexpr argument slot = option("slot", kinds::number, "board to ask, 0 for this one", slots);
+constexpr choice kind_words[] = {
+    {"all", "every entry", 0},
+    {"static", "configured entries", 1},
+    {"dynamic", "learned entries", 2},
+};
+
+constexpr column mac_columns[] = {
+    {.title = "MAC address", .key = "mac", .at_least = 17},
+    {"VLAN", "vlan"},
+    {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
+    {.title = "Port", .key = "port", .may_be_cut = true, .at_least = 9},
+    {.title = "Kind", .key = "kind", .at_least = 7},
+    {.title = "Age s", .key = "age", .at_least = 6},
+};
+
+std::string_view kind_of(std::uint16_t flags)
+{
+    if ((flags & wire::mac_entry_local) != 0)
+        return "local";
+    if ((flags & wire::mac_entry_idle) != 0)
+        return "idle";
+    return (flags & wire::mac_entry_static) != 0 ? "static" : "dynamic";
+}
+
+// Where rows go; interfaces and ports are chosen here, since the daemon knows them by number.
+struct mac_listing {
+    table rows;
+    const char *interface, *port;
+};
+
+int print_entry(const void *entry, void *context, int)
+{
+    auto &to = *static_cast<mac_listing *>(context);
+    wire::mac_entry one;
+    std::memcpy(&one, entry, sizeof one);
+    wire::mac_entry_own own;
+    std::memcpy(&own, one.daemons_own, sizeof own);
+    const std::string interface = field_text(one.interface), port = field_text(one.second_name);
+    if ((to.interface != nullptr && interface != to.interface) || (to.port != nullptr && port != to.port))
+        return 0;
+    to.rows.row({mac_text(one.mac), one.vlan != 0 ? cell(one.vlan) : cell(), interface, port,
+                 kind_of(one.flags), std::uint32_t{own.age}});
+    return 0;
+}
+
+outcome show(invocation &call)
+{
+    mac_listing to{{call.out(), mac_columns}, call.text("interface"), call.text("port")};
+    const auto mac = call.mac("mac");
+    get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, mac ? mac->data() : nullptr, print_entry,
+                  &to, call.print(), 1, call.number_or<int>("maximum", 0),
+                  static_cast<std::uint8_t>(call.chosen("kind").value_or(0)),
+                  call.number_or<std::uint32_t>("slot", 0), 0);
+    to.rows.end();
+    if (!call.said().empty())
+        return call.fail(asking(wire::mac_list), "the MAC table can't be read");
+    call.out().note(fmt::format("{} {}", to.rows.rows(), to.rows.rows() == 1 ? "entry" : "entries"));
+    return outcome::done;
+}
+constexpr argument show_arguments[] = {
+    vlan,
+    option("mac", kinds::mac, "this address only"),
+    option("interface", kinds::interface_name, "entries of this bridge"),
+    option("port", kinds::interface_name, "entries of this port"),
+    option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}),
+    option("maximum", kinds::number, "about how many entries are wanted", {.low = 1, .high = INT32_MAX}),
+    slot,
+};
+
+outcome show_count(invocation &call)
+{
+    const int entries =
+        get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, nullptr, nullptr, nullptr, call.print(),
+                      1, 0, static_cast<std::uint8_t>(call.chosen("kind").value_or(0)),
+                      call.number_or<std::uint32_t>("slot", 0), 0);
+    if (!call.said().empty())
+        return call.fail(asking(wire::mac_list), "the MAC entries can't be counted");
+    call.out().record({{"Entries", "entries", entries}});
+    return outcome::done;
+}
+constexpr argument count_arguments[] = {
+    vlan, option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}), slot};
+
+outcome show_summary(invocation &call)
+{
+    std::uint8_t raw[sizeof(wire::mac_summary_reply)];
+    if (mac_generic_data_get(raw, call.print(), call.number_or<std::uint32_t>("slot", 0), 0) < 0 ||
+        !call.said().empty())
+        return call.fail(asking(wire::mac_summary), "the MAC summary can't be read");
+    wire::mac_summary_reply sum;
+    std::memcpy(&sum, raw, sizeof sum);
+    call.out().record({{"Entries", "entries", std::uint32_t{sum.total}},
+                       {"Static", "static", std::uint32_t{sum.static_entries}},
+                       {"Dynamic", "dynamic", std::uint32_t{sum.dynamic_entries}},
+                       {"Local", "local", std::uint32_t{sum.local_entries}}});
+    return outcome::done;
+}
+constexpr argument summary_arguments[] = {slot};
+
+outcome show_bound(invocation &call)
+{
+    std::uint8_t vlans[512] = {};
+    const auto first = call.number_or<std::uint16_t>("VLAN", 0),
+               last = call.number_or<std::uint16_t>("to", first);
+    if (last < first)
+        return call.misused("the last VLAN is below the first");
+    for (std::uint16_t id = first; id <= last; ++id)
+        vlans[id / 8] = static_cast<std::uint8_t>(vlans[id / 8] | 1u << id % 8);
+    call.out().record(
+        {{"Static entries there", "bound", is_if_bound_with_l2_mac_vlan_bitmap(0, vlans) != 0}});
+    return outcome::done;
+}
+constexpr argument bound_arguments[] = {
+    value("VLAN", kinds::number, "VLAN to look into", {.low = 0, .high = 4094}),
+    option("to", kinds::number, "last of a run of VLANs", vlan_ids)};
+
+outcome add(invocation &call)
+{
+    const auto mac = call.mac("MAC");
+    if (mac_add_static_items(call.text("interface"), call.text("port"), mac->data(),
+                             call.number_or<std::uint16_t>("vlan", 0), call.print(), nullptr, 0,
+                             call.language(), 0) != 0)
+        return call.fail(static_entries, "the static MAC entry was not added");
+    return outcome::done;
+}
+constexpr argument add_arguments[] = {
+    value("MAC", kinds::mac, "address of the station"),
+    needed("port", kinds::interface_name, "port that leads to it", names),
+    option("interface", kinds::interface_name, "bridge of the port; \"vlan\" and the VLAN id if not given",
+           names),
+    option("vlan", kinds::number, "its VLAN", vlan_ids),
+};
+
+outcome remove(invocation &call)
+{
+    const auto mac = call.mac("MAC");
+    if (mac_remove_static_items(call.text("interface"), call.text("port"), mac->data(),
+                                call.number_or<std::uint16_t>("vlan", 0), call.print(), 0, call.language(), 0,
+                                call.number_or<std::uint16_t>("vsys", 0)) != 0)
+        return call.fail(static_entries, "the static MAC entry was not deleted");
+    return outcome::done;
+}
+constexpr argument remove_arguments[] = {
+    value("MAC", kinds::mac, "address of the station"),
+    option("port", kinds::interface_name, "of this port only", names),
+    option("interface", kinds::interface_name, "of this bridge only", names),
+    option("vlan", kinds::number, "of this VLAN only", vlan_ids),
+    vsys,
+};
+
+outcome remove_all(invocation &call)
+{
+    if (mac_remove_static_items(nullptr, nullptr, nullptr, 0, call.print(), 1, call.language(), 0,
+                                call.number_or<std::uint16_t>("vsys", 0)) != 0)
+        return call.fail(static_entries, "the static MAC entries were not deleted");
+    return outcome::done;
+}
+constexpr argument remove_all_arguments[] = {vsys};
+
+outcome clear(invocation &call)
+{
+    const auto mac = call.mac("mac");
+    std::int64_t cleared = 0;
+    for (;;) { // the daemon clears a bounded number at a time
+        const int now =
+            mac_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0), 0, mac ? mac->data() : nullptr,
+                                     call.print(), call.number_or<std::uint32_t>("slot", 0), 0);
+        if (!call.said().empty())
+            return call.fail(asking(wire::mac_clear_dynamic), "the MAC table was not cleared");
+        if (now <= 0 || call.out().unwanted())
+            break;
+        cleared += now;
+    }
+    call.out().record({{"Cleared", "cleared", cleared}});
+    return outcome::done;
+}
+constexpr argument clear_arguments[] = {vlan, option("mac", kinds::mac, "this address only"), slot};
+
+outcome convert(invocation &call)
+{
+    const int entries = mac_dynamic2static(call.number_or<std::uint16_t>("vlan", 0), call.print(), 0);
+    if (!call.said().empty())
+        return call.fail(asking(wire::mac_list), "not every entry was looked at");
+    call.out().record({{"Entries looked at", "entries", entries}});
+    return outcome::done;
+}
+constexpr argument convert_arguments[] = {vlan};
 
 // --- descriptions
 // --------------------------------------------------------------------------------------------
@@ -97,6 +298,15 @@ outcome remove_descriptions(invocation &call)
 constexpr argument remove_descriptions_arguments[] = {vsys};
 
 constexpr command commands[] = {
+    {"show mac", "the MAC address table", show, show_arguments},
+    {"show mac count", "how many MAC entries there are", show_count, count_arguments},
+    {"show mac summary", "numbers of MAC entries by kind", show_summary, summary_arguments},
+    {"show mac bound", "whether static entries are in some VLANs", show_bound, bound_arguments},
+    {"add mac", "add a static MAC entry", add, add_arguments},
+    {"delete mac", "delete a static MAC entry", remove, remove_arguments},
+    {"delete mac all", "delete every static MAC entry", remove_all, remove_all_arguments},
+    {"clear mac", "forget dynamic MAC entries", clear, clear_arguments},
+    {"set mac static", "make the dynamic MAC entries static", convert, convert_arguments},
     {"show mac description", "descriptions of MAC addresses", show_descriptions, show_descriptions_arguments},
     {"add mac description", "describe a MAC address", add_description, add_description_arguments},
     {"delete mac description", "delete the description of a MAC address", remove_description,
