@@ -1,20 +1,13 @@
 """The ARP table against the kernel's own view, in network namespaces; and scenarios of any size."""
 
-import json
 import subprocess
 import threading
 import time
 import unittest
 
-from mixd import Mixd, mixsh
+from mixd import mixsh
 from own_network import Peer, bridge_json, enter, ip, ip_json, ping, run, until
-
-STATES = {"INCOMPLETE": "incomplete", "REACHABLE": "reachable", "STALE": "stale", "DELAY": "delay",
-          "PROBE": "probe", "FAILED": "failed", "PERMANENT": "permanent"}
-
-
-def rows(finished):
-    return [json.loads(line) for line in finished.stdout.splitlines()]
+from shell_case import ShellCase, STATES
 
 
 def kernel_view(family="-4"):
@@ -23,37 +16,15 @@ def kernel_view(family="-4"):
             for row in ip_json(f"{family} neigh show")}
 
 
-class WithMixd(unittest.TestCase):
-    options = []
-    scenario = None
-
-    def setUp(self):
-        self.mixd = Mixd(*self.options, scenario=self.scenario)
-        self.addCleanup(self.mixd.remove)
-
-    def ok(self, *commands, **how):
-        finished = mixsh(self.mixd, *commands, **how)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        return finished
-
-    def json(self, command):
-        return rows(self.ok(command, options=["--json"]))
-
-    def refused(self, command, reason, **how):
-        finished = mixsh(self.mixd, command, **how)
-        self.assertEqual(finished.returncode, 1, finished.stdout)
-        self.assertIn(reason, finished.stderr)
-
+class WithMixd(ShellCase):
     def shown(self, words="show arp"):
         found = self.json(words)
         view = {(row["address"], row["interface"]): (row["mac"], row["state"]) for row in found}
-        self.assertEqual(len(view), len(found), "an entry was shown twice")
+        self.assertEqual(len(view), len(found), "a row was shown twice")
         return view
 
     def assert_agrees(self):
-        shown, kernel = until(self.shown, kernel_view)
-        self.assertEqual(shown, kernel)
-        return kernel
+        return self.assert_becomes(self.shown, kernel_view)
 
     def peer(self, here="v0", network=9, **how):
         peer = Peer(here, addresses=[f"10.{network}.0.2/24", f"10.{network}.0.3/24"], **how)
@@ -99,8 +70,7 @@ class AgainstTheKernel(WithMixd):
     def test_a_mixd_that_starts_later_knows_what_was_there_before(self):
         self.peer()
         self.assertTrue(ping("10.9.0.2"))
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.shown(), kernel_view(), "at once: it looked before it was ready")
 
     def test_agrees_after_more_events_than_fit_a_socket(self):
@@ -260,12 +230,10 @@ class StaticEntries(WithMixd):
 
     def test_outlive_a_killed_mixd(self):
         self.ok("add arp 172.16.0.1 02:00:00:00:00:23 option 9")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual([row["address"] for row in self.json("show arp kind idle")], ["172.16.0.1"])
         self.ok("delete arp 172.16.0.1")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.json("show arp"), [])
 
     def test_that_can_not_be_are_refused_in_the_callers_language(self):
@@ -341,8 +309,7 @@ class Descriptions(WithMixd):
                          [("02:00:00:00:00:01", "changed"), ("02:00:00:00:00:02", "number two")])
         self.assertEqual(len(self.json("show mac description 02:00:00:00:00:02")), 1)
         self.assertEqual(self.json("show mac description 02:00:00:00:00:03"), [])
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.ok("delete mac description 02:00:00:00:00:01")
         self.refused("delete mac description 02:00:00:00:00:01", "this MAC address has no description")
         self.assertEqual(len(self.json("show mac description")), 1)
@@ -399,8 +366,6 @@ interface = "ge1"
 """
 
     def test_200000_entries_are_listed_completely_without_holding_up_others(self):
-        def slowest():
-            return max(row["slowest_us"] for row in self.json("show daemons") if row["type"] == 4)
         found = [row["address"] for row in self.json("show arp vr 1")]
         self.assertEqual(len(found), 200000)
         self.assertEqual(len(set(found)), 200000)
@@ -409,7 +374,7 @@ interface = "ge1"
         self.json("show arp mac-table vr 2")
         self.json("show arp count")
         self.json("show arp state failed")
-        self.assertLess(slowest(), 20000, "no request may hold up the others for 20 ms")
+        self.assertLess(self.slowest(4), 20000, "no request may hold up the others for 20 ms")
 
     def test_other_clients_are_answered_while_a_large_table_is_listed(self):
         listing = subprocess.Popen(["sh", "-c", "for i in 1 2 3 4 5; do mixsh -c 'show arp'; done"],
