@@ -1,0 +1,18 @@
+/* libmix: does an address belong to an ISP? */
+#ifndef LIBMIX_ISP_H
+#define LIBMIX_ISP_H
+
+#include <libmix/mix_base.h>
+
+MIX_BEGIN_DECLS
+
+/*
+ * Asks the daemon that holds the ISP address tables (at most 500 ms). addr and isp are passed on as they
+ * stand. Returns 1 when the address belongs to the entry, and 0 when it does not, when the daemon refuses or
+ * does not answer, and without a buffer (which the platform's debug output is told at level 1).
+ */
+MIX_API int check_ip_isp(uint32_t addr, uint32_t isp) MIX_NOEXCEPT;
+
+MIX_END_DECLS
+
+#endif
