@@ -1,5 +1,6 @@
 #include "frame/management.h"
 
+#include "support/general_heap.h"
 #include "support/scripted_platform.h"
 
 #include <climits>
@@ -218,5 +219,33 @@ TEST_F(attribute_exchange, record_marks_the_fields_that_carry_a_value)
     EXPECT_EQ(call.record, join({le32(0), le32(0), le32(5), le32(7)})) << "field 0 is always 0";
     EXPECT_EQ(call.made_size, 16u);
 }
+
+#ifdef MIX_HEAP_IS_OURS
+constexpr uint32_t many_fields[31] = {};
+
+void exchange_many_fields()
+{
+    exchange_record(
+        1, [](const void *, uint32_t) { return 0; }, many_fields, 31, collect_print);
+}
+
+TEST_F(attribute_exchange, record_is_freed_after_the_exchange)
+{
+    heap = {.watched_size = sizeof many_fields};
+    exchange_many_fields();
+    EXPECT_EQ(heap.freed, 1);
+    EXPECT_EQ(platform().record_calls.size(), 1u);
+}
+
+TEST_F(attribute_exchange, record_that_can_not_be_had_is_silent_and_not_exchanged)
+{
+    heap = {.failing_size = sizeof many_fields};
+    exchange_many_fields();
+    heap = {};
+    EXPECT_TRUE(platform().record_calls.empty());
+    EXPECT_TRUE(platform().exchange_text_arguments.empty());
+    EXPECT_EQ(printed, "");
+}
+#endif
 
 } // namespace

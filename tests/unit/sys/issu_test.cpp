@@ -2,20 +2,10 @@
 
 #include <cstdlib>
 
+#include "support/general_heap.h"
 #include "unit/sys/sys_cases.h"
 
 using namespace mixtest;
-
-/* The general heap of this program fails for requests of one size; a sanitizer's own heap does not. */
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define MIX_HEAP_IS_OURS
-static size_t failing_malloc_size = 0;
-extern "C" void *__libc_malloc(size_t);
-extern "C" void *malloc(size_t size)
-{
-    return size != 0 && size == failing_malloc_size ? nullptr : __libc_malloc(size);
-}
-#endif
 
 namespace
 {
@@ -238,10 +228,10 @@ TEST_F(issu_error_text_death, is_null_in_letters_until_there_was_an_error)
 TEST_F(issu_error_text_death, stays_null_in_letters_while_its_memory_cannot_be_had)
 {
     const auto try_twice = [] {
-        failing_malloc_size = 256;
+        heap.failing_size = 256;
         set_err_str("%s", "lost");
         const bool nothing_stored = std::strcmp(issu_err_str_get(), "null") == 0;
-        failing_malloc_size = 0;
+        heap.failing_size = 0;
         set_err_str("%s", "kept");
         return nothing_stored && std::strcmp(issu_err_str_get(), "kept") == 0;
     };
