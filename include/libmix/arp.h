@@ -167,7 +167,7 @@ struct arp_removal_context {
 };
 
 /* For each 56-byte row: removes the entry when it is static and of the context's virtual router. context: a
- * struct arp_removal_context. Returns 0. */
+ * struct arp_removal_context. A refusal goes to the operator's console. Returns 0. */
 MIX_API int arp_remove_one_static_items_vrouter(const void *row, void *context) MIX_NOEXCEPT;
 
 /* Lists a virtual router's entries and removes the static ones. Texts go to the operator's console. Returns

@@ -71,8 +71,9 @@ MIX_API int get_dhcpsn_items(uint16_t vlan, uint16_t b, uint16_t c, uint32_t d, 
                              int maximum) MIX_NOEXCEPT;
 
 /*
- * Clears dynamic bindings. Returns the daemon's status, whatever its sign; 0 after "ipcmsg send failed\n"; -1
- * when a buffer can't be had ("dhcpsn_remove_dynamic_items, No enough memory\n" for the request's).
+ * Clears dynamic bindings; a, b, c: selectors, passed on. Returns the daemon's status, whatever its sign; 0
+ * after "ipcmsg send failed\n"; -1 when a buffer can't be had ("dhcpsn_remove_dynamic_items, No enough
+ * memory\n" for the request's, a missing reply buffer is silent).
  */
 MIX_API int dhcpsn_remove_dynamic_items(uint16_t a, uint32_t b, uint16_t c,
                                         print_callback print) MIX_NOEXCEPT;

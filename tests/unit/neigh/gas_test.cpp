@@ -220,6 +220,7 @@ TEST_F(gas, lookup_returns_the_length_not_the_status)
     }
     const sent_message &sent = platform().messages.at(0);
     EXPECT_EQ(sent.request, join({le32(3), le32(0x0a010203), le16(0x1122), repeat(0, 10)}));
+    EXPECT_EQ(sent.by, sender::send_and_recv);
     EXPECT_EQ(sent.destination, 0u);
     EXPECT_EQ(sent.type, 88u);
     EXPECT_EQ(sent.capacity, 4u);

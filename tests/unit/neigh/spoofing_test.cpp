@@ -264,6 +264,8 @@ TEST_F(spoofing, inspection_by_interface_sends_the_vlans_of_its_name)
         {"Vlan7x-9", 7, 0},       {"Vlan7 -9", 7, 0}, {"vlan10-20", 0, 0},
         {"eth0", 0, 0},           {"xVlan3", 0, 0},   {"Vlan4094-4095", 4094, 4095},
         {"Vlan10-20-30", 10, 20}, {"", 0, 0},         {"Vla", 0, 0},
+        {"Vlax5", 0, 0},          {"Vlan0-5", 0, 5},  {"VlanQ7-8", 7, 8},
+        {"Vlan9-0", 9, 0},        {"Vlan-7", 7, 0},
     };
     for (const vlan_case &each : cases) {
         platform().messages.clear();
@@ -288,6 +290,7 @@ TEST_F(spoofing, arp_statistics_are_cleared_for_one_mac_or_for_all)
     EXPECT_EQ(aspf_stats_clear(0x1122, nullptr, 0x3344, collect_print), 0);
     EXPECT_EQ(request(1), join({le32(1), le16(0x1122), repeat(0, 10)}));
     const sent_message &sent = platform().messages[0];
+    EXPECT_EQ(sent.by, sender::send_and_recv);
     EXPECT_EQ(sent.destination, 0u);
     EXPECT_EQ(sent.type, 90u);
     EXPECT_EQ(sent.capacity, 4u);
@@ -299,9 +302,12 @@ TEST_F(spoofing, nd_statistics_are_cleared)
 {
     EXPECT_EQ(ndspf_stats_clear(0x1122, collect_print), 0);
     EXPECT_EQ(request(), join({le32(1), le16(0x1122), le16(0)}));
-    EXPECT_EQ(platform().messages[0].destination, 0u);
-    EXPECT_EQ(platform().messages[0].type, 138u);
-    EXPECT_EQ(platform().messages[0].capacity, 4u);
+    const sent_message &sent = platform().messages[0];
+    EXPECT_EQ(sent.by, sender::send_and_recv);
+    EXPECT_EQ(sent.destination, 0u);
+    EXPECT_EQ(sent.type, 138u);
+    EXPECT_EQ(sent.capacity, 4u);
+    EXPECT_EQ(sent.timeout_ms, 500u);
     EXPECT_EQ(printed, "");
 }
 
