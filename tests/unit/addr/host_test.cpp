@@ -415,7 +415,7 @@ int answered(uint16_t family, const octets &with)
         EXPECT_EQ(*length, 1024u);
         EXPECT_EQ(octets(static_cast<uint8_t *>(value), static_cast<uint8_t *>(value) + 1024), octets(1024));
         EXPECT_LE(with.size(), 1024u);
-        std::memcpy(value, with.data(), with.size());
+        std::copy(with.begin(), with.end(), static_cast<uint8_t *>(value));
         *length = static_cast<socklen_t>(with.size());
         return 0;
     };
