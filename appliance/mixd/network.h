@@ -108,6 +108,8 @@ class network
     void observe(network_observer &);
 
     [[nodiscard]] const std::map<uint32_t, network_interface> &interfaces() const { return interfaces_; }
+    /* With the generation that each was last met in. */
+    [[nodiscard]] const std::map<network_address, uint32_t> &addresses() const { return addresses_; }
     [[nodiscard]] const network_interface *interface(uint32_t index) const;
     [[nodiscard]] const network_interface *interface(std::string_view name) const;
     [[nodiscard]] std::string name_of(uint32_t index) const; /* "if7" for one that is not known */
