@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "match/fast.h"
+
 static_assert(offsetof(bm_state, length) == 34 && offsetof(bm_state, bad_char) == 36 &&
               offsetof(bm_state, good_suffix) == 548 && sizeof(bm_state) == 614);
 
@@ -43,9 +45,9 @@ int bm_match_proc(const void *text, uint16_t text_len, const bm_state *state) no
     if (!text || !text_len || !state || state->length == 0 || state->length > BM_PATTERN_MAX ||
         text_len < state->length)
         return -1;
-    const uint8_t *bytes = static_cast<const uint8_t *>(text);
-    const void *found = memmem(bytes, text_len, state->pattern, state->length);
-    return found ? static_cast<int>(static_cast<const uint8_t *>(found) - bytes) : -1;
+    /* The first occurrence is what the tables lead to; a vector search gets there sooner. */
+    return mix::match::find_substring(static_cast<const uint8_t *>(text), text_len,
+                                      reinterpret_cast<const uint8_t *>(state->pattern), state->length);
 }
 
 int bm_substring(const char *pattern, uint32_t a, int b, uint32_t k) noexcept

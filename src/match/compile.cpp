@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "match/matcher.h"
+#include "match/fast.h"
 
 namespace
 {
@@ -369,6 +369,7 @@ int tqac_compile(tqac_matcher *matcher) noexcept
             return -1;
         }
     }
+    prepare_fast(matcher);
     tqac_free_unused_fields(matcher);
     if (tqac_compile_cb)
         tqac_compile_cb(matcher);

@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "match/matcher.h"
+#include "match/fast.h"
 
 using namespace mix::match;
 

@@ -17,9 +17,6 @@ static_assert(offsetof(tqac_matcher, patterns) == 8 && offsetof(tqac_matcher, ma
 static_assert(offsetof(tqac_pattern, len) == 20 && offsetof(tqac_pattern, bytes) == 24);
 static_assert(sizeof(trans_node) == 16);
 
-/* What tqac_new allocates. */
-inline constexpr int64_t matcher_size = sizeof(tqac_matcher);
-
 /* xlatcase, without a load. */
 constexpr uint8_t fold(uint8_t byte)
 {

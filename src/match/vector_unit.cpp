@@ -1,0 +1,287 @@
+/* Which vector unit is there, and what is made for each. */
+#include <atomic>
+#include <cstring>
+
+#include "match/fast.h"
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#include <immintrin.h>
+#else
+#include <arm_neon.h>
+#endif
+
+namespace mix::match
+{
+
+namespace
+{
+
+std::atomic<int> in_use{0};
+
+#if defined(__x86_64__)
+
+/* The system keeps the upper halves of the wide registers. */
+bool system_keeps_wide_registers()
+{
+    uint32_t low, high;
+    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+    return (low & 6) == 6;
+}
+
+vector_unit ask_processor()
+{
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_SSSE3))
+        return vector_unit::none;
+    const bool wide = (c & bit_OSXSAVE) && (c & bit_AVX) && system_keeps_wide_registers();
+    if (wide && __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2))
+        return vector_unit::avx2;
+    return vector_unit::ssse3;
+}
+
+/* The last group of a text is moved back to end with it; places before `at` have been looked at. */
+uint64_t from_place(uint64_t mask, int moved_back)
+{
+    return mask >> moved_back << moved_back;
+}
+
+[[gnu::target("ssse3")]] inline __m128i groups_at(const uint8_t *text, const __m128i *low,
+                                                  const __m128i *high)
+{
+    const __m128i half = _mm_set1_epi8(15);
+    __m128i groups = _mm_set1_epi8(-1);
+    for (int place = 0; place < filter_window; ++place) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + place));
+        groups = _mm_and_si128(groups, _mm_shuffle_epi8(low[place], _mm_and_si128(bytes, half)));
+        groups = _mm_and_si128(groups,
+                               _mm_shuffle_epi8(high[place], _mm_and_si128(_mm_srli_epi16(bytes, 4), half)));
+    }
+    return groups;
+}
+
+[[gnu::target("ssse3")]] candidates find_ssse3(const filter_masks &masks, const uint8_t *text, int at,
+                                               int limit)
+{
+    __m128i low[filter_window], high[filter_window];
+    for (int place = 0; place < filter_window; ++place) {
+        low[place] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(masks.low[place]));
+        high[place] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(masks.high[place]));
+    }
+    while (at < limit) {
+        const int from = at + 16 <= limit ? at : limit - 16;
+        const __m128i none = _mm_cmpeq_epi8(groups_at(text + from, low, high), _mm_setzero_si128());
+        const uint64_t mask = from_place(static_cast<uint32_t>(_mm_movemask_epi8(none)) ^ 0xFFFFU, at - from);
+        if (mask)
+            return {from, mask};
+        at = from + 16;
+    }
+    return {limit, 0};
+}
+
+[[gnu::target("avx2")]] inline __m256i groups_at_wide(const uint8_t *text, const __m256i *low,
+                                                      const __m256i *high)
+{
+    const __m256i half = _mm256_set1_epi8(15);
+    __m256i groups = _mm256_set1_epi8(-1);
+    for (int place = 0; place < filter_window; ++place) {
+        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text + place));
+        groups = _mm256_and_si256(groups, _mm256_shuffle_epi8(low[place], _mm256_and_si256(bytes, half)));
+        groups = _mm256_and_si256(
+            groups, _mm256_shuffle_epi8(high[place], _mm256_and_si256(_mm256_srli_epi16(bytes, 4), half)));
+    }
+    return groups;
+}
+
+[[gnu::target("avx2")]] candidates find_avx2(const filter_masks &masks, const uint8_t *text, int at,
+                                             int limit)
+{
+    __m256i low[filter_window], high[filter_window];
+    for (int place = 0; place < filter_window; ++place) {
+        low[place] =
+            _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(masks.low[place])));
+        high[place] = _mm256_broadcastsi128_si256(
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(masks.high[place])));
+    }
+    while (at < limit) {
+        const int from = at + 32 <= limit ? at : limit - 32;
+        const __m256i none =
+            _mm256_cmpeq_epi8(groups_at_wide(text + from, low, high), _mm256_setzero_si256());
+        const uint64_t mask = from_place(~static_cast<uint32_t>(_mm256_movemask_epi8(none)), at - from);
+        if (mask)
+            return {from, mask};
+        at = from + 32;
+    }
+    return {limit, 0};
+}
+
+int find_substring_sse2(const uint8_t *text, int length, const uint8_t *pattern, int size)
+{
+    const int limit = length - size + 1;
+    const __m128i first = _mm_set1_epi8(static_cast<char>(pattern[0]));
+    const __m128i last = _mm_set1_epi8(static_cast<char>(pattern[size - 1]));
+    for (int at = 0; at < limit; at += 16) {
+        at = at + 16 <= limit ? at : limit - 16;
+        const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + at));
+        const __m128i two = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text + at + size - 1));
+        const __m128i both = _mm_and_si128(_mm_cmpeq_epi8(one, first), _mm_cmpeq_epi8(two, last));
+        for (uint32_t mask = static_cast<uint32_t>(_mm_movemask_epi8(both)); mask; mask &= mask - 1) {
+            const int place = at + __builtin_ctz(mask);
+            if (memcmp(text + place, pattern, static_cast<size_t>(size)) == 0)
+                return place;
+        }
+    }
+    return -1;
+}
+
+[[gnu::target("avx2")]] int find_substring_avx2(const uint8_t *text, int length, const uint8_t *pattern,
+                                                int size)
+{
+    const int limit = length - size + 1;
+    const __m256i first = _mm256_set1_epi8(static_cast<char>(pattern[0]));
+    const __m256i last = _mm256_set1_epi8(static_cast<char>(pattern[size - 1]));
+    for (int at = 0; at < limit; at += 32) {
+        at = at + 32 <= limit ? at : limit - 32;
+        const __m256i one = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text + at));
+        const __m256i two = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(text + at + size - 1));
+        const __m256i both = _mm256_and_si256(_mm256_cmpeq_epi8(one, first), _mm256_cmpeq_epi8(two, last));
+        for (uint32_t mask = static_cast<uint32_t>(_mm256_movemask_epi8(both)); mask; mask &= mask - 1) {
+            const int place = at + __builtin_ctz(mask);
+            if (memcmp(text + place, pattern, static_cast<size_t>(size)) == 0)
+                return place;
+        }
+    }
+    return -1;
+}
+
+#else
+
+vector_unit ask_processor()
+{
+    return vector_unit::neon;
+}
+
+/* Four bits for each byte that is not 0. */
+uint64_t mask_of(uint8x16_t bytes)
+{
+    const uint16x8_t set = vreinterpretq_u16_u8(vtstq_u8(bytes, bytes));
+    return vget_lane_u64(vreinterpret_u64_u8(vshrn_n_u16(set, 4)), 0);
+}
+
+candidates find_neon(const filter_masks &masks, const uint8_t *text, int at, int limit)
+{
+    uint8x16_t low[filter_window], high[filter_window];
+    for (int place = 0; place < filter_window; ++place) {
+        low[place] = vld1q_u8(masks.low[place]);
+        high[place] = vld1q_u8(masks.high[place]);
+    }
+    while (at < limit) {
+        const int from = at + 16 <= limit ? at : limit - 16;
+        uint8x16_t groups = vdupq_n_u8(0xFF);
+        for (int place = 0; place < filter_window; ++place) {
+            const uint8x16_t bytes = vld1q_u8(text + from + place);
+            groups = vandq_u8(groups, vqtbl1q_u8(low[place], vandq_u8(bytes, vdupq_n_u8(15))));
+            groups = vandq_u8(groups, vqtbl1q_u8(high[place], vshrq_n_u8(bytes, 4)));
+        }
+        const int skip = 4 * (at - from);
+        const uint64_t mask = mask_of(groups) >> skip << skip;
+        if (mask)
+            return {from, mask};
+        at = from + 16;
+    }
+    return {limit, 0};
+}
+
+int find_substring_neon(const uint8_t *text, int length, const uint8_t *pattern, int size)
+{
+    const int limit = length - size + 1;
+    const uint8x16_t first = vdupq_n_u8(pattern[0]);
+    const uint8x16_t last = vdupq_n_u8(pattern[size - 1]);
+    for (int at = 0; at < limit; at += 16) {
+        at = at + 16 <= limit ? at : limit - 16;
+        const uint8x16_t both =
+            vandq_u8(vceqq_u8(vld1q_u8(text + at), first), vceqq_u8(vld1q_u8(text + at + size - 1), last));
+        for (uint64_t mask = mask_of(both) & 0x1111111111111111; mask; mask &= mask - 1) {
+            const int place = at + __builtin_ctzll(mask) / 4;
+            if (memcmp(text + place, pattern, static_cast<size_t>(size)) == 0)
+                return place;
+        }
+    }
+    return -1;
+}
+
+#endif
+
+/* Texts too short for a vector. */
+int find_substring_short(const uint8_t *text, int length, const uint8_t *pattern, int size)
+{
+    for (int at = 0; at + size <= length; ++at) {
+        if (text[at] == pattern[0] && memcmp(text + at, pattern, static_cast<size_t>(size)) == 0)
+            return at;
+    }
+    return -1;
+}
+
+} // namespace
+
+vector_unit best_vector_unit()
+{
+    return ask_processor();
+}
+
+bool has_vector_unit(vector_unit unit)
+{
+    const vector_unit best = ask_processor();
+    return unit == vector_unit::none || unit == best ||
+           (unit == vector_unit::ssse3 && best == vector_unit::avx2);
+}
+
+void use_vector_unit(vector_unit unit)
+{
+    in_use.store(static_cast<int>(unit), std::memory_order_relaxed);
+}
+
+/* Asked once; several threads that ask at the same time get the same answer. */
+vector_unit vector_unit_in_use()
+{
+    const vector_unit known = static_cast<vector_unit>(in_use.load(std::memory_order_relaxed));
+    if (known != vector_unit::unknown)
+        return known;
+    const vector_unit best = ask_processor();
+    use_vector_unit(best);
+    return best;
+}
+
+vector_filter filter_in_use()
+{
+    switch (vector_unit_in_use()) {
+#if defined(__x86_64__)
+    case vector_unit::ssse3:
+        return {find_ssse3, 16, 1};
+    case vector_unit::avx2:
+        return {find_avx2, 32, 1};
+#else
+    case vector_unit::neon:
+        return {find_neon, 16, 4};
+#endif
+    default:
+        return {nullptr, 0, 1};
+    }
+}
+
+int find_substring(const uint8_t *text, int length, const uint8_t *pattern, int pattern_length)
+{
+    const int places = length - pattern_length + 1;
+    const vector_unit unit = vector_unit_in_use();
+    if (unit == vector_unit::none || places < 16)
+        return find_substring_short(text, length, pattern, pattern_length);
+#if defined(__x86_64__)
+    if (unit == vector_unit::avx2 && places >= 32)
+        return find_substring_avx2(text, length, pattern, pattern_length);
+    return find_substring_sse2(text, length, pattern, pattern_length);
+#else
+    return find_substring_neon(text, length, pattern, pattern_length);
+#endif
+}
+
+} // namespace mix::match
