@@ -1,0 +1,44 @@
+/* Processor, memory and storage figures of this host, from /proc and /sys. */
+#ifndef MIXD_HOST_FIGURES_H
+#define MIXD_HOST_FIGURES_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "appliance/wire/chassis.h"
+
+namespace mixd
+{
+
+using cpu_record = std::array<uint32_t, mix::wire::cpu_fields>;
+using memory_figures = std::array<uint64_t, mix::wire::mem_fields>;
+using storage_figures = std::array<uint64_t, 3>;
+
+/* Processor figures since the last time they were asked for; the first time since the system started. */
+class host_processors
+{
+  public:
+    cpu_record read();
+
+  private:
+    struct ticks {
+        uint64_t busy = 0, user = 0, system = 0, all = 0;
+    };
+    static ticks now();
+    ticks before_;
+    cpu_record last_{};
+};
+
+memory_figures host_memory(uint32_t mode);
+/* The hottest zone, in degrees; nothing where the host has no sensor. */
+std::optional<int16_t> host_temperature();
+/* Of the file system that holds a path, in KiB. */
+std::optional<storage_figures> file_system_figures(const std::string &path);
+/* The number of processors that are on line. */
+uint32_t host_cpu_count();
+
+} // namespace mixd
+
+#endif

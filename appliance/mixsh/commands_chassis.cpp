@@ -1,0 +1,395 @@
+// The chassis: slots, processors, memory, modules, storage.
+//
+// A board is named by its slot here; the library's functions take the node, which is the slot and one.
+#include "appliance/mixsh/addresses.h"
+#include "appliance/mixsh/invocation.h"
+#include "appliance/mixsh/kinds.h"
+#include "appliance/wire/chassis.h"
+#include "platform/board.h"
+#include "platform/ipcmsg.h"
+
+#include <libmix/chassisd.h>
+#include <libmix/vchassisd.h>
+
+namespace mixsh
+{
+
+namespace
+{
+
+namespace wire = mix::wire;
+
+constexpr argument slot_option = option("slot", kinds::number, "a board of the chassis", slots);
+constexpr argument cpu_option = option("cpu", kinds::number, "a processor of the board", {.high = 63});
+constexpr argument board_arguments[] = {slot_option, cpu_option};
+
+// The board that a command names; without a slot this one.
+struct board_words {
+    std::uint32_t node, cpu;
+
+    explicit board_words(const invocation &call)
+        : node(call.has("slot") ? call.number_or<std::uint32_t>("slot", 0) + 1 : 0),
+          cpu(call.number_or<std::uint32_t>("cpu", 0))
+    {
+    }
+    request asking(std::uint32_t type, std::uint32_t subcommand) const
+    {
+        const std::uint32_t to = node == 0
+                                     ? wire::chassis_manager
+                                     : mktipcid(node, static_cast<std::uint16_t>(cpu), wire::chassis_manager);
+        return {to, type, subcommand};
+    }
+};
+
+// --- slots
+// ---------------------------------------------------------------------------------------------------
+
+constexpr column slot_columns[] = {
+    {.title = "Slot", .key = "slot"},           {.title = "Board", .key = "board", .may_be_cut = true},
+    {.title = "State", .key = "state"},         {.title = "For s", .key = "in_state_s"},
+    {.title = "Card type", .key = "card_type"}, {.title = "Role", .key = "role"},
+    {.title = "CPUs", .key = "cpus"},
+};
+
+outcome show_slots(invocation &call)
+{
+    const board_words at(call);
+    wire::slot_entry entries[64];
+    std::uint32_t length = sizeof entries;
+    if (chassisd_get_slot_status2(at.node, at.cpu, entries, &length) != 0)
+        return call.fail(at.asking(wire::slot_status_type, wire::slot_status_ask),
+                         "the slot table can't be read");
+    table rows(call.out(), slot_columns);
+    for (std::size_t i = 0; i < length / sizeof entries[0]; i++) {
+        const wire::slot_entry &one = entries[i];
+        wire::slot_entry_own own;
+        std::memcpy(&own, one.unused, sizeof own);
+        rows.row({std::uint32_t{one.slot}, field_text(own.name), vchassisd_vm_state2str(one.state),
+                  std::uint32_t{own.in_state}, fmt::format("{:#x}", std::uint32_t{one.card_type}),
+                  std::uint32_t{one.role}, std::uint32_t{own.cpus}});
+    }
+    return outcome::done;
+}
+
+constexpr argument slot_value = value("SLOT", kinds::number, "a slot of the chassis", slots);
+constexpr argument slot_arguments[] = {slot_value};
+
+outcome show_slot(invocation &call)
+{
+    const auto slot = call.number_or<std::uint16_t>("SLOT", 0);
+    const int state = get_chassis_specified_slot_status(slot);
+    if (state < 0)
+        return call.fail(request{wire::chassis_manager, wire::slot_status_type, wire::slot_status_ask},
+                         "the slot table can't be read");
+    std::uint32_t removable = 0;
+    const bool told = libchassisd_is_slot_cfg_removable(slot, &removable) == 0;
+    call.out().record({{"Slot", "slot", std::uint32_t{slot}},
+                       {"State", "state", vchassisd_vm_state2str(static_cast<std::uint32_t>(state))},
+                       {"Present", "present", chassisd_card_is_present(slot) != 0},
+                       {"Has entered booting", "booting", chassisd_card_is_enter_booting(slot) != 0},
+                       {"Online", "online", chassisd_card_is_online(slot) == 1},
+                       {"Settings can be cleared", "clearable", told ? cell(removable != 0) : cell()}});
+    return outcome::done;
+}
+
+outcome clear_slot(invocation &call)
+{
+    if (libchassisd_clear_slot_cfg(call.number_or<std::uint16_t>("SLOT", 0)) != 0)
+        return call.fail(request{wire::chassis_manager, wire::slot_cfg_type, wire::slot_cfg_clear},
+                         "the slot's settings were not cleared");
+    return outcome::done;
+}
+
+outcome detach_slot(invocation &call)
+{
+    if (libchassisd_detach_slot(call.number_or<std::uint32_t>("SLOT", 0)) != 0)
+        return call.fail(request{wire::chassis_main, wire::slot_detach_type, wire::slot_detach},
+                         "the slot was not detached");
+    return outcome::done;
+}
+
+constexpr choice card_actions[] = {{"boot", "the card comes up", wire::card_boot},
+                                   {"stop", "the card goes down", wire::card_stop},
+                                   {"reboot", "the card starts again", wire::card_reboot}};
+
+outcome set_card(invocation &call)
+{
+    const std::uint8_t card[6] = {call.number_or<std::uint8_t>("SLOT", 0)};
+    const auto code = static_cast<wire::card_notice_code>(call.chosen("ACTION").value_or(wire::card_boot));
+    const auto tell = code == wire::card_boot   ? libchassisd_vchassis_notify_boot_pic
+                      : code == wire::card_stop ? libchassisd_vchassis_notify_stop_pic
+                                                : libchassisd_vchassis_notify_reboot_pic;
+    std::uint16_t answer = 0;
+    const request asking{wire::chassis_manager, wire::card_notice_type, code};
+    if (tell(card, &answer) != 0)
+        return call.fail(asking, "the chassis manager did not take the notice");
+    if (answer != 0)
+        return call.fail("the chassis manager has no such card", "show slots lists those it has");
+    return outcome::done;
+}
+constexpr argument card_arguments[] = {
+    slot_value, value("ACTION", kinds::one_of, "what the card does", {.choices = card_actions})};
+
+// --- processors and memory
+// -------------------------------------------------------------------------------------
+
+void print_cpu(invocation &call, const std::uint32_t (&record)[wire::cpu_fields])
+{
+    call.out().record({{"Processors", "processors", record[wire::cpu_count]},
+                       {"Busy (%)", "busy", record[wire::cpu_busy]},
+                       {"User (%)", "user", record[wire::cpu_user]},
+                       {"System (%)", "system", record[wire::cpu_system]},
+                       {"Load", "load", cell(record[wire::cpu_load] / 100.0)}});
+}
+
+outcome show_cpu(invocation &call)
+{
+    const board_words at(call);
+    std::uint32_t record[wire::cpu_fields] = {};
+    if (chassisd_get_slot_cpu_info(at.node, at.cpu, record) != 0)
+        return call.fail(at.asking(wire::chassis_query_type, wire::chassis_cpu_record),
+                         "the processor's figures can't be read");
+    print_cpu(call, record);
+    return outcome::done;
+}
+
+outcome show_cpu_system(invocation &call)
+{
+    std::uint32_t record[wire::cpu_fields] = {};
+    if (chassisd_get_system_current_cpu_info(record) != 0)
+        return call.fail(request{wire::chassis_manager, wire::chassis_query_type, wire::chassis_cpu_record},
+                         "the system's processor figures can't be read");
+    print_cpu(call, record);
+    return outcome::done;
+}
+
+outcome show_memory(invocation &call)
+{
+    const board_words at(call);
+    std::uint64_t figures[wire::mem_fields] = {};
+    if (chassisd_get_slot_mem(at.node, at.cpu, figures) != 0 || figures[wire::mem_total] == 0)
+        return call.fail(at.asking(wire::chassis_query_type, wire::chassis_slot_mem),
+                         "the memory figures can't be read");
+    call.out().record(
+        {{"Total (KiB)", "total", figures[wire::mem_total]},
+         {"Used (KiB)", "used", figures[wire::mem_used]},
+         {"Used (%)", "used_percent", figures[wire::mem_used_percent]},
+         {"Free (KiB)", "free", figures[wire::mem_free]},
+         {"Available (KiB)", "available", figures[wire::mem_available]},
+         {"Buffers (KiB)", "buffers", figures[wire::mem_buffers]},
+         {"Cached (KiB)", "cached", figures[wire::mem_cached]},
+         {"Swap (KiB)", "swap", figures[wire::mem_swap_total]},
+         {"Swap free (KiB)", "swap_free", figures[wire::mem_swap_free]},
+         {"Used counts caches", "with_caches", figures[wire::mem_mode] == wire::mem_with_caches}});
+    return outcome::done;
+}
+
+constexpr choice memory_modes[] = {{"available", "memory that could be had back is not used", 0},
+                                   {"caches", "caches count as used", 1}};
+outcome set_memory_mode(invocation &call)
+{
+    const board_words at(call);
+    if (chassisd_set_slot_mem_calc_mode(at.node, at.cpu,
+                                        static_cast<std::uint32_t>(call.chosen("MODE").value_or(0))) != 0)
+        return call.fail(at.asking(wire::chassis_query_type, wire::chassis_set_mem_mode),
+                         "the memory calculation was not changed");
+    return outcome::done;
+}
+constexpr argument memory_mode_arguments[] = {
+    value("MODE", kinds::one_of, "what counts as used", {.choices = memory_modes}), slot_option, cpu_option};
+
+outcome show_temperature(invocation &call)
+{
+    std::uint32_t degrees = 0;
+    const auto slot = call.number_or<std::uint32_t>("slot", tq_get_slot());
+    if (chassisd_get_cpu_temp(slot, call.number_or<std::uint32_t>("cpu", 0), &degrees) != 0)
+        return call.fail(request{wire::chassis_manager, wire::chassis_query_type, wire::chassis_cpu_temp},
+                         "the temperature can't be read");
+    call.out().record({{"Temperature (C)", "temperature", static_cast<std::int32_t>(degrees)}});
+    return outcome::done;
+}
+
+outcome show_pool(invocation &call)
+{
+    std::uint32_t figures[4] = {};
+    const auto pool = call.number_or<std::uint32_t>("POOL", 0);
+    if (libchassisd_get_data_pak_buffer_pool_info(figures, pool) != 0)
+        return call.fail(request{wire::chassis_main, wire::buffer_pool_type, wire::buffer_pool_show},
+                         "the buffer pool can't be read");
+    call.out().record({{"Total", "total", figures[wire::pool_total]},
+                       {"Used", "used", figures[wire::pool_used]},
+                       {"Free", "free", figures[wire::pool_free]},
+                       {"Failed", "failed", figures[wire::pool_failed]}});
+    return outcome::done;
+}
+constexpr argument pool_arguments[] = {value("POOL", kinds::number, "a buffer pool", {.high = 255})};
+
+// --- modules
+// -----------------------------------------------------------------------------------------------------
+
+struct module_record {
+    std::uint32_t valid;
+    char slot[128];
+    std::uint32_t kind;
+    char name[64];
+    char serial[32];
+};
+static_assert(sizeof(module_record) == 232);
+
+constexpr column module_columns[] = {
+    {.title = "Where", .key = "where"},
+    {.title = "Kind", .key = "kind"},
+    {.title = "Name", .key = "name", .may_be_cut = true},
+    {.title = "Serial number", .key = "serial"},
+};
+
+outcome show_modules(invocation &call)
+{
+    const request asking{wire::chassis_manager, wire::module_type, wire::module_number};
+    std::uint32_t count = 0;
+    if (libchassisd_get_module_number(&count) != 0)
+        return call.fail(asking, "the modules can't be counted");
+    table rows(call.out(), module_columns);
+    for (std::uint32_t i = 0; i < count; i++) {
+        std::uint32_t words[sizeof(module_record) / sizeof(std::uint32_t)] = {};
+        if (libchassisd_get_module_info(words, i) != 0)
+            return call.fail(request{wire::chassis_manager, wire::module_type, wire::module_info},
+                             "a module can't be read");
+        module_record one;
+        std::memcpy(&one, words, sizeof one);
+        rows.row({field_text(one.slot), one.kind, field_text(one.name), field_text(one.serial)});
+    }
+    return outcome::done;
+}
+
+outcome show_module(invocation &call)
+{
+    const auto slot = call.number_or<std::uint16_t>("SLOT", 0);
+    std::uint32_t state = 0;
+    const std::uint32_t platform = libchassisd_get_module_plat_id(slot);
+    if (platform == 0 || libchassisd_get_module_slot_state(slot, &state) != 0)
+        return call.fail(request{wire::chassis_manager, wire::module_type, wire::module_of_slot},
+                         "the slot's module can't be read");
+    call.out().record({{"Slot", "slot", std::uint32_t{slot}},
+                       {"Platform", "platform", fmt::format("{:#x}", platform)},
+                       {"State", "state", vchassisd_vm_state2str(state)}});
+    return outcome::done;
+}
+
+// --- storage
+// -------------------------------------------------------------------------------------------------------
+
+constexpr column storage_columns[] = {
+    {.title = "Storage", .key = "storage"},
+    {.title = "Type", .key = "type"},
+    {.title = "Device", .key = "device"},
+    {.title = "Total (KiB)", .key = "total"},
+    {.title = "Free (KiB)", .key = "free"},
+    {.title = "Description", .key = "description", .may_be_cut = true},
+};
+
+void storage_row(table &rows, int which)
+{
+    libchassisd_block_storage one{};
+    if (libchassisd_get_block_storage_info(&one, which) != 0)
+        return;
+    char type[32] = {};
+    libchassisd_storage_type_2_string(one.type, type, sizeof type);
+    rows.row({which == 1 ? "internal" : "external", type, field_text(one.device), one.first_size,
+              one.second_size, field_text(one.description)});
+}
+
+outcome show_storage(invocation &call)
+{
+    table rows(call.out(), storage_columns);
+    storage_row(rows, 1);
+    if (tq_get_external_storage_type() > 0)
+        storage_row(rows, 2);
+    rows.end();
+    if (rows.rows() == 0)
+        call.out().note("this board's storage can't be told");
+    return outcome::done;
+}
+
+outcome show_storage_path(invocation &call)
+{
+    const char *path = call.text("PATH");
+    char type[32] = {};
+    libchassisd_storage_type_2_string(static_cast<std::uint32_t>(libchassisd_get_disk_type_bypath(path)),
+                                      type, sizeof type);
+    call.out().record({{"Path", "path", path}, {"Type", "type", type}});
+    return outcome::done;
+}
+constexpr argument path_arguments[] = {value("PATH", kinds::file, "a path on the storage")};
+
+outcome show_flash(invocation &call)
+{
+    const board_words at(call);
+    std::uint64_t figures[3] = {};
+    const bool disk = call.which().words == "show storage disk";
+    const int result =
+        disk ? chassisd_get_harddisk_info(figures) : chassisd_get_slot_flash_info(at.node, at.cpu, figures);
+    if (result != 0)
+        return call.fail(
+            at.asking(wire::chassis_query_type, disk ? wire::chassis_harddisk : wire::chassis_flash),
+            "the storage figures can't be read");
+    call.out().record({{"Total (KiB)", "total", figures[wire::storage_total]},
+                       {"Used (KiB)", "used", figures[wire::storage_used]},
+                       {"Free (KiB)", "free", figures[wire::storage_free]}});
+    return outcome::done;
+}
+
+// A serial number or a model as it comes: blanks and the line's end don't belong to it.
+cell trimmed(const char *text)
+{
+    std::string out(text);
+    while (!out.empty() && static_cast<unsigned char>(out.back()) <= ' ')
+        out.pop_back();
+    return out.empty() ? cell() : cell(std::move(out));
+}
+
+outcome show_disk(invocation &call)
+{
+    char serial[64] = {}, model[64] = {}, device[32] = {}, type[64] = {};
+    const bool has_serial = libchassisd_get_harddisk_sn(serial, sizeof serial - 1) == 0;
+    const bool named = libchassisd_get_device_name(device, 0, sizeof device) == 0;
+    const bool has_model = named && libchassisd_get_disk_device_model(model, 0, sizeof model) == 0;
+    if (named)
+        libchassisd_get_disk_filesystem_type_byname(device, type);
+    if (!has_serial && !named)
+        return call.fail("no disk of this machine tells its identity",
+                         "the start-up scripts name the system's disk in /tmp/tq_systemdevice");
+    call.out().record({{"Device", "device", named ? trimmed(device) : cell()},
+                       {"Serial number", "serial", has_serial ? trimmed(serial) : cell()},
+                       {"Model", "model", has_model ? trimmed(model) : cell()},
+                       {"File system", "filesystem", named ? trimmed(type) : cell()}});
+    return outcome::done;
+}
+
+constexpr command commands[] = {
+    {"show slots", "the cards of the chassis", show_slots, board_arguments},
+    {"show slot", "one card of the chassis", show_slot, slot_arguments},
+    {"clear slot", "clear the settings of a slot whose card is not at work", clear_slot, slot_arguments},
+    {"delete slot", "detach a card of a virtual chassis", detach_slot, slot_arguments},
+    {"set slot", "boot, stop or reboot a card of a virtual chassis", set_card, card_arguments},
+    {"show cpu", "a processor's figures", show_cpu, board_arguments},
+    {"show cpu system", "the figures of the busiest board", show_cpu_system},
+    {"show memory", "a board's memory", show_memory, board_arguments},
+    {"set memory", "what counts as used memory", set_memory_mode, memory_mode_arguments},
+    {"show memory pool", "a data packet buffer pool", show_pool, pool_arguments},
+    {"show temperature", "a processor's temperature", show_temperature, board_arguments},
+    {"show modules", "the modules of the chassis", show_modules},
+    {"show module", "the module of one slot", show_module, slot_arguments},
+    {"show storage", "this board's internal and external storage", show_storage},
+    {"show storage path", "the kind of storage that holds a path", show_storage_path, path_arguments},
+    {"show storage flash", "the size of a board's flash", show_flash, board_arguments},
+    {"show storage disk", "the size of the hard disk", show_flash, board_arguments},
+    {"show disk", "the identity of the system's disk", show_disk},
+};
+
+} // namespace
+
+extern const family chassis_family;
+const family chassis_family{"chassis", "slots, processors, memory, modules, storage", commands};
+
+} // namespace mixsh
