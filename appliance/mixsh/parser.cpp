@@ -403,8 +403,10 @@ std::string placeholder(const argument &of)
 {
     if (!of.within.choices.empty()) {
         std::string all;
-        for (const auto &pick : of.within.choices)
-            all += (all.empty() ? "" : "|") + std::string(pick.word);
+        for (const auto &pick : of.within.choices) {
+            all += all.empty() ? "" : "|";
+            all += pick.word;
+        }
         return all;
     }
     if (!of.is->placeholder.empty())
@@ -417,11 +419,13 @@ std::string usage(const command &which)
     std::string text(which.words);
     for (const auto &is : which.arguments) {
         std::string one(is.keyword ? is.name : "");
-        if (is.is)
-            one += (is.keyword ? " " : "") + placeholder(is);
+        if (is.is) {
+            one += is.keyword ? " " : "";
+            one += placeholder(is);
+        }
         if (repeats(is))
             one += "...";
-        text += may_be_left_out(is) ? fmt::format(" [{}]", one) : " " + one;
+        text += may_be_left_out(is) ? fmt::format(" [{}]", one) : fmt::format(" {}", one);
     }
     return text;
 }
