@@ -2,6 +2,7 @@
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
+#include "appliance/platform/reason.h"
 #include "appliance/wire/arp.h"
 
 #include <libmix/arp.h>
@@ -188,12 +189,20 @@ constexpr argument show_arguments[] = {
     option("maximum", kinds::number, "about how many entries are wanted", {.low = 1, .high = INT32_MAX}),
 };
 
+// Some functions of the library are silent, and a failure counts as 0: only the transport tells it from a
+// real 0.
+bool failed_silently()
+{
+    return *mixplatform_last_reason() != '\0';
+}
+
 outcome show_count(invocation &call)
 {
-    // The function is silent and its failures count as 0; the transport's reason tells one from the other.
     const int entries =
         get_arp_items_count(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0),
                             0, call.ipv4("address").value_or(0), call.number_or<std::uint32_t>("node", 0), 0);
+    if (failed_silently())
+        return call.fail(asking(wire::arp_count), "the ARP entries can't be counted");
     call.out().record({{"Entries", "entries", entries}});
     return outcome::done;
 }
@@ -340,6 +349,8 @@ outcome show_proxies(invocation &call)
     const int entries = get_proxy_arp_items_count(call.number_or<std::uint16_t>("vsys", 0),
                                                   call.number_or<std::uint16_t>("vr", 0), &key, 0,
                                                   call.number_or<std::uint32_t>("node", 0), 0);
+    if (failed_silently())
+        return call.fail(asking(wire::arp_proxy_count), "the proxy entries can't be counted");
     call.out().record({{"Proxy entries", "entries", entries}});
     return outcome::done;
 }

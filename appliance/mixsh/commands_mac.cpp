@@ -3,6 +3,7 @@
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
+#include "appliance/platform/reason.h"
 #include "appliance/wire/mac.h"
 
 #include <ctime>
@@ -138,8 +139,10 @@ outcome show_bound(invocation &call)
         return call.misused("the last VLAN is below the first");
     for (std::uint16_t id = first; id <= last; ++id)
         vlans[id / 8] = static_cast<std::uint8_t>(vlans[id / 8] | 1u << id % 8);
-    call.out().record(
-        {{"Static entries there", "bound", is_if_bound_with_l2_mac_vlan_bitmap(0, vlans) != 0}});
+    const bool bound = is_if_bound_with_l2_mac_vlan_bitmap(0, vlans) != 0;
+    if (*mixplatform_last_reason() != '\0') // the function is silent, and a failure counts as no
+        return call.fail(asking(wire::mac_bound), "the VLANs can't be looked into");
+    call.out().record({{"Static entries there", "bound", bound}});
     return outcome::done;
 }
 constexpr argument bound_arguments[] = {

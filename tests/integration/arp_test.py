@@ -301,6 +301,14 @@ class StaticEntriesApplied(WithMixd):
         self.assertEqual(self.permanent(), {("10.9.0.50", "v0"): ("02:00:00:00:00:50", "permanent")})
 
 
+class WithoutMixd(WithMixd):
+    def test_every_question_fails_and_says_so(self):
+        self.mixd.stop()
+        for words in ("", " count", " summary", " mac-table", " mac-table count", " duplicates", " proxies",
+                      " state stale"):
+            self.refused("show arp" + words, "is mixd running")
+
+
 class Descriptions(WithMixd):
     def test_are_added_shown_changed_and_deleted(self):
         self.ok("add mac description 02:00:00:00:00:01 one", "add mac description 02:00:00:00:00:02 'number two'",
