@@ -5,73 +5,21 @@
  */
 #include <libmix/ipdefrag.h>
 
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
-#include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "appliance/wire/message.h"
+#include "peer.h"
 #include "ratio.h"
 
 namespace
 {
 
 using namespace mix::wire;
+using namespace mixbench;
 
 constexpr size_t datagram = sizeof(message_header) + 4; /* request and reply alike */
-
-[[noreturn]] void fail(const char *what)
-{
-    std::perror(what);
-    std::exit(1);
-}
-
-std::string folder;
-
-int listen_at(const std::string &path)
-{
-    const int at = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (at < 0 || bind(at, reinterpret_cast<sockaddr *>(&address), sizeof(address)) < 0 || listen(at, 8) < 0)
-        fail(path.c_str());
-    return at;
-}
-
-/* A child that serves one connection after another; it ends with its parent. */
-template <class Serve>
-void start_peer(const std::string &path, Serve serve)
-{
-    const int at = listen_at(path);
-    if (fork() != 0) {
-        close(at);
-        return;
-    }
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (;;) {
-        const int connection = accept(at, nullptr, nullptr);
-        if (connection < 0)
-            _exit(1);
-        serve(connection);
-        close(connection);
-    }
-}
-
-void echo(int connection)
-{
-    char bytes[4096];
-    for (ssize_t got; (got = recv(connection, bytes, sizeof(bytes), 0)) > 0;)
-        if (send(connection, bytes, static_cast<size_t>(got), MSG_NOSIGNAL) < 0)
-            return;
-}
 
 void answer_requests(int connection)
 {
@@ -107,11 +55,7 @@ BENCHMARK(get_ipdefrag_para_between_processes)->UseRealTime();
 
 void bare_ping_pong(benchmark::State &state)
 {
-    const int connection = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    (folder + "/echo.sock").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (connect(connection, reinterpret_cast<sockaddr *>(&address), sizeof(address)) < 0)
-        fail("connect");
+    const int connection = connect_to(folder + "/echo.sock");
     char bytes[datagram] = {};
     for (auto _ : state)
         if (send(connection, bytes, sizeof(bytes), MSG_NOSIGNAL) < 0 ||
@@ -125,16 +69,12 @@ BENCHMARK(bare_ping_pong)->UseRealTime();
 
 int main(int argc, char **argv)
 {
-    char pattern[] = "/tmp/mix-bench-XXXXXX";
-    if (mkdtemp(pattern) == nullptr)
-        fail("mkdtemp");
-    folder = pattern;
-    setenv("MIX_RUN_DIR", pattern, 1);
+    make_folder();
     mkdir((folder + "/node0").c_str(), 0700);
     start_peer(folder + "/node0/0.0.sock", answer_requests);
     start_peer(folder + "/echo.sock", echo);
     const int result = mixbench::run(
         argc, argv, {{"get_ipdefrag_para_between_processes/real_time", "bare_ping_pong/real_time", 1.25}});
-    const std::string command = "rm -rf '" + folder + "'";
-    return std::system(command.c_str()) != 0 ? 1 : result;
+    remove_folder();
+    return result;
 }
