@@ -10,6 +10,14 @@ if(MIX_SANITIZE)
     target_link_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE})
 endif()
 
+if(MIX_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+        message(FATAL_ERROR "MIX_FUZZ needs clang; configure with --preset fuzz")
+    endif()
+    target_compile_options(mix_settings INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(mix_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # The public headers and the platform's declarations.
 add_library(mix_headers INTERFACE)
 target_include_directories(mix_headers INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
