@@ -287,6 +287,8 @@ INSTANTIATE_TEST_SUITE_P(
         mac_text_case{"too_short", "0011.2233.445", bytes(6)},
         mac_text_case{"too_long", "0011.2233.44556", bytes(6)},
         mac_text_case{"not_hexadecimal", "0011.22g3.4455", bytes(6)},
+        mac_text_case{"first_is_not_hexadecimal", "g011.2233.4455", bytes(6)},
+        mac_text_case{"last_is_not_hexadecimal", "0011.2233.445g", bytes(6)},
         mac_text_case{"a_third_dot", "0011.2233.44.5", bytes(6)}, mac_text_case{"empty", "", bytes(6)},
         mac_text_case{"absent", nullptr, bytes(6)}),
     case_name);
@@ -440,6 +442,7 @@ TEST_F(vrname, ends_at_its_first_zero_and_with_the_reply)
     EXPECT_EQ(bytes(name, name + 32), text_field("ab", 32));
     EXPECT_EQ(name_after({0, 0, {'a', 'b', 'c'}, {}}), "abc") << "bytes that were not received are not text";
     EXPECT_EQ(name_after({0, 0, {}, {}}), "");
+    EXPECT_EQ(name_after({0, 0, {'a', 'b'}, 32}), "ab") << "the buffer is cleared before the exchange";
 }
 
 TEST_F(vrname, may_fill_all_32_bytes)
