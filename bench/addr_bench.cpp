@@ -25,10 +25,8 @@ constexpr size_t word_count = 1'000'000;
 
 std::string address(std::mt19937 &random)
 {
-    std::string text;
-    for (int i = 0; i < 4; i++)
-        text += (i > 0 ? "." : "") + std::to_string(random() % 256);
-    return text;
+    char text[INET_ADDRSTRLEN];
+    return ipv4_2_str(static_cast<uint32_t>(random()), text, sizeof text);
 }
 
 /* Half are addresses, the others prefixes, beginnings, addresses with a character too many and plain words.

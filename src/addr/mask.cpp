@@ -20,7 +20,7 @@ bool is_contiguous(uint32_t mask)
 uint32_t mask_word(const uint8_t *mask, int i)
 {
     uint32_t word;
-    std::memcpy(&word, mask + 4 * i, sizeof(word));
+    std::memcpy(&word, mask + static_cast<ptrdiff_t>(sizeof(word)) * i, sizeof(word));
     return be32toh(word);
 }
 

@@ -62,7 +62,7 @@ int wildcard_mask(const char *text, int most_holes, uint32_t *out)
     const auto value = strict_quad(text);
     if (!value)
         return -1;
-    const int width = std::bit_width(*value);
+    const int width = 32 - std::countl_zero(*value);
     const int holes = width - std::popcount(*value); /* zero bits below the highest one */
     if (holes > most_holes)
         return 0;
