@@ -51,6 +51,8 @@ core::core(options chosen)
     const std::vector<std::string> wrong = scenario_.finish();
     if (!wrong.empty())
         throw startup_error(fmt::format("{}", fmt::join(wrong, "\n")));
+    for (const auto &one : services_)
+        one->begin();
     server_ = std::make_unique<server>(loop_.get(), run_, registry_, faults_);
     server_->listen();
 }

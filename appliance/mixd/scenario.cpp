@@ -114,7 +114,7 @@ void scenario_table::wrong(std::string_view key, std::string_view reason)
     fail(key, reason);
 }
 
-void scenario_table::missing(std::string_view key)
+void scenario_table::require(std::string_view key)
 {
     if (table_ && !has(key))
         problems_->add(line(), fmt::format("key \"{}\" is missing in [{}]", key, name_));
@@ -232,13 +232,13 @@ std::vector<std::string> scenario_table::texts(std::string_view key, size_t long
 
 uint64_t scenario_table::required_number(std::string_view key, uint64_t least, uint64_t most)
 {
-    missing(key);
+    require(key);
     return number(key, least, most).value_or(0);
 }
 
 std::string scenario_table::required_text(std::string_view key, size_t longest)
 {
-    missing(key);
+    require(key);
     return string(key, longest).value_or("");
 }
 

@@ -67,6 +67,10 @@ class scenario_table
     uint64_t required_number(std::string_view key, uint64_t least, uint64_t most);
     std::string required_text(std::string_view key, size_t longest = 255);
 
+    /* Reports the key as missing where the table is present; for keys whose reader takes them for optional.
+     */
+    void require(std::string_view key);
+
     /* Addresses, given as text. IPv4 comes back in host byte order, the others in wire order. */
     std::optional<uint32_t> ipv4(std::string_view key);
     std::optional<ipv6_address> ipv6(std::string_view key);
@@ -81,7 +85,6 @@ class scenario_table
   private:
     const void *ask(std::string_view key);
     void wrong(std::string_view key, std::string_view reason);
-    void missing(std::string_view key);
     std::optional<int64_t> integer(std::string_view key, int64_t least, int64_t most);
     std::optional<std::string> string(std::string_view key, size_t longest);
 

@@ -160,6 +160,10 @@ class service
     service(const service &) = delete;
     service &operator=(const service &) = delete;
     virtual ~service() = default;
+    /* All services are made and the scenario is in order; nothing is served yet. What a scenario puts into
+     * the store goes there now, so that a wrong scenario changes nothing. May throw startup_error or
+     * store_error. */
+    virtual void begin() {}
     virtual void reload() {} /* SIGHUP */
 };
 
