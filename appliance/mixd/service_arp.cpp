@@ -13,6 +13,7 @@
 
 #include "appliance/mixd/arp_table.h"
 #include "appliance/mixd/event.h"
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/mac_descriptions.h"
 #include "appliance/mixd/mac_table.h"
@@ -554,17 +555,6 @@ void arp::scan_some()
 
 /* --- static entries ---------------------------------------------------------------------------------------
  */
-
-bool is_host(uint32_t address)
-{
-    constexpr uint32_t multicast = 0xe0000000, loopback = 127;
-    return address != 0 && address < multicast && address >> 24 != loopback && address >> 24 != 0;
-}
-
-bool is_station(const mac_address &mac)
-{
-    return mac != mac_address{} && (mac[0] & 1) == 0;
-}
 
 std::optional<refusal> arp::change(const commit &wanted, transaction &in)
 {

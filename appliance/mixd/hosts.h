@@ -1,0 +1,27 @@
+/* What addresses of stations have in common, whatever they are configured for. */
+#ifndef MIXD_HOSTS_H
+#define MIXD_HOSTS_H
+
+#include <cstdint>
+
+#include "appliance/mixd/scenario.h"
+
+namespace mixd
+{
+
+/* An IPv4 address, host order, that a single host may have. */
+constexpr bool is_host(uint32_t address)
+{
+    constexpr uint32_t multicast = 0xe0000000, loopback = 127;
+    return address != 0 && address < multicast && address >> 24 != loopback && address >> 24 != 0;
+}
+
+/* A MAC address of one station: not zero, not of a group. */
+constexpr bool is_station(const mac_address &mac)
+{
+    return mac != mac_address{} && (mac[0] & 1) == 0;
+}
+
+} // namespace mixd
+
+#endif
