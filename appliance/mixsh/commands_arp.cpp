@@ -72,11 +72,6 @@ constexpr column arp_columns[] = {
     {"Age s", "age", false, 6},
 };
 
-cell text_or_nothing(std::string text)
-{
-    return text.empty() ? cell() : cell(std::move(text));
-}
-
 std::vector<cell> cells_of(const wire::arp_row &row)
 {
     return {ipv4_text(row.address),

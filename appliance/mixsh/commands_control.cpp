@@ -1,10 +1,10 @@
 // The daemons themselves: who answers, where, how fast, which versions.
 #include "appliance/mixsh/control_client.h"
 #include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/times.h"
 #include "appliance/platform/ping.h"
 #include "appliance/wire/message.h"
 
-#include <ctime>
 #include <fmt/format.h>
 #include <map>
 
@@ -73,16 +73,6 @@ outcome show_daemons(invocation &call)
     if (!listed)
         return call.fail(control::about(wire::control_list_services), "the daemons can't be listed");
     return outcome::done;
-}
-
-std::string local_time(std::uint64_t seconds)
-{
-    const auto when = static_cast<time_t>(seconds);
-    tm parts{};
-    char text[32] = "";
-    if (localtime_r(&when, &parts))
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-    return text;
 }
 
 outcome show_version(invocation &call)

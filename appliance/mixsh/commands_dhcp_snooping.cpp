@@ -41,11 +41,6 @@ constexpr column binding_columns[] = {
     {.title = "Host", .key = "host", .may_be_cut = true, .at_least = 8},
 };
 
-cell text_or_nothing(const std::string &text)
-{
-    return text.empty() ? cell() : cell(text);
-}
-
 int print_binding(const void *row, void *context, int)
 {
     wire::dhcpsn_binding one;

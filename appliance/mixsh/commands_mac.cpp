@@ -3,10 +3,10 @@
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/times.h"
 #include "appliance/platform/reason.h"
 #include "appliance/wire/mac.h"
 
-#include <ctime>
 #include <libmix/mac.h>
 
 namespace mixsh
@@ -233,16 +233,6 @@ constexpr column description_columns[] = {
     {.title = "Changed", .key = "changed", .at_least = 19},
     {.title = "Description", .key = "description", .may_be_cut = true, .at_least = 11},
 };
-
-std::string local_time(std::uint64_t seconds)
-{
-    const auto when = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    char text[32] = {};
-    if (localtime_r(&when, &parts) != nullptr)
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-    return text;
-}
 
 int print_description(const void *row, void *context, int)
 {

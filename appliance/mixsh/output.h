@@ -59,6 +59,12 @@ class cell
     int decimals_ = 2;
 };
 
+// Text that a record may be without: nothing where it is empty.
+inline cell text_or_nothing(std::string text)
+{
+    return text.empty() ? cell() : cell(std::move(text));
+}
+
 // Columns whose values are numbers line up on the right; text that may be cut on a narrow terminal says so.
 struct column {
     std::string_view title;     // "Virtual router"
