@@ -119,8 +119,7 @@ void print_ratio(const char *beside, double value, double bound)
     }
 }
 
-/* --- the three engines
- * ----------------------------------------------------------------------------------------- */
+/* ---- the three engines ---- */
 
 tqac_matcher *compile_mix(const words &set, bool nocase)
 {
@@ -260,8 +259,7 @@ void bench_search(const engines &all, size_t set, bool nocase, const char *kind,
     std::fflush(stdout);
 }
 
-/* --- compilation
- * ----------------------------------------------------------------------------------------------- */
+/* ---- compilation ---- */
 
 void bench_compile(const words &set, double &each_transition)
 {
@@ -283,8 +281,7 @@ void bench_compile(const words &set, double &each_transition)
     each_transition = nanoseconds;
 }
 
-/* --- one pattern
- * ----------------------------------------------------------------------------------------------- */
+/* ---- one pattern ---- */
 
 void bench_substring(const std::string &text, size_t size)
 {

@@ -62,21 +62,39 @@ bool push_copy(tqac_matcher *matcher, uint32_t state, const tqac_pattern *patter
 class expanded
 {
   public:
-    expanded() { memset(nodes_, 0, sizeof(nodes_)); }
     void take(trans_node *list)
     {
-        for (trans_node *node = list_; node; node = node->link)
-            nodes_[node->key & 0xff] = nullptr;
-        list_ = list;
-        for (trans_node *node = list; node; node = node->link)
-            nodes_[node->key & 0xff] = node;
+        memset(present_, 0, sizeof(present_));
+        for (trans_node *node = list; node; node = node->link) {
+            const uint32_t byte = node->key & 0xff;
+            present_[byte / 64] |= uint64_t{1} << byte % 64;
+            nodes_[byte] = node;
+        }
     }
-    trans_node *operator[](uint32_t byte) const { return nodes_[byte]; }
+    trans_node *operator[](uint32_t byte) const
+    {
+        return present_[byte / 64] >> byte % 64 & 1 ? nodes_[byte] : nullptr;
+    }
+    [[nodiscard]] uint64_t present(uint32_t word) const { return present_[word]; }
 
   private:
-    trans_node *nodes_[256];
-    trans_node *list_ = nullptr;
+    trans_node *nodes_[256]; /* what is not present is not set */
+    uint64_t present_[4] = {};
 };
+
+/* Calls for each byte that one of the two states has a transition for, in ascending order, until a call
+ * fails. */
+template <class Call>
+bool for_each_byte(const expanded &one, const expanded &other, Call call)
+{
+    for (uint32_t word = 0; word < 4; ++word) {
+        for (uint64_t bits = one.present(word) | other.present(word); bits; bits &= bits - 1) {
+            if (!call(word * 64 + static_cast<uint32_t>(std::countr_zero(bits))))
+                return false;
+        }
+    }
+    return true;
+}
 
 /*
  * States in breadth-first order. None is ever added twice, so nothing is looked up: both users add a state
@@ -185,11 +203,8 @@ outcome build_trie(tqac_matcher *matcher)
 /* Both breadth-first walks begin with the root's children. */
 bool add_root_children(state_queue &waiting, const expanded &root)
 {
-    for (uint32_t byte = 0; byte < 256; ++byte) {
-        if (usable(root[byte]) && !waiting.add(root[byte]->next))
-            return false;
-    }
-    return true;
+    return for_each_byte(root, root,
+                         [&](uint32_t byte) { return !usable(root[byte]) || waiting.add(root[byte]->next); });
 }
 
 /* Where the failure links of a state lead on a byte, beginning at `from`. */
@@ -229,14 +244,14 @@ outcome link_failures(tqac_matcher *matcher)
     while (!waiting.empty()) {
         const uint32_t state = waiting.remove();
         row.take(matcher->trans_lists[state]);
-        for (uint32_t byte = 0; byte < 256; ++byte) {
-            if (!row[byte] || row[byte]->next == no_state)
-                continue;
+        const bool linked = for_each_byte(row, row, [&](uint32_t byte) {
             const uint32_t child = row[byte]->next;
-            if (!waiting.add(child) ||
-                !link_state(matcher, child, follow_failures(matcher, root, matcher->fail[state], byte)))
-                return no_links;
-        }
+            return child == no_state ||
+                   (waiting.add(child) &&
+                    link_state(matcher, child, follow_failures(matcher, root, matcher->fail[state], byte)));
+        });
+        if (!linked)
+            return no_links;
     }
     return done;
 }
@@ -245,34 +260,33 @@ outcome link_failures(tqac_matcher *matcher)
 bool complete_state(tqac_matcher *matcher, state_queue &waiting, uint32_t state, const expanded &row,
                     const expanded &failure)
 {
-    for (uint32_t byte = 0; byte < 256; ++byte) {
-        if (usable(row[byte])) {
-            if (!waiting.add(row[byte]->next))
-                return false;
-            continue;
-        }
+    return for_each_byte(row, failure, [&](uint32_t byte) {
+        if (usable(row[byte]))
+            return waiting.add(row[byte]->next);
         if (!usable(failure[byte]))
-            continue;
-        if (row[byte])
-            row[byte]->next = failure[byte]->next;
-        else if (!push_transition(matcher, state, byte, failure[byte]->next))
-            return false;
-    }
-    return true;
+            return true;
+        if (!row[byte])
+            return push_transition(matcher, state, byte, failure[byte]->next);
+        row[byte]->next = failure[byte]->next;
+        return true;
+    });
 }
 
 outcome complete(tqac_matcher *matcher)
 {
-    expanded row, failure;
-    row.take(matcher->trans_lists[0]);
+    expanded root, row, other;
+    root.take(matcher->trans_lists[0]);
+    uint32_t taken = 0; /* the state that `other` holds; 0: none */
     state_queue waiting(matcher);
-    if (!add_root_children(waiting, row))
+    if (!add_root_children(waiting, root))
         return no_completion;
     while (!waiting.empty()) {
         const uint32_t state = waiting.remove();
+        const uint32_t failure = matcher->fail[state];
         row.take(matcher->trans_lists[state]);
-        failure.take(matcher->trans_lists[matcher->fail[state]]);
-        if (!complete_state(matcher, waiting, state, row, failure))
+        if (failure != 0 && failure != taken)
+            other.take(matcher->trans_lists[taken = failure]);
+        if (!complete_state(matcher, waiting, state, row, failure == 0 ? root : other))
             return no_completion;
     }
     matcher->free(matcher->fail);

@@ -33,13 +33,15 @@ struct filter_masks {
 
 /* Follows the public record in the matcher's allocation. Written by a compilation, then only read. */
 struct fast_data {
-    int32_t longest;  /* bytes of the longest pattern */
-    int32_t shortest; /* of the shortest */
-    uint8_t chains;   /* not 0: chains may be used */
-    uint8_t filter;   /* not 0: the filter may be used */
+    int32_t longest;       /* bytes of the longest pattern */
+    int32_t shortest;      /* of the shortest */
+    uint8_t chains;        /* not 0: chains may be used */
+    uint8_t filter;        /* not 0: the filter may be used */
+    uint8_t spare_column;  /* not 0: bytes in no pattern have a column that is empty in every row */
+    uint16_t columns[256]; /* a byte's column as a search takes it */
     filter_masks masks;
     uint64_t beginnings[512]; /* a bit for each hash of a pattern's first bytes */
-    uint64_t matching[1024];  /* a bit for each state below 65536 that has matches */
+    uint32_t matching[2048];  /* a bit for each state below 65536 that has matches */
 };
 
 /* States that `matching` covers. */
@@ -95,6 +97,10 @@ vector_unit vector_unit_in_use();
 
 /* The filter for the unit in use; find is null without one. */
 vector_filter filter_in_use();
+
+/* Which of up to 32 rows have their bit set. */
+using row_marker = uint32_t (*)(const uint32_t *matching, const uint32_t *rows, unsigned count);
+row_marker marker_in_use();
 
 /* Offset of the first occurrence, or -1; the pattern has 2 to 33 bytes and is not longer than the text. */
 int find_substring(const uint8_t *text, int length, const uint8_t *pattern, int pattern_length);

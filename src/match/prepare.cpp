@@ -100,6 +100,17 @@ void prepare_filter(tqac_matcher *matcher, fast_data &fast)
     fast.filter = 1;
 }
 
+/* A matcher that ignores case takes the map entry for the column, whatever the byte. */
+void prepare_columns(const tqac_matcher *matcher, fast_data &fast)
+{
+    fast.spare_column = matcher->real_charset < matcher->charset;
+    const uint16_t unmapped = fast.spare_column ? matcher->real_charset : uint16_t{0};
+    for (unsigned byte = 0; byte < 256; ++byte)
+        fast.columns[byte] = matcher->input_map[byte] ? matcher->input_map[byte] : unmapped;
+    if (!matcher->nocase && has_column_256(matcher))
+        fast.columns[255] = 256;
+}
+
 } // namespace
 
 void prepare_fast(tqac_matcher *matcher)
@@ -112,7 +123,8 @@ void prepare_fast(tqac_matcher *matcher)
         fast.shortest = count ? std::min(fast.shortest, pattern->len) : pattern->len;
     }
     for (int32_t state = 0; state < std::min(matcher->num_states, flagged_states); ++state)
-        fast.matching[state / 64] |= uint64_t{matcher->match_lists[state] != nullptr} << state % 64;
+        fast.matching[state / 32] |= uint32_t{matcher->match_lists[state] != nullptr} << state % 32;
+    prepare_columns(matcher, fast);
     /* An empty pattern matches at the root, where the fast ways never look. */
     fast.chains = fast.shortest >= 1 && fast.longest <= chain_longest;
     if (fast.chains && fast.shortest >= 3 && count <= filter_patterns)

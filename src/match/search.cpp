@@ -130,140 +130,164 @@ void scan_plain(const search &in, position &now, int end)
     scan<Shape, false>(in, now, end, tags);
 }
 
-/* --- chains
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- chains ---- */
 
-constexpr int chain_count = 8;
-/* Bytes of a sub-block: the states of a whole block stay in the first cache. */
+/* Six: as many as the registers of x86-64 hold, and about as many as the first cache's latency needs. */
+constexpr int chain_count = 6;
+/* Bytes of a sub-block: the rows of a whole block stay in the first cache. */
 constexpr int sub_block = 512;
 /* Sub-blocks below this are left to the plain loop. */
 constexpr int least_sub_block = 32;
 
-/* One step of a chain; Shift is charset_shift. */
-template <class Shape, unsigned Shift>
-inline uint32_t step(const typename Shape::cell_type *table, const uint8_t *map, uint32_t row, uint8_t byte)
+/* The rows after each byte of a block: those of the chains side by side, byte after byte. */
+using block_rows = uint32_t[sub_block * chain_count];
+
+/*
+ * One step of a chain; Shift is charset_shift. With a spare column, one that is empty in every row, bytes in
+ * no pattern have that column and need no test.
+ */
+template <class Cell, unsigned Shift, bool Spare>
+inline uint32_t step(const Cell *table, const uint16_t *columns, uint32_t row, uint8_t byte)
 {
-    const uint32_t column = map[byte];
-    const uint32_t next =
-        table[(static_cast<size_t>(row) << Shift) + (Shape::column_256 && byte == 255 ? 256 : column)];
-    return column == 0 ? 0 : next;
+    const size_t column = columns[byte];
+    const uint32_t next = table[(static_cast<size_t>(row) << Shift) + column];
+    return Spare || column != 0 ? next : 0;
 }
 
-/* The rows after each byte of a block of chain_count sub-blocks of that length, by offset from `at`. */
-template <class Shape, unsigned Shift>
-void walk_chains(const search &in, int at, int length, uint32_t row, uint32_t *rows)
+/* Walks a block of chain_count sub-blocks of that length from `at` on; row: the one before its first byte. */
+template <class Cell, unsigned Shift, bool Spare>
+void walk_chains(const search &in, int at, ptrdiff_t length, uint32_t row, uint32_t *rows)
 {
-    const auto *table = static_cast<const typename Shape::cell_type *>(in.matcher->table);
-    const uint8_t *map = in.matcher->input_map;
-    const uint8_t *text = in.text + at;
-    uint32_t chain[chain_count] = {row};
-    for (int warm = -fast_of(in.matcher)->longest; warm < 0; ++warm) {
-#pragma GCC unroll 8
-        for (int i = 1; i < chain_count; ++i)
-            chain[i] = step<Shape, Shift>(table, map, chain[i], text[i * length + warm]);
+    const Cell *table = static_cast<const Cell *>(in.matcher->table);
+    const uint16_t *columns = fast_of(in.matcher)->columns;
+    const auto go = [=](uint32_t from, uint8_t byte) {
+        return step<Cell, Shift, Spare>(table, columns, from, byte);
+    };
+    uint32_t a = row, b = 0, c = 0, d = 0, e = 0, f = 0;
+    const uint8_t *low = in.text + at, *high = low + 3 * length;
+    for (ptrdiff_t warm = -fast_of(in.matcher)->longest; warm < 0; ++warm) {
+        b = go(b, low[length + warm]);
+        c = go(c, low[2 * length + warm]);
+        d = go(d, high[warm]);
+        e = go(e, high[length + warm]);
+        f = go(f, high[2 * length + warm]);
     }
-    for (int byte = 0; byte < length; ++byte) {
-#pragma GCC unroll 8
-        for (int i = 0; i < chain_count; ++i) {
-            chain[i] = step<Shape, Shift>(table, map, chain[i], text[i * length + byte]);
-            rows[i * length + byte] = chain[i];
-        }
+    for (const uint32_t *end = rows + length * chain_count; rows != end; rows += chain_count, ++low, ++high) {
+        rows[0] = a = go(a, low[0]);
+        rows[1] = b = go(b, low[length]);
+        rows[2] = c = go(c, low[2 * length]);
+        rows[3] = d = go(d, high[0]);
+        rows[4] = e = go(e, high[length]);
+        rows[5] = f = go(f, high[2 * length]);
     }
 }
 
-using chain_walker = void (*)(const search &, int, int, uint32_t, uint32_t *);
+using chain_walker = void (*)(const search &, int, ptrdiff_t, uint32_t, uint32_t *);
 
-template <class Shape>
+template <class Cell, bool Spare>
 chain_walker walker_for(unsigned shift)
 {
-    static constexpr chain_walker walkers[] = {
-        walk_chains<Shape, 0>, walk_chains<Shape, 1>, walk_chains<Shape, 2>, walk_chains<Shape, 3>,
-        walk_chains<Shape, 4>, walk_chains<Shape, 5>, walk_chains<Shape, 6>, walk_chains<Shape, 7>,
-        walk_chains<Shape, 8>, walk_chains<Shape, 9>};
+    static constexpr chain_walker walkers[] = {walk_chains<Cell, 0, Spare>, walk_chains<Cell, 1, Spare>,
+                                               walk_chains<Cell, 2, Spare>, walk_chains<Cell, 3, Spare>,
+                                               walk_chains<Cell, 4, Spare>, walk_chains<Cell, 5, Spare>,
+                                               walk_chains<Cell, 6, Spare>, walk_chains<Cell, 7, Spare>,
+                                               walk_chains<Cell, 8, Spare>, walk_chains<Cell, 9, Spare>};
     return walkers[shift];
 }
 
-/* Whether a row has matches, from the small array where it covers the states. */
-struct small_flags {
-    const uint64_t *matching;
-    bool operator()(uint32_t row) const { return matching[row / 64] >> row % 64 & 1; }
-};
-template <class Cell>
-struct table_flags {
-    const Cell *table;
-    unsigned shift;
-    bool operator()(uint32_t row) const { return table[static_cast<size_t>(row) << shift] != 0; }
+/* For each sub-block, the places in it whose row has matches, in order. */
+struct block_hits {
+    uint16_t places[chain_count][sub_block];
+    int count[chain_count];
 };
 
-/* Reports the matches of the rows after each of `count` bytes from `at` on, in order. */
-template <class Shape, class Flags>
-void report_rows(const search &in, position &now, const uint32_t *rows, int count, Flags matches)
+/* A hit by its index among the rows. */
+inline void note_hit(block_hits &hits, unsigned index)
 {
-    int i = 0;
-    while (i < count) {
-        if (i + 4 <= count &&
-            !(matches(rows[i]) | matches(rows[i + 1]) | matches(rows[i + 2]) | matches(rows[i + 3]))) {
-            i += 4;
-            continue;
+    const unsigned chain = index % chain_count;
+    hits.places[chain][hits.count[chain]++] = static_cast<uint16_t>(index / chain_count);
+}
+
+template <class Cell>
+void find_hits(const search &in, const uint32_t *rows, unsigned count, block_hits &hits)
+{
+    memset(hits.count, 0, sizeof(hits.count));
+    const fast_data &fast = *fast_of(in.matcher);
+    if (in.matcher->num_states <= flagged_states) {
+        const row_marker mark = marker_in_use();
+        for (unsigned index = 0; index < count; index += 32) {
+            for (uint32_t mask = mark(fast.matching, rows + index, std::min(count - index, 32U)); mask;
+                 mask &= mask - 1)
+                note_hit(hits, index + static_cast<unsigned>(__builtin_ctz(mask)));
         }
-        for (const int group_end = std::min(i + 4, count); i < group_end; ++i) {
-            if (matches(rows[i]) && report_matches<Shape::nocase>(in, rows[i], now.at + i, now.count)) {
+        return;
+    }
+    const Cell *table = static_cast<const Cell *>(in.matcher->table);
+    for (unsigned index = 0; index < count; ++index) {
+        if (table[static_cast<size_t>(rows[index]) << in.matcher->charset_shift] != 0)
+            note_hit(hits, index);
+    }
+}
+
+/* Reports a block's matches in the order of the text. */
+template <bool NoCase>
+void report_hits(const search &in, position &now, const uint32_t *rows, int length, const block_hits &hits)
+{
+    for (int chain = 0; chain < chain_count; ++chain) {
+        for (int i = 0; i < hits.count[chain]; ++i) {
+            const int place = hits.places[chain][i];
+            const uint32_t row = rows[place * chain_count + chain];
+            if (report_matches<NoCase>(in, row, now.at + chain * length + place, now.count)) {
                 now.stopped = true;
-                now.state = rows[i];
+                now.state = row;
                 return;
             }
         }
     }
 }
 
-/* The state word after `count` bytes: the row after the last of them that is in the map. */
-void take_last_mapped(const search &in, position &now, const uint32_t *rows, int count)
+/* The state word after a block: the row after its last byte that is in the map. */
+void take_last_mapped(const search &in, position &now, const uint32_t *rows, int length)
 {
-    int last = count - 1;
+    int last = length * chain_count - 1;
     while (last >= 0 && in.matcher->input_map[in.text[now.at + last]] == 0)
         --last;
     if (last >= 0)
-        now.state = rows[last];
+        now.state = rows[last % length * chain_count + last / length];
 }
 
 template <class Shape>
 void run_chains(const search &in, position &now, int end)
 {
+    using cell_type = typename Shape::cell_type;
     const fast_data &fast = *fast_of(in.matcher);
-    const chain_walker walk = walker_for<Shape>(in.matcher->charset_shift);
-    const bool small = in.matcher->num_states <= flagged_states;
-    uint32_t rows[chain_count * sub_block];
+    const chain_walker walk = fast.spare_column ? walker_for<cell_type, true>(in.matcher->charset_shift)
+                                                : walker_for<cell_type, false>(in.matcher->charset_shift);
+    block_rows rows;
+    block_hits hits;
     while (!now.stopped) {
         const int length = std::min(sub_block, (end - now.at) / chain_count);
         if (length < std::max(least_sub_block, fast.longest))
             break;
-        const int count = length * chain_count;
         walk(in, now.at, length, now.row, rows);
-        if (small)
-            report_rows<Shape>(in, now, rows, count, small_flags{fast.matching});
-        else
-            report_rows<Shape>(in, now, rows, count,
-                               table_flags<typename Shape::cell_type>{
-                                   static_cast<const typename Shape::cell_type *>(in.matcher->table),
-                                   in.matcher->charset_shift});
+        find_hits<cell_type>(in, rows, static_cast<unsigned>(length * chain_count), hits);
+        report_hits<Shape::nocase>(in, now, rows, length, hits);
         if (now.stopped)
             return;
-        take_last_mapped(in, now, rows, count);
-        now.row = rows[count - 1];
-        now.at += count;
+        take_last_mapped(in, now, rows, length);
+        now.row = rows[length * chain_count - 1];
+        now.at += length * chain_count;
     }
-    if (!now.stopped)
-        scan_plain<Shape>(in, now, end);
+    scan_plain<Shape>(in, now, end);
 }
 
-/* --- filter
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- filter ---- */
 
 /* What the filter has cost, in rough processor cycles, and what it may cost before chains are cheaper. */
-constexpr int group_cost = 4, place_cost = 8, step_cost = 6;
+constexpr int group_cost = 6, place_cost = 12, step_cost = 6;
 constexpr int64_t allowance(int bytes)
 {
-    return 500 + 2 * static_cast<int64_t>(bytes);
+    return 200 + static_cast<int64_t>(bytes) * 3 / 2;
 }
 
 /* The automaton's run from one possible beginning; false: a callback stopped the search. */
@@ -297,13 +321,12 @@ void settle(const search &in, position &now, int end)
     if (last >= now.at) {
         const int from = std::max(now.at, last + 1 - fast_of(in.matcher)->longest);
         uint32_t row = from == now.at ? first_row : 0;
+        const auto *table = static_cast<const typename Shape::cell_type *>(in.matcher->table);
+        const uint16_t *columns = fast_of(in.matcher)->columns;
         for (int at = from; at <= last; ++at) {
-            const uint8_t byte = in.text[at];
-            row = in.matcher->input_map[byte] == 0
-                      ? 0
-                      : static_cast<const typename Shape::cell_type *>(in.matcher->table)
-                            [(static_cast<size_t>(row) << in.matcher->charset_shift) +
-                             (Shape::column_256 && byte == 255 ? 256 : in.matcher->input_map[byte])];
+            const size_t cell_at =
+                (static_cast<size_t>(row) << in.matcher->charset_shift) + columns[in.text[at]];
+            row = in.matcher->input_map[in.text[at]] == 0 ? 0 : table[cell_at];
         }
         now.state = row;
         if (last == end - 1)
@@ -375,10 +398,13 @@ void run_fast(const search &in, position &now)
         return scan_plain<Shape>(in, now, in.length);
     const vector_filter filter = fast.filter ? filter_in_use() : vector_filter{nullptr, 0, 1};
     for (int rest = first_rest; !now.stopped && now.at < in.length; rest = std::min(rest * 2, longest_rest)) {
+        const int from = now.at;
         if (filter.find && in.length - now.at >= least_fast)
             run_filter<Shape>(in, now, filter);
         else
             rest = in.length;
+        if (now.at - from > rest)
+            rest = first_rest;
         if (!now.stopped && now.at < in.length)
             run_chains<Shape>(in, now, in.length - now.at > rest ? now.at + rest : in.length);
     }

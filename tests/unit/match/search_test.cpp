@@ -152,8 +152,7 @@ TEST_F(search, ignores_a_length_below_one)
     EXPECT_EQ(state, 5u);
 }
 
-/* --- markup
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- markup ---- */
 
 struct markup_case {
     const char *name;
@@ -229,8 +228,7 @@ TEST_F(search, clears_a_left_over_quote_when_a_tag_opens)
               (std::vector<match>{{1, 0, 2}, {1, 5, 2}}));
 }
 
-/* --- against the model
- * ----------------------------------------------------------------------------------------- */
+/* ---- against the model ---- */
 
 struct random_search {
     uint32_t seed;
@@ -334,8 +332,7 @@ TEST_F(search, by_several_threads_of_one_matcher_gives_each_its_own_result)
         one.join();
 }
 
-/* --- tqac_find
- * ------------------------------------------------------------------------------------------------- */
+/* ---- tqac_find ---- */
 
 struct find : search {
     void SetUp() override
