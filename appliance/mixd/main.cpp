@@ -34,6 +34,13 @@ int run(int argc, char **argv)
                     "the store (default: mixd.db in $MIX_STATE_DIR, else in the run directory if one was "
                     "chosen, else in /var/lib/mix or the user's state directory)")
         ->type_name("FILE");
+    program
+        .add_option("--applications", chosen.applications_file,
+                    "the predefined applications of the catalogue (default: the file that comes with mixd)")
+        ->type_name("FILE");
+    program.add_flag(
+        "!--no-catalogue", chosen.keep_catalogue,
+        "leave the application catalogue in /dev/shm alone: it is kept by one mixd of a machine");
     program.add_flag("--apply", chosen.apply, "write what is committed to this host's kernel, too")
         ->excludes(scenario);
     program

@@ -111,7 +111,9 @@ struct options {
     bool apply = false; /* commits are written to the kernel, too */
     std::string run_dir;
     std::string store_file;
-    std::string scenario_file;                               /* empty: none */
+    std::string applications_file; /* the catalogue's predefined ones; empty: the file that comes with mixd */
+    bool keep_catalogue = true;    /* make and keep the application catalogue */
+    std::string scenario_file;     /* empty: none */
     std::string lease_file = "/var/lib/misc/dnsmasq.leases"; /* of the DHCP server on this host */
 };
 
