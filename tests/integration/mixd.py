@@ -23,12 +23,13 @@ def program(name):
 class Mixd:
     """Starts mixd and waits until it answers. Use as a context manager, or call stop()."""
 
-    def __init__(self, *options, scenario=None, directory=None, start=True):
+    def __init__(self, *options, scenario=None, directory=None, start=True, catalogue=False):
         self.mine = directory is None
         self.directory = directory or tempfile.mkdtemp(prefix="mixd-test-")
         self.run_dir = os.path.join(self.directory, "run")
         self.store = os.path.join(self.directory, "store.db")
-        self.options = list(options)
+        # There is one application catalogue on a machine: only on a /dev/shm of the test's own is it touched.
+        self.options = list(options) if catalogue else ["--no-catalogue", *options]
         self.process = None
         if scenario is not None:
             path = os.path.join(self.directory, "scenario.toml")

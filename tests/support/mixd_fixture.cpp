@@ -71,6 +71,8 @@ mixd_process::~mixd_process()
 bool mixd_process::start()
 {
     std::vector<std::string> words = {MIXD_PROGRAM, "--run-dir", run_dir_};
+    if (!keep_catalogue)
+        words.emplace_back("--no-catalogue");
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char *> argv;
     for (std::string &word : words)

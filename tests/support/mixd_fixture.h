@@ -48,7 +48,9 @@ class mixd_process
     mixd_process &operator=(const mixd_process &) = delete;
 
     std::vector<std::string> arguments; /* beside --run-dir */
-    std::function<bool()> before_exec;  /* in the child; false: it ends with status 77 */
+    bool keep_catalogue =
+        false; /* only on a /dev/shm of the test's own: there is one catalogue on a machine */
+    std::function<bool()> before_exec; /* in the child; false: it ends with status 77 */
 
     /* True when it is ready; false when it ended before. log() has what it said. */
     bool start();
