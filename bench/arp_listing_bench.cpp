@@ -39,7 +39,8 @@ void start_mixd()
     if (mixd == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
-        execl(MIXD_PROGRAM, "mixd", "--scenario", scenario.c_str(), "--store", store.c_str(), nullptr);
+        execl(MIXD_PROGRAM, "mixd", "--no-catalogue", "--scenario", scenario.c_str(), "--store",
+              store.c_str(), nullptr);
         _exit(1);
     }
     for (int i = 0; i < 500; i++, usleep(10000))
