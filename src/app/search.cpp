@@ -35,7 +35,7 @@ void prepare(wanted &out, const char *name)
  * Entries ahead of the one being compared. They lie about ten to a page, too far apart for the hardware to
  * run ahead of a scan by itself.
  */
-constexpr ptrdiff_t ahead = 32;
+constexpr ptrdiff_t ahead = 64;
 
 /*
  * Scans entries from first on, step apart; the index of the first that matches, or 0. The key is looked at
