@@ -201,10 +201,22 @@ class Errors(WithMixd):
         self.assertEqual(failed.returncode, 1)
         self.assertIn("were not changed", failed.stderr)
 
-    def test_the_gateways_refusal_comes_in_the_chosen_language(self):
+    def test_a_gateway_that_is_not_there_is_told(self):
         self.mixd.stop()
-        failed = mixsh(self.mixd, "set fragment limit 3", options=["--language", "english"])
+        failed = mixsh(self.mixd, "set fragment limit 3")
+        self.assertEqual(failed.returncode, 1)
         self.assertIn("does not answer", failed.stderr)
+
+    def test_the_gateways_refusal_comes_in_the_chosen_language(self):
+        refusals = {language: mixsh(self.mixd, "set fragment seconds 5000", options=["--language", language])
+                    for language in ("english", "chinese")}
+        for refusal in refusals.values():
+            self.assertEqual(refusal.returncode, 1)
+            self.assertIn("3600", refusal.stderr)
+        def has_chinese(text):
+            return any("\u4e00" <= character <= "\u9fff" for character in text)
+        self.assertFalse(has_chinese(refusals["english"].stderr), refusals["english"].stderr)
+        self.assertTrue(has_chinese(refusals["chinese"].stderr), refusals["chinese"].stderr)
 
     def test_answers_that_can_not_be_written_are_a_failure(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
