@@ -37,8 +37,45 @@ void prepare(wanted &out, const char *name)
  */
 constexpr ptrdiff_t ahead = 64;
 
+/* Entries compared between two looks at the loop's end. One at a time costs more than memory does. */
+constexpr uint32_t block = 8;
+
+template <uint32_t app_entry::*Key, int Step>
+void read_ahead(const app_entry *entry)
+{
+    /* Past the last entry it reads nothing: a prefetch of what is not mapped is dropped. */
+    const auto line =
+        reinterpret_cast<uintptr_t>(&(entry->*Key)) + Step * ahead * static_cast<ptrdiff_t>(sizeof *entry);
+    __builtin_prefetch(reinterpret_cast<const void *>(line));
+}
+
+template <uint32_t app_entry::*Key>
+bool has_key(const app_entry *entry, uint32_t key)
+{
+    return __builtin_expect(__atomic_load_n(&(entry->*Key), __ATOMIC_RELAXED) == key, false);
+}
+
+/* How many entries come, Step apart, before the first of that key; left: none of them has it. */
+template <uint32_t app_entry::*Key, int Step>
+uint32_t without_key(const app_entry *entry, uint32_t left, uint32_t key)
+{
+    uint32_t passed = 0;
+    for (; left - passed >= block; passed += block, entry += Step * static_cast<int>(block)) {
+#pragma GCC unroll 8
+        for (int i = 0; i < static_cast<int>(block); i++)
+            read_ahead<Key, Step>(entry + Step * i);
+#pragma GCC unroll 8
+        for (int i = 0; i < static_cast<int>(block); i++)
+            if (has_key<Key>(entry + Step * i, key))
+                return passed + static_cast<uint32_t>(i);
+    }
+    while (passed < left && !has_key<Key>(entry, key))
+        passed++, entry += Step;
+    return passed;
+}
+
 /*
- * Scans entries from first on, step apart; the index of the first that matches, or 0. The key is looked at
+ * Scans entries from first on, Step apart; the index of the first that matches, or 0. The key is looked at
  * before the flag: it is wrong nearly always, and it lies in the cache line that a match would read next.
  * Only an equal key costs a string comparison.
  */
@@ -46,16 +83,16 @@ template <uint32_t app_entry::*Key, char (app_entry::*Name)[longest_name], int S
 uint32_t scan(const app_entry *all, uint32_t first, uint32_t count, const wanted &what)
 {
     const app_entry *entry = all + first;
-    for (uint32_t left = count; left != 0; left--, entry += Step) {
-        const auto line =
-            reinterpret_cast<uintptr_t>(&(entry->*Key)) + Step * ahead * ptrdiff_t{sizeof *entry};
-        __builtin_prefetch(reinterpret_cast<const void *>(line));
-        if (__atomic_load_n(&(entry->*Key), __ATOMIC_RELAXED) != what.key)
-            continue;
+    for (uint32_t left = count;;) {
+        const uint32_t passed = without_key<Key, Step>(entry, left, what.key);
+        if (passed == left)
+            return 0;
+        entry += Step * static_cast<int>(passed);
         if (app::is_in_use(*entry) && strcasecmp(entry->*Name, what.name) == 0)
             return static_cast<uint32_t>(entry - all);
+        entry += Step;
+        left -= passed + 1;
     }
-    return 0;
 }
 
 } // namespace
