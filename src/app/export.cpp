@@ -17,9 +17,9 @@ constexpr uint16_t big_endian(uint16_t value)
     return __builtin_bswap16(value); /* the machines that libmix runs on are little-endian */
 }
 
-/* record: cleared. */
 void export_entry(wire::app_export &record, const app_entry &entry, uint32_t index)
 {
+    record = {};
     const bool predefined = index < app::app_first_user_defined;
     /* Entry 0 is "Other" in the catalogue and "Any" to the peer. */
     const char *name = index == 0 ? "Any" : entry.name;
@@ -47,8 +47,8 @@ int tq_get_all_app_to_x86(void *buf, int buf_len, uint32_t *cursor, int *out_len
         std::printf("%s: parameter is NULL.\n", "tq_get_all_app_to_x86");
         return -1;
     }
+    /* Each record is cleared as it is written, while it is in the cache; at last what is left of the page. */
     const auto size = static_cast<size_t>(std::max(buf_len, 0));
-    std::memset(buf, 0, size);
     auto *record = static_cast<wire::app_export *>(buf);
     size_t room = size / sizeof *record;
     for (; room != 0 && *cursor < app::app_entries; ++*cursor) {
@@ -59,5 +59,7 @@ int tq_get_all_app_to_x86(void *buf, int buf_len, uint32_t *cursor, int *out_len
         record++;
         room--;
     }
+    auto *rest = reinterpret_cast<uint8_t *>(record);
+    std::memset(rest, 0, static_cast<size_t>(static_cast<uint8_t *>(buf) + size - rest));
     return 0;
 }
