@@ -42,7 +42,6 @@ struct board_words {
 };
 
 // --- slots
-// ---------------------------------------------------------------------------------------------------
 
 constexpr column slot_columns[] = {
     {.title = "Slot", .key = "slot"},           {.title = "Board", .key = "board", .may_be_cut = true},
@@ -131,7 +130,6 @@ constexpr argument card_arguments[] = {
     slot_value, value("ACTION", kinds::one_of, "what the card does", {.choices = card_actions})};
 
 // --- processors and memory
-// -------------------------------------------------------------------------------------
 
 void print_cpu(invocation &call, const std::uint32_t (&record)[wire::cpu_fields])
 {
@@ -225,7 +223,6 @@ outcome show_pool(invocation &call)
 constexpr argument pool_arguments[] = {value("POOL", kinds::number, "a buffer pool", {.high = 255})};
 
 // --- modules
-// -----------------------------------------------------------------------------------------------------
 
 struct module_record {
     std::uint32_t valid;
@@ -277,7 +274,6 @@ outcome show_module(invocation &call)
 }
 
 // --- storage
-// -------------------------------------------------------------------------------------------------------
 
 constexpr column storage_columns[] = {
     {.title = "Storage", .key = "storage"},

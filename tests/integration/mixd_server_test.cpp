@@ -30,7 +30,9 @@ TEST_F(mixd_sockets, greet_with_protocol_version_and_name_of_the_service)
     EXPECT_EQ(answer->kind, message_kind::welcome);
     ASSERT_EQ(answer->payload.size(), 72u);
     EXPECT_EQ(answer->payload[0], 1);
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(answer->payload.data()) + 40), "gateway");
+    /* Several services share the address: the first one names it, and how many more there are. */
+    EXPECT_TRUE(
+        std::string(reinterpret_cast<const char *>(answer->payload.data()) + 40).starts_with("gateway"));
 }
 
 TEST_F(mixd_sockets, refuse_another_version_with_a_text_that_names_both)

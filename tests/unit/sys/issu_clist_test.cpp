@@ -4,70 +4,14 @@
 
 #include <cstring>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "unit/sys/clist_model.h"
+
 namespace
 {
-
-/*
- * An independent reading of the lists: the text is cut into all its entries first, and matching is a
- * recursion over both texts.
- */
-namespace model
-{
-
-std::optional<std::vector<std::string>> entries(std::string_view text, std::string_view list_name)
-{
-    const size_t found = text.find(list_name);
-    if (found == std::string_view::npos)
-        return {};
-    std::vector<std::string> out;
-    std::string line;
-    const std::string rest = std::string(text.substr(found + list_name.size())) + "\n";
-    for (const char c : rest) {
-        if (c != '\n' && c != '\r') {
-            line += c;
-            continue;
-        }
-        if (line.rfind("END", 0) == 0)
-            break;
-        if (!line.empty() && line[0] != '#')
-            out.push_back(line.substr(0, 255));
-        line.clear();
-    }
-    return out;
-}
-
-bool match(std::string_view entry, std::string_view version)
-{
-    if (entry.empty() && version.empty())
-        return true;
-    if (!entry.empty() && entry[0] == '*')
-        return true;
-    if (!version.empty() && version[0] == '*')
-        return true;
-    if (entry.empty() || version.empty())
-        return false;
-    if (entry[0] != version[0] && entry[0] != '?' && version[0] != '?')
-        return false;
-    return match(entry.substr(1), version.substr(1));
-}
-
-int check(const std::string &text, const std::string &version, const char *list_name)
-{
-    const auto all = entries(text, list_name);
-    if (!all)
-        return -1;
-    for (const std::string &entry : *all)
-        if (match(entry, version))
-            return 0;
-    return 1;
-}
-
-} // namespace model
 
 constexpr const char *image_text = "UP-LIST\n"
                                    "# from these on\n"
@@ -245,7 +189,8 @@ TEST(issu_version_check, agrees_with_the_model_on_every_short_entry_and_version)
     for (const std::string &entry : words) {
         const std::string text = "UP-LIST\n" + entry + "\n";
         for (const std::string &version : words)
-            ASSERT_EQ(issu_ver_up_ck(text.c_str(), version.c_str()), model::check(text, version, "UP-LIST"))
+            ASSERT_EQ(issu_ver_up_ck(text.c_str(), version.c_str()),
+                      mixtest::clist_model::check(text, version, "UP-LIST"))
                 << "entry '" << entry << "' version '" << version << "'";
     }
 }
@@ -258,8 +203,11 @@ TEST(issu_version_check, agrees_with_the_model_on_assembled_lists)
     size_t checked = 0;
     const std::function<void(int)> extend = [&](int depth) {
         for (const char *version : versions) {
-            ASSERT_EQ(issu_ver_up_ck(text.c_str(), version), model::check(text, version, "UP-LIST")) << text;
-            ASSERT_EQ(issu_ver_down_ck(text.c_str(), version), model::check(text, version, "DOWN-LIST"))
+            ASSERT_EQ(issu_ver_up_ck(text.c_str(), version),
+                      mixtest::clist_model::check(text, version, "UP-LIST"))
+                << text;
+            ASSERT_EQ(issu_ver_down_ck(text.c_str(), version),
+                      mixtest::clist_model::check(text, version, "DOWN-LIST"))
                 << text;
             checked++;
         }

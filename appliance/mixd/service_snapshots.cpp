@@ -1,0 +1,198 @@
+/*
+ * Saved configurations: the gateway's save makes a snapshot of the whole store, a file beside it in
+ * "snapshots". A snapshot that is restored replaces the store's content; services read the store when mixd
+ * starts, so it is in force from the next start on.
+ */
+#include <array>
+#include <cerrno>
+#include <filesystem>
+
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include "appliance/mixd/names.h"
+#include "appliance/mixd/service.h"
+#include "appliance/wire/gateway.h"
+#include "appliance/wire/snapshots.h"
+
+namespace mixd
+{
+
+namespace
+{
+
+using namespace mix::wire;
+namespace fs = std::filesystem;
+
+constexpr const char *migrations[] = {
+    "CREATE TABLE snapshot(id INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL, saver TEXT NOT NULL, "
+    "time TEXT NOT NULL)",
+};
+
+/* Which of the five texts is what. */
+enum save_text : size_t { text_kind, text_empty, text_saver, text_module, text_time };
+
+class snapshots : public service
+{
+  public:
+    explicit snapshots(setup &with) : store_(with.state())
+    {
+        directory_ = fs::path(with.settings().store_file).parent_path() / "snapshots";
+        with.serve(gateway_daemon, gateway_save,
+                   [this](const request &asked, reply &out) { return save(asked, out); });
+        with.serve(control_daemon, control_list_snapshots,
+                   [this](const request &asked, reply &out) { return list(asked, out); });
+        with.serve(control_daemon, control_restore_snapshot,
+                   [this](const request &asked, reply &) { return restore(asked); });
+    }
+
+  private:
+    int32_t save(const request &, reply &);
+    gateway_reply take(const save_request &);
+    int32_t list(const request &, reply &);
+    int32_t restore(const request &);
+    [[nodiscard]] fs::path file_of(std::string_view name) const
+    {
+        return directory_ / (std::string(name) + ".db");
+    }
+
+    store &store_;
+    fs::path directory_;
+};
+
+/* Names become file names. */
+bool is_plain(std::string_view name)
+{
+    return !name.empty() && name.size() < 48 &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") ==
+               std::string_view::npos;
+}
+
+gateway_reply snapshots::take(const save_request &wanted)
+{
+    const std::string_view module = wanted.texts[text_module].value_or("");
+    if (!is_plain(module))
+        return {.result = result_bad_value, .text = "a saved configuration needs a plain name"};
+    std::error_code failed;
+    fs::create_directories(directory_, failed);
+    fs::permissions(directory_, fs::perms::owner_all, failed);
+    int64_t id = 0;
+    {
+        statement next = store_.prepare("SELECT coalesce(max(id), 0) + 1 FROM snapshot");
+        next.step();
+        id = next.integer(0);
+    }
+    const std::string name = fmt::format("{}-{}", module, id);
+    fs::remove(file_of(name), failed); /* of a save that was cut short */
+    try {
+        store_.run("VACUUM INTO ?", std::string_view(file_of(name).native()));
+        transaction in(store_);
+        in.run("INSERT INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", id, std::string_view(name),
+               wanted.texts[text_saver].value_or(""), wanted.texts[text_time].value_or(""));
+        in.commit();
+    } catch (const store_error &error) {
+        fs::remove(file_of(name), failed);
+        log(priority::error, fmt::format("snapshot {}: {}", name, error.what()));
+        return {.result = result_store_failed, .text = "the configuration could not be saved"};
+    }
+    return {};
+}
+
+int32_t snapshots::save(const request &asked, reply &out)
+{
+    save_request wanted;
+    gateway_reply answered{.result = decode_save(asked.bytes, wanted).result};
+    if (answered.result == result_ok)
+        answered = take(wanted);
+    std::array<uint8_t, 1024> room;
+    writer bytes(room);
+    encode_reply(answered, bytes);
+    out.append(bytes.written().data(), bytes.size());
+    return 0;
+}
+
+int32_t snapshots::list(const request &asked, reply &out)
+{
+    control_page head{};
+    out.append(head);
+    const uint32_t after = asked.record<control_list>().cursor;
+    statement rows = store_.prepare("SELECT id, name, saver, time FROM snapshot WHERE id>? ORDER BY id");
+    rows.bind(after);
+    while (rows.step()) {
+        if (out.bytes.size() + sizeof(snapshot_row) > control_page_size) {
+            out.put(0, head);
+            return 0;
+        }
+        snapshot_row row{};
+        fill_text(row.name, rows.text(1));
+        fill_text(row.saver, rows.text(2));
+        fill_text(row.when, rows.text(3));
+        std::error_code failed;
+        const auto size = fs::file_size(file_of(rows.text(1)), failed);
+        row.size = failed ? 0 : size;
+        out.append(row);
+        head.count++;
+        head.cursor = static_cast<uint32_t>(rows.integer(0));
+    }
+    head.cursor = 0;
+    out.put(0, head);
+    return 0;
+}
+
+/* One transaction of the database itself: all of the snapshot or nothing. */
+int copy_database(const std::string &from, sqlite3 *to)
+{
+    sqlite3 *source = nullptr;
+    int result = sqlite3_open_v2(from.c_str(), &source, SQLITE_OPEN_READONLY, nullptr);
+    if (result == SQLITE_OK) {
+        sqlite3_backup *copy = sqlite3_backup_init(to, "main", source, "main");
+        result = copy != nullptr ? sqlite3_backup_step(copy, -1) : SQLITE_ERROR;
+        sqlite3_backup_finish(copy);
+    }
+    sqlite3_close(source);
+    return result == SQLITE_DONE ? 0 : -EIO;
+}
+
+/* The list of snapshots is not part of what a snapshot takes back. */
+int32_t snapshots::restore(const request &asked)
+try {
+    const auto wanted = asked.record<snapshot_name>();
+    const std::string name(text_in(wanted.name));
+    struct entry {
+        int64_t id;
+        std::string name, saver, time;
+    };
+    std::vector<entry> known;
+    bool found = false;
+    {
+        statement rows = store_.prepare("SELECT id, name, saver, time FROM snapshot ORDER BY id");
+        while (rows.step()) {
+            known.push_back({rows.integer(0), std::string(rows.text(1)), std::string(rows.text(2)),
+                             std::string(rows.text(3))});
+            found = found || known.back().name == name;
+        }
+    }
+    if (!found)
+        return -ENOENT;
+    if (const int failed = copy_database(file_of(name), store_.handle()); failed != 0)
+        return failed;
+    transaction in(store_);
+    for (const entry &each : known)
+        in.run("INSERT OR REPLACE INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
+               std::string_view(each.name), std::string_view(each.saver), std::string_view(each.time));
+    in.commit();
+    log(priority::notice,
+        fmt::format("snapshot {} is restored; it is in force from the next start on", name));
+    return 0;
+} catch (const store_error &failed) {
+    log(priority::error, failed.what());
+    return -EIO;
+}
+
+} // namespace
+
+const service_entry snapshots_service = {
+    "snapshots", migrations,
+    [](setup &with) -> std::unique_ptr<service> { return std::make_unique<snapshots>(with); }};
+
+} // namespace mixd

@@ -1,0 +1,319 @@
+// Port drivers, data-plane counters and direct uplink.
+#include "appliance/mixsh/addresses.h"
+#include "appliance/mixsh/invocation.h"
+#include "appliance/mixsh/kinds.h"
+#include "appliance/wire/ports.h"
+#include "platform/ipcmsg.h"
+
+#include <libmix/drv.h>
+#include <memory>
+
+namespace mixsh
+{
+
+namespace
+{
+
+namespace wire = mix::wire;
+
+constexpr argument slot_option = option("slot", kinds::number, "a board of the chassis", slots);
+constexpr argument cpu_option = option("cpu", kinds::number, "a processor of the board", {.high = 63});
+constexpr argument port_value = value("PORT", kinds::number, "a port, counted from 0", {.high = 65535});
+
+request asking(wire::drv_code code)
+{
+    return {wire::drv_daemon, wire::drv_type, code};
+}
+
+std::uint16_t slot_of(const invocation &call)
+{
+    return call.number_or<std::uint16_t>("slot", 0);
+}
+
+using message = std::vector<std::uint8_t>;
+
+message fresh()
+{
+    return message(wire::drv_message_size);
+}
+
+template <typename Record>
+Record at(const std::uint8_t *bytes, std::size_t offset)
+{
+    Record out;
+    std::memcpy(&out, bytes + offset, sizeof out);
+    return out;
+}
+
+// --- statistics
+
+constexpr column stats_columns[] = {
+    {.title = "Board", .key = "board"},         {.title = "Port", .key = "port"},
+    {.title = "In bytes", .key = "in_bytes"},   {.title = "In packets", .key = "in_packets"},
+    {.title = "Errors", .key = "in_errors"},    {.title = "Dropped", .key = "in_dropped"},
+    {.title = "Out bytes", .key = "out_bytes"}, {.title = "Out packets", .key = "out_packets"},
+    {.title = "Errors", .key = "out_errors"},   {.title = "Dropped", .key = "out_dropped"},
+};
+
+void stats_row(table &rows, const std::string &board, const wire::port_stats_record &one)
+{
+    const auto n = [&](wire::port_counter which) { return std::uint64_t{one.counters[which]}; };
+    rows.row({board, field_text(one.name), n(wire::received_bytes), n(wire::received_packets),
+              n(wire::received_errors), n(wire::received_dropped), n(wire::sent_bytes), n(wire::sent_packets),
+              n(wire::sent_errors), n(wire::sent_dropped)});
+}
+
+outcome show_stats(invocation &call)
+{
+    message asked = fresh();
+    const auto port = call.number("PORT");
+    const auto cpu = call.number_or<std::uint16_t>("cpu", 0);
+    if (port)
+        drv_port_stats_msg_init(asked.data(), slot_of(call), cpu, static_cast<std::uint16_t>(*port), 0, 0);
+    else
+        drv_unit_port_stats_msg_init(asked.data(), slot_of(call), cpu, 0, 0, 0, 0);
+    const auto length = static_cast<std::uint32_t>(asked.size());
+    const int result = call.has("cpu") ? drv_get_port_stats_with_cpuindex(asked.data(), length)
+                                       : drv_get_port_stats(asked.data(), length);
+    if (result != 0)
+        return call.fail(asking(wire::drv_port_stats), "the statistics can't be read");
+    const auto head = at<wire::port_stats_head>(asked.data(), wire::drv_data);
+    table rows(call.out(), stats_columns);
+    for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_port_stats); i++)
+        stats_row(rows, field_text(head.board),
+                  at<wire::port_stats_record>(asked.data(), wire::drv_data + sizeof head +
+                                                                i * sizeof(wire::port_stats_record)));
+    return outcome::done;
+}
+constexpr argument stats_arguments[] = {
+    optional_value("PORT", kinds::number, "one port; without it every port", {.high = 65535}), slot_option,
+    cpu_option};
+
+outcome show_bridge(invocation &call)
+{
+    void *buffer = nullptr;
+    if (drv_get_bridge_stats(&buffer, slot_of(call), call.number_or<std::uint16_t>("BRIDGE", 0), 0) != 0)
+        return call.fail(asking(wire::drv_bridge_stats), "the bridge's statistics can't be read");
+    const std::unique_ptr<void, decltype(&ipcmsg_free)> owned(buffer, ipcmsg_free);
+    const auto *bytes = static_cast<const std::uint8_t *>(buffer);
+    const auto head = at<wire::bridge_stats_head>(bytes, wire::drv_data);
+    table rows(call.out(), stats_columns);
+    for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_bridge_ports); i++)
+        stats_row(rows, field_text(head.board),
+                  at<wire::port_stats_record>(bytes, wire::drv_data + sizeof head +
+                                                         i * sizeof(wire::port_stats_record)));
+    return outcome::done;
+}
+constexpr argument bridge_arguments[] = {
+    value("BRIDGE", kinds::number, "a bridge, counted from 0", {.high = 65535}), slot_option};
+
+// --- one port
+
+outcome show_port(invocation &call)
+{
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    std::uint64_t words[5] = {};
+    if (drv_get_port_info(slot_of(call), port, words) < 0 || !call.said().empty())
+        return call.fail(asking(wire::drv_port_info), "the port can't be read");
+    wire::port_info_record is;
+    std::memcpy(&is, words, sizeof is);
+    std::uint32_t cpu = 0;
+    drv_get_cpu_index_though_eth_port(slot_of(call), port, &cpu);
+    message asked = fresh();
+    drv_get_port_drv_info_msg_init(asked.data(), slot_of(call), port, 0);
+    const bool known = drv_get_port_drv_info(asked.data(), static_cast<std::uint32_t>(asked.size())) == 0;
+    const auto driver = at<wire::port_drv_record>(asked.data(), wire::drv_data);
+    call.out().record(
+        {{"Port", "port", std::uint32_t{port}},
+         {"Name", "name", known ? cell(field_text(driver.name)) : cell()},
+         {"Up", "up", is.up != 0},
+         {"Processor", "cpu", cpu},
+         {"Mbit/s", "mbit", is.mbit_per_second != 0 ? cell(std::uint64_t{is.mbit_per_second}) : cell()},
+         {"MTU", "mtu", std::uint64_t{is.mtu}},
+         {"Received bytes", "received", std::uint64_t{is.received_bytes}},
+         {"Sent bytes", "sent", std::uint64_t{is.sent_bytes}},
+         {"Driver", "driver", known ? cell(field_text(driver.driver)) : cell()},
+         {"On", "bus", known ? cell(field_text(driver.bus)) : cell()}});
+    return outcome::done;
+}
+constexpr argument port_arguments[] = {port_value, slot_option};
+
+outcome show_count(invocation &call)
+{
+    const int count = drv_get_port_maxnum(slot_of(call));
+    if (!call.said().empty())
+        return call.fail(asking(wire::drv_port_maxnum), "the ports can't be counted");
+    call.out().record({{"Ports", "ports", count}});
+    return outcome::done;
+}
+constexpr argument count_arguments[] = {slot_option};
+
+outcome show_driver(invocation &call)
+{
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    char name[48] = {};
+    if (drv_dp_get_port_drv_name(0, port, name, sizeof name) != 0)
+        return call.fail(request{wire::drv_main, wire::drv_type, wire::drv_dp_drv_info},
+                         "the data plane's driver can't be read");
+    call.out().record({{"Port", "port", std::uint32_t{port}}, {"Driver", "driver", name}});
+    return outcome::done;
+}
+constexpr argument driver_arguments[] = {port_value};
+
+outcome show_validity(invocation &call)
+{
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    const int answer = drv_is_port_vaild(slot_of(call), 0, port, 0);
+    if (!call.said().empty())
+        return call.fail(asking(wire::drv_port_valid), "the driver can't be asked");
+    call.out().record({{"Port", "port", std::uint32_t{port}},
+                       {"Valid", "valid", answer > 0},
+                       {"Below the count", "counted", is_port_valid(slot_of(call), port) != 0}});
+    return outcome::done;
+}
+
+// The lane settings of a port: two bytes that are the driver's own.
+outcome lanes(invocation &call)
+{
+    message asked = fresh();
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    const bool set = call.which().words == "set port lanes";
+    if (set)
+        drv_port_stats_msg_init_set_px_config(asked.data(), slot_of(call), 0, 0, port,
+                                              call.number_or<std::uint8_t>("FIRST", 0),
+                                              call.number_or<std::uint8_t>("SECOND", 0));
+    else
+        drv_port_stats_msg_init_px_config(asked.data(), slot_of(call), 0, 0, port, 0, 0);
+    if (drv_get_port_stats(asked.data(), static_cast<std::uint32_t>(asked.size())) != 0)
+        return call.fail(asking(set ? wire::drv_set_px_config : wire::drv_px_config),
+                         set ? "the lane settings were not changed" : "the lane settings can't be read");
+    if (!set)
+        call.out().record({{"First", "first", std::uint32_t{asked[wire::drv_data]}},
+                           {"Second", "second", std::uint32_t{asked[wire::drv_data + 1]}}});
+    return outcome::done;
+}
+constexpr argument set_lanes_arguments[] = {
+    port_value, value("FIRST", kinds::number, "first setting", {.high = 255}),
+    value("SECOND", kinds::number, "second setting", {.high = 255}), slot_option};
+
+outcome measure_eye(invocation &call)
+{
+    message asked = fresh();
+    drv_port_stats_msg_init_eye(asked.data(), slot_of(call), 0, 0, call.number_or<std::uint16_t>("PORT", 0),
+                                0, 0);
+    if (drv_get_port_eye_stats(asked.data(), static_cast<std::uint32_t>(asked.size())) != 0)
+        return call.fail(asking(wire::drv_eye), "the message was not sent");
+    return outcome::done;
+}
+
+// --- counters
+
+constexpr column counter_columns[] = {{.title = "Board", .key = "board"},
+                                      {.title = "Row", .key = "row"},
+                                      {.title = "Processed", .key = "processed"},
+                                      {.title = "Dropped", .key = "dropped"},
+                                      {.title = "Squeezed", .key = "squeezed"}};
+
+outcome show_counters(invocation &call)
+{
+    const request exchange{wire::drv_main, wire::counter_type, wire::counter_show};
+    const std::uint32_t slot = slot_of(call), cpu = call.number_or<std::uint32_t>("cpu", 0);
+    const bool sum = call.has("sum");
+    void *buffer = nullptr;
+    const int result = sum ? drv_get_dpdk_cpu_cntr(&buffer, slot, cpu, wire::counter_sum)
+                           : drv_get_cpu_cntr(&buffer, slot, cpu, 0);
+    if (result != 0)
+        return call.fail(exchange, "the counters can't be read");
+    const std::unique_ptr<void, decltype(&ipcmsg_free)> owned(buffer, ipcmsg_free);
+    const auto *bytes = static_cast<const std::uint8_t *>(buffer);
+    table rows(call.out(), counter_columns);
+    const auto print = [&](const std::string &board, const cell &row, const wire::packet_counter_row &one) {
+        rows.row({board, row, std::uint64_t{one.processed}, std::uint64_t{one.dropped},
+                  std::uint64_t{one.squeezed}});
+    };
+    if (sum) {
+        const auto all = at<wire::packet_counter_sum>(bytes, 0);
+        print(field_text(all.board), cell(), all.sum);
+        return outcome::done;
+    }
+    const auto head = at<wire::packet_counters>(bytes, 0);
+    for (std::uint32_t i = 0; i < std::min(std::uint32_t{head.count}, wire::most_counter_rows); i++)
+        print(field_text(head.board), i,
+              at<wire::packet_counter_row>(bytes, sizeof head + i * sizeof(wire::packet_counter_row)));
+    return outcome::done;
+}
+constexpr argument counter_arguments[] = {slot_option, cpu_option, flag("sum", "one row for all")};
+
+outcome drain(invocation &call)
+{
+    if (drv_drain_pkt_buffer(slot_of(call)) != 0)
+        return call.fail(request{wire::drv_main, wire::counter_type, wire::counter_drain},
+                         "the packet buffers were not drained");
+    return outcome::done;
+}
+
+// --- control requests
+
+outcome show_control(invocation &call)
+{
+    std::uint32_t who = 0;
+    if (remote_hwif_ioctl(slot_of(call), 0, 1, &who) != 0)
+        return call.fail(asking(wire::drv_hwif_ioctl), "the board does not answer control requests");
+    call.out().record({{"Answered by slot", "slot", who}});
+    return outcome::done;
+}
+
+outcome set_control(invocation &call)
+{
+    std::uint32_t data[3] = {call.number_or<std::uint32_t>("VALUE", 0)};
+    if (remote_dev_ioctl(slot_of(call), call.number_or<std::uint16_t>("DEVICE", 0),
+                         call.number_or<std::uint32_t>("COMMAND", 0), data) != 0)
+        return call.fail(asking(wire::drv_dev_ioctl), "the control request was not executed");
+    return outcome::done;
+}
+constexpr argument control_arguments[] = {
+    value("DEVICE", kinds::number, "a device of the board", {.high = 65535}),
+    value("COMMAND", kinds::number, "62, 64, 66, 68, 69, 70, 77 or 78", {.low = 62, .high = 78}),
+    value("VALUE", kinds::number, "the request's first number"), slot_option};
+
+// --- direct uplink
+
+outcome show_uplink(invocation &call)
+{
+    call.out().record({{"Direct uplink", "enabled", drv_direct_uplink_is_enabled() != 0}});
+    return outcome::done;
+}
+
+outcome set_uplink(invocation &call)
+{
+    if (drv_set_direct_uplink(static_cast<int>(call.chosen("STATE").value_or(0))) != 0)
+        return call.fail("direct uplink was not changed",
+                         "it is a file in /flash/platform, which must exist and be writable");
+    return outcome::done;
+}
+constexpr argument uplink_arguments[] = {value("STATE", kinds::one_of, "on or off", on_off)};
+
+constexpr command commands[] = {
+    {"show port", "one port and its driver", show_port, port_arguments},
+    {"show port count", "how many ports a board has", show_count, count_arguments},
+    {"show port statistics", "counters of ports", show_stats, stats_arguments},
+    {"show port bridge", "counters of a bridge's ports", show_bridge, bridge_arguments},
+    {"show port valid", "whether a board has a port", show_validity, port_arguments},
+    {"show port lanes", "lane settings of a port", lanes, port_arguments},
+    {"set port lanes", "change the lane settings of a port", lanes, set_lanes_arguments},
+    {"set port eye", "let a port's eye diagram be measured", measure_eye, port_arguments},
+    {"show port driver", "the data plane's driver of a port", show_driver, driver_arguments},
+    {"show port counters", "packets that processors received", show_counters, counter_arguments},
+    {"clear port buffers", "drain the packet buffers of a board", drain, count_arguments},
+    {"show port control", "which board executes control requests", show_control, count_arguments},
+    {"set port control", "execute a control request on a board", set_control, control_arguments},
+    {"show uplink", "direct uplink", show_uplink},
+    {"set uplink", "switch direct uplink", set_uplink, uplink_arguments},
+};
+
+} // namespace
+
+extern const family port_family;
+const family port_family{"port", "ports, their drivers and counters", commands};
+
+} // namespace mixsh

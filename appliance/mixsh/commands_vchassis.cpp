@@ -1,0 +1,322 @@
+// The virtual chassis, saved configurations and the ISP table.
+#include "appliance/mixsh/addresses.h"
+#include "appliance/mixsh/control_client.h"
+#include "appliance/mixsh/kinds.h"
+#include "appliance/platform/reason.h"
+#include "appliance/wire/snapshots.h"
+#include "appliance/wire/vchassis.h"
+#include "platform/board.h"
+#include "platform/ipcmsg.h"
+#include "sys/isp_wire.h"
+
+#include <libmix/isp.h>
+#include <libmix/vchassisd.h>
+
+namespace mixsh
+{
+
+namespace
+{
+
+namespace wire = mix::wire;
+
+constexpr std::size_t error_size = 256;
+
+request asking(wire::vchassis_code code, bool master = false)
+{
+    const std::uint32_t to =
+        master ? mktipcid(tq_get_mcp_slot() + 1, 0, wire::vchassis_manager) : wire::vchassis_manager;
+    return {to, wire::vchassis_type, code};
+}
+
+// The manager's own reason, when it gave one.
+outcome failed(invocation &call, const request &exchange, const char *error, std::string_view what)
+{
+    if (error[0] != '\0')
+        call.print()("%s\n", error);
+    return call.fail(exchange, what);
+}
+
+// --- VMs
+
+constexpr choice operations[] = {{"create", "make a VM", wire::vm_create},
+                                 {"delete", "remove the VM", wire::vm_delete},
+                                 {"start", "let it run", wire::vm_start},
+                                 {"stop", "shut it off", wire::vm_stop}};
+constexpr choice types[] = {{"vscm", "system control", 1}, {"vssm", "services", 2}, {"vdsm", "data", 3}};
+constexpr choice flavours[] = {{"2", "two processors", 2}, {"4", "four", 4}, {"8", "eight", 8}};
+constexpr argument slot_value = value("SLOT", kinds::number, "a slot of the chassis", slots);
+
+outcome operate(invocation &call)
+{
+    wire::vm_oper_record wanted{};
+    wanted.operation = static_cast<std::uint32_t>(call.chosen("OPERATION").value_or(0));
+    wanted.slot = call.number_or<std::uint32_t>("SLOT", 0);
+    wanted.type = static_cast<std::uint32_t>(call.chosen("type").value_or(2));
+    wanted.flavour = static_cast<std::uint32_t>(call.chosen("flavour").value_or(2));
+    std::uint64_t record[2];
+    std::memcpy(record, &wanted, sizeof record);
+    char error[error_size] = {};
+    if (libvchassisd_vm_oper_request(record, error, sizeof error) != 0)
+        return failed(call, asking(wire::vchassis_vm_oper), error, "the VM was not changed");
+    return outcome::done;
+}
+constexpr argument operate_arguments[] = {
+    slot_value, value("OPERATION", kinds::one_of, "what to do", {.choices = operations}),
+    option("type", kinds::one_of, "of VM", {.choices = types}),
+    option("flavour", kinds::one_of, "processors of a vSSM", {.choices = flavours})};
+
+outcome show_tenant(invocation &call)
+{
+    wire::tenant_vm_record is;
+    std::uint8_t bytes[sizeof is];
+    if (libvchassisd_get_tenant_vm_ip(call.text("VM"), bytes) != 0)
+        return call.fail(asking(wire::vchassis_tenant_vm_ip, true), "the VM's addresses can't be read");
+    std::memcpy(&is, bytes, sizeof is);
+    call.out().record({{"IPv4 address", "ipv4", is.ipv4 != 0 ? cell(ipv4_text(is.ipv4)) : cell()},
+                       {"IPv6 address", "ipv6", ipv6_text(is.ipv6)},
+                       {"MAC address", "mac", mac_text(is.mac)},
+                       {"VLAN", "vlan", std::uint32_t{is.vlan}},
+                       {"Slot", "slot", std::uint32_t{is.slot}},
+                       {"State", "state", vchassisd_vm_state2str(is.state)}});
+    return outcome::done;
+}
+constexpr argument tenant_arguments[] = {value("VM", kinds::word, "the VM's identifier", {.longest = 60})};
+
+outcome show_host(invocation &call)
+{
+    std::uint32_t counts[3] = {};
+    if (libvchassisd_get_slot_host_cpu_num(call.number_or<std::uint16_t>("SLOT", 0), counts) != 0)
+        return call.fail(asking(wire::vchassis_host_cpu_num), "the host's processors can't be read");
+    call.out().record({{"vSSM-02", "vssm_02", counts[0]},
+                       {"vSSM-04", "vssm_04", counts[1]},
+                       {"vSSM-08", "vssm_08", counts[2]}});
+    return outcome::done;
+}
+
+outcome show_mode(invocation &call)
+{
+    std::uint16_t mode = 0;
+    if (libvchassisd_get_service_mode(&mode) != 0)
+        return call.fail(asking(wire::vchassis_service_mode, true), "the service mode can't be read");
+    call.out().record({{"Service mode", "mode", std::uint32_t{mode}}});
+    return outcome::done;
+}
+constexpr argument host_arguments[] = {slot_value};
+
+// --- metadata
+
+constexpr argument key_value = value("KEY", kinds::word, "a key", {.longest = 255});
+constexpr argument number_option = option("number", kinds::number, "which of the key's values");
+
+outcome show_metadata(invocation &call)
+{
+    char text[256] = {}, error[error_size] = {};
+    if (libvchassisd_get_metadata(call.text("KEY"), 0, text, sizeof text,
+                                  call.number_or<std::uint32_t>("number", 0), error, sizeof error) != 0)
+        return failed(call, asking(wire::vchassis_get_metadata), error, "the metadata can't be read");
+    call.out().record({{"Key", "key", call.text("KEY")}, {"Value", "value", text}});
+    return outcome::done;
+}
+constexpr argument show_metadata_arguments[] = {key_value, number_option};
+
+outcome set_metadata(invocation &call)
+{
+    char error[error_size] = {};
+    if (libvchassisd_set_metadata(call.text("KEY"), 0, call.text("VALUE"), 0,
+                                  call.number_or<std::uint32_t>("number", 0), error, sizeof error) != 0)
+        return failed(call, asking(wire::vchassis_set_metadata), error, "the metadata was not stored");
+    return outcome::done;
+}
+constexpr argument set_metadata_arguments[] = {
+    key_value, value("VALUE", kinds::text, "its value", {.longest = 255}), number_option};
+
+// --- addresses
+
+constexpr argument address_key = value("KEY", kinds::number, "which address", {.high = 65535});
+constexpr column address_columns[] = {{.title = "Key", .key = "key"},
+                                      {.title = "Address", .key = "address", .may_be_cut = true},
+                                      {.title = "Second", .key = "second"},
+                                      {.title = "Third", .key = "third"}};
+
+outcome show_addresses(invocation &call)
+{
+    std::vector<wire::vchassis_addr_entry> entries;
+    for (const char *key : call.texts("KEYS"))
+        entries.push_back({static_cast<std::uint16_t>(std::strtoul(key, nullptr, 0)), 0, 0, 0, {}, {}});
+    const auto most = static_cast<std::size_t>(libvchassisd_addr_get_max_vm_count_per_time());
+    table rows(call.out(), address_columns);
+    for (std::size_t first = 0; first < entries.size(); first += most) {
+        const std::size_t count = std::min(most, entries.size() - first);
+        if (libvchassisd_addr_get_info(static_cast<std::uint32_t>(count), &entries[first]) != 0)
+            return call.fail(asking(wire::vchassis_addr_info), "the addresses can't be read");
+        for (std::size_t i = first; i < first + count; i++)
+            rows.row({std::uint32_t{entries[i].key},
+                      entries[i].found != 0 ? cell(field_text(entries[i].text)) : cell(),
+                      std::uint32_t{entries[i].b}, std::uint32_t{entries[i].c}});
+    }
+    return outcome::done;
+}
+constexpr argument show_addresses_arguments[] = {
+    values("KEYS", kinds::number, "which addresses", {.high = 65535})};
+
+outcome add_address(invocation &call)
+{
+    if (libvchassisd_register_address(call.number_or<std::uint16_t>("KEY", 0),
+                                      call.number_or<std::uint32_t>("second", 0),
+                                      call.number_or<std::uint32_t>("third", 0), call.text("ADDRESS")) != 0)
+        return call.fail(asking(wire::vchassis_register_address), "the message was not sent");
+    return outcome::done;
+}
+
+outcome delete_address(invocation &call)
+{
+    if (libvchassisd_unregister_address(call.number_or<std::uint16_t>("KEY", 0), 0, 0, "") != 0)
+        return call.fail(asking(wire::vchassis_unregister_address), "the message was not sent");
+    return outcome::done;
+}
+constexpr argument add_address_arguments[] = {
+    address_key, value("ADDRESS", kinds::word, "the address", {.longest = 255}),
+    option("second", kinds::number, "its second number"), option("third", kinds::number, "its third number")};
+constexpr argument delete_address_arguments[] = {address_key};
+
+// --- slots
+
+outcome set_state(invocation &call)
+{
+    const auto slot = call.number_or<std::uint16_t>("SLOT", 0);
+    const auto state = call.number_or<std::uint32_t>("STATE", 0);
+    const bool disk = call.which().words == "set vchassis disk";
+    const int result =
+        disk ? libvchassisd_notify_slot_disk_state(slot, state) : libvchassisd_notify_slot_state(slot, state);
+    if (result != 0)
+        return call.fail(asking(disk ? wire::vchassis_slot_disk_state : wire::vchassis_slot_state, disk),
+                         "the state was not taken");
+    return outcome::done;
+}
+constexpr argument state_arguments[] = {
+    slot_value, value("STATE", kinds::number, "its state, a number of the manager's")};
+
+outcome set_debug(invocation &call)
+{
+    if (libvchassisd_show_addr_debug(call.number_or<std::uint16_t>("LEVEL", 0)) != 0)
+        return call.fail(asking(wire::vchassis_addr_debug), "the message was not sent");
+    return outcome::done;
+}
+constexpr argument debug_arguments[] = {
+    value("LEVEL", kinds::number, "what the manager is to log of addresses", {.high = 65535})};
+
+outcome clear_mac2host(invocation &call)
+{
+    char error[error_size] = {};
+    if (libvchassisd_exec_clear_mac2host(wire::vchassis_clear_mac2host, call.text("HOST"), error) != 0)
+        return failed(call, {wire::vchassis_manager, wire::vchassis_type, wire::vchassis_clear_mac2host},
+                      error, "the table was not cleared");
+    return outcome::done;
+}
+constexpr argument mac2host_arguments[] = {
+    optional_value("HOST", kinds::word, "one host; without it every host", {.longest = 255})};
+
+outcome reset_password(invocation &call)
+{
+    char error[error_size] = {};
+    if (libvchassisd_exec_reset_vsom_password(error) != 0)
+        return failed(call, asking(wire::vchassis_reset_vsom_password), error, "the password was not reset");
+    return outcome::done;
+}
+
+outcome tell_crash(invocation &call)
+{
+    if (libvchassisd_notify_master_vscm_crash() != 0)
+        return call.fail(asking(wire::vchassis_master_crash, true), "the master was not told");
+    return outcome::done;
+}
+
+// --- saved configurations
+
+outcome save(invocation &)
+{
+    vchassisd_save_config();
+    return outcome::done;
+}
+
+constexpr column snapshot_columns[] = {{.title = "Name", .key = "name"},
+                                       {.title = "Saved", .key = "when"},
+                                       {.title = "By", .key = "saver"},
+                                       {.title = "Bytes", .key = "bytes"}};
+
+outcome show_snapshots(invocation &call)
+{
+    table rows(call.out(), snapshot_columns);
+    const bool read =
+        control::each_row<wire::snapshot_row>(call, wire::control_list_snapshots, [&](const auto &row) {
+            return rows.row({control::text(row.name), control::text(row.when), control::text(row.saver),
+                             std::uint64_t{row.size}});
+        });
+    rows.end();
+    if (!read)
+        return call.fail(control::about(wire::control_list_snapshots),
+                         "the saved configurations can't be listed");
+    return outcome::done;
+}
+
+outcome restore(invocation &call)
+{
+    wire::snapshot_name wanted{};
+    std::strncpy(wanted.name, call.text("NAME"), sizeof wanted.name - 1);
+    if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
+        return call.fail(control::about(wire::control_restore_snapshot),
+                         "the saved configuration was not restored");
+    call.out().note("restored; it is in force when mixd starts the next time");
+    return outcome::done;
+}
+constexpr argument restore_arguments[] = {
+    value("NAME", kinds::word, "a saved configuration", {.longest = 63})};
+
+// --- ISP
+
+outcome show_isp(invocation &call)
+{
+    const auto isp = call.number_or<std::uint32_t>("ISP", 0);
+    const auto address = call.ipv4("ADDRESS").value_or(0);
+    const bool belongs = check_ip_isp(address, isp) == 1;
+    if (*mixplatform_last_reason() != '\0') // the function is silent, and a failure counts as no
+        return call.fail(request{.destination = wire::isp_daemon, .type = wire::isp_type},
+                         "the ISP table can't be asked");
+    call.out().record({{"Address", "address", ipv4_text(address)},
+                       {"ISP", "isp", isp},
+                       {"Belongs to it", "belongs", belongs}});
+    return outcome::done;
+}
+constexpr argument isp_arguments[] = {value("ADDRESS", kinds::ipv4, "an address"),
+                                      value("ISP", kinds::number, "an ISP's number")};
+
+constexpr command commands[] = {
+    {"set vchassis vm", "create, delete, start or stop a slot's VM", operate, operate_arguments},
+    {"show vchassis tenant", "the addresses of a tenant's VM", show_tenant, tenant_arguments},
+    {"show vchassis host", "the processors of a slot's host", show_host, host_arguments},
+    {"show vchassis mode", "the service mode", show_mode},
+    {"show vchassis metadata", "a value of the metadata", show_metadata, show_metadata_arguments},
+    {"set vchassis metadata", "store a value", set_metadata, set_metadata_arguments},
+    {"show vchassis addresses", "registered addresses", show_addresses, show_addresses_arguments},
+    {"add vchassis address", "register an address", add_address, add_address_arguments},
+    {"delete vchassis address", "take an address back", delete_address, delete_address_arguments},
+    {"set vchassis slot", "tell the manager a slot's state", set_state, state_arguments},
+    {"set vchassis disk", "tell the master the state of a slot's disk", set_state, state_arguments},
+    {"set vchassis debug", "what the manager logs of addresses", set_debug, debug_arguments},
+    {"clear vchassis hosts", "clear the table of MAC addresses and hosts", clear_mac2host,
+     mac2host_arguments},
+    {"set vchassis password", "let the manager reset the management VM's password", reset_password},
+    {"set vchassis crash", "tell the master that its control VM crashed", tell_crash},
+    {"add saved", "save the configuration", save},
+    {"show saved", "saved configurations", show_snapshots},
+    {"set saved restore", "go back to a saved configuration", restore, restore_arguments},
+    {"show isp", "whether an address belongs to an ISP", show_isp, isp_arguments},
+};
+
+} // namespace
+
+extern const family vchassis_family;
+const family vchassis_family{"vchassis", "virtual chassis, saved configurations, ISP table", commands};
+
+} // namespace mixsh

@@ -1,0 +1,217 @@
+"""The virtual chassis, port drivers, saved configurations and the ISP table: the shell against mixd."""
+
+import os
+import socket
+import unittest
+
+from mixd import mixsh
+from system_test import WithMixd
+
+CHASSIS = """
+[[board]]
+slot = 4
+name = "master"
+role = "main"
+this = true
+[[board]]
+slot = 5
+name = "slave"
+role = "standby"
+[[board]]
+slot = 2
+name = "service-a"
+cpus = 2
+[[board]]
+slot = 3
+name = "service-b"
+[vchassis]
+service_mode = 7
+[[vchassis.host]]
+slot = 2
+flavour = 4
+count = 8
+[[vchassis.tenant]]
+vm = "01234567-89ab-cdef-0123-456789abcdef"
+ipv4 = "10.0.0.1"
+mac = "02:00:00:00:00:07"
+vlan = 12
+slot = 2
+[[isp.entry]]
+isp = 1
+network = "10.0.0.0/8"
+[[isp.entry]]
+isp = 2
+network = "10.1.0.0/16"
+"""
+
+
+class OnTheMaster(WithMixd):
+    """A client that is the chassis' master."""
+    scenario = CHASSIS
+    board = "chassis-master"
+
+    def rows(self, command, **environment):
+        return super().rows(command, MIX_BOARD=self.board, **environment)
+
+    def ok(self, command):
+        finished = mixsh(self.mixd, command, MIX_BOARD=self.board)
+        self.assertEqual(finished.returncode, 0, finished.stderr)
+
+    def refused(self, command, reason):
+        finished = mixsh(self.mixd, command, MIX_BOARD=self.board)
+        self.assertEqual(finished.returncode, 1, finished.stdout)
+        self.assertIn(reason, finished.stderr)
+
+
+class Ports(OnTheMaster):
+    def answering(self, words):
+        return {row["board"] for row in self.rows(words)}
+
+    def test_requests_reach_the_board_that_is_asked_for(self):
+        for slot, name in {4: "master", 5: "slave", 2: "service-a", 3: "service-b"}.items():
+            self.assertEqual(self.answering(f"show port statistics 0 slot {slot}"), {name})
+            self.assertEqual(self.answering(f"show port counters slot {slot} sum"), {name})
+            self.assertEqual(self.one(f"show port control slot {slot}")["slot"], slot)
+        self.assertEqual(self.answering("show port statistics 0"), {"master"})
+        self.refused("show port statistics 0 slot 9", "can't be read")
+
+    def test_a_processor_of_a_board_is_reached(self):
+        self.assertEqual(self.answering("show port counters slot 2 cpu 1"), {"service-a"})
+        self.refused("show port counters slot 3 cpu 1", "can't be read")
+
+    def test_ports_are_the_hosts_interfaces(self):
+        names = sorted((index, name) for index, name in socket.if_nameindex() if name != "lo")
+        self.assertEqual(self.one("show port count")["ports"], len(names))
+        if not names:
+            self.skipTest("this machine has no interface but the loopback")
+        shown = self.one("show port 0")
+        self.assertEqual(shown["name"], names[0][1])
+        with open(f"/sys/class/net/{names[0][1]}/mtu", encoding="ascii") as file:
+            self.assertEqual(shown["mtu"], int(file.read()))
+        self.refused(f"show port {len(names)}", "can't be read")
+        self.assertEqual([row["port"] for row in self.rows("show port statistics")], [name for _, name in names])
+
+    def test_counters_are_the_kernels(self):
+        with open("/proc/net/softnet_stat", encoding="ascii") as file:
+            rows = len(file.readlines())
+        self.assertEqual(len(self.rows("show port counters")), rows)
+        self.ok("clear port buffers slot 2")
+
+    def test_lane_settings_are_a_boards_own(self):
+        self.ok("set port lanes 3 1 2 slot 2")
+        self.assertEqual(self.one("show port lanes 3 slot 2"), {"first": 1, "second": 2})
+        self.assertEqual(self.one("show port lanes 3 slot 3"), {"first": 0, "second": 0})
+        self.ok("set port eye 3 slot 2")
+
+    def test_ports_are_valid_below_the_count(self):
+        count = self.one("show port count")["ports"]
+        self.assertEqual(self.one(f"show port valid {count}"), {"port": count, "valid": False, "counted": False})
+        if count:
+            self.assertTrue(self.one("show port valid 0")["valid"])
+
+    def test_control_requests_are_limited(self):
+        self.ok("set port control 1 62 5 slot 2")
+        self.refused("set port control 1 63 5 slot 2", "was not executed")
+
+
+class VirtualChassis(OnTheMaster):
+    def test_the_masters_own_address_answers(self):
+        self.assertEqual(self.one("show vchassis mode")["mode"], 7)
+        shown = self.one("show vchassis tenant 0123456789abcdef0123456789abcdef")
+        self.assertEqual((shown["ipv4"], shown["mac"], shown["vlan"], shown["state"]),
+                         ("10.0.0.1", "02:00:00:00:00:07", 12, "Active"))
+        self.refused("show vchassis tenant 1", "can't be read")
+
+    def test_host_processors(self):
+        self.assertEqual(self.one("show vchassis host 2"), {"vssm_02": 0, "vssm_04": 8, "vssm_08": 0})
+        self.refused("show vchassis host 3", "can't be read")
+
+    def test_metadata_is_kept(self):
+        self.ok('set vchassis metadata owner "the network team"')
+        self.ok("set vchassis metadata owner another number 1")
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertEqual(self.one("show vchassis metadata owner")["value"], "the network team")
+        self.assertEqual(self.one("show vchassis metadata owner number 1")["value"], "another")
+        self.refused("show vchassis metadata nobody", "there is no nobody")
+
+    def test_vms_are_created_once_and_deleted(self):
+        self.ok("set vchassis vm 2 create type vssm flavour 4")
+        self.refused("set vchassis vm 2 create", "slot 2 has a VM already")
+        self.ok("set vchassis vm 2 stop")
+        self.ok("set vchassis vm 2 delete")
+        self.refused("set vchassis vm 2 start", "there is no VM in slot 2")
+
+    def test_addresses_are_registered_and_taken_back(self):
+        self.ok("add vchassis address 7 10.0.0.9 second 3 third 4")
+        keys = " ".join(str(key) for key in range(1, 41)) # more than fit into one request
+        shown = {row["key"]: row for row in self.rows(f"show vchassis addresses {keys}")}
+        self.assertEqual(len(shown), 40)
+        self.assertEqual(shown[7], {"key": 7, "address": "10.0.0.9", "second": 3, "third": 4})
+        self.assertIsNone(shown[8]["address"])
+        self.ok("delete vchassis address 7")
+        self.assertIsNone(self.one("show vchassis addresses 7")["address"])
+
+    def test_notices_are_taken(self):
+        for command in ("set vchassis slot 2 15", "set vchassis disk 2 1", "set vchassis debug 3",
+                        "clear vchassis hosts", "set vchassis crash"):
+            self.ok(command)
+        self.refused("set vchassis password", "no management VM")
+
+
+class SavedConfigurations(OnTheMaster):
+    def test_a_saved_configuration_can_be_listed_and_restored(self):
+        self.ok("set vchassis metadata owner before")
+        self.ok("add saved")
+        self.ok("set vchassis metadata owner after")
+        self.ok("add saved")
+        saved = self.rows("show saved")
+        self.assertEqual([row["name"] for row in saved], ["vchassis-1", "vchassis-2"])
+        self.assertEqual({row["saver"] for row in saved}, {"tarquelle"})
+        self.assertRegex(saved[0]["when"], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
+        self.assertGreater(saved[0]["bytes"], 0)
+        self.ok("set saved restore vchassis-1")
+        self.mixd.stop()
+        self.mixd.start()
+        self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
+        self.assertEqual([row["name"] for row in self.rows("show saved")], ["vchassis-1", "vchassis-2"])
+        self.refused("set saved restore nothing", "was not restored")
+
+
+class Isp(OnTheMaster):
+    def belongs(self, address, isp):
+        return self.one(f"show isp {address} {isp}")["belongs"]
+
+    def test_the_longest_prefix_decides(self):
+        self.assertTrue(self.belongs("10.2.3.4", 1))
+        self.assertTrue(self.belongs("10.1.3.4", 2))
+        self.assertFalse(self.belongs("10.1.3.4", 1))
+        self.assertFalse(self.belongs("11.1.3.4", 1))
+
+    def test_no_answer_is_not_a_no(self):
+        self.mixd.stop()
+        self.refused("show isp 10.2.3.4 1", "can't be asked")
+
+
+class IspFile(Isp):
+    def setUp(self):
+        super().setUp()
+        self.mixd.stop()
+        table = os.path.join(self.mixd.directory, "isp.txt")
+        with open(table, "w", encoding="ascii") as file:
+            file.write("# by ISP\n1 10.0.0.0/8\n\n2 10.1.0.0/16 # a part of it\n3 0.0.0.0/0\n4 192.0.2.1\n")
+        with open(os.path.join(self.mixd.directory, "scenario.toml"), "w", encoding="ascii") as file:
+            file.write(CHASSIS.split("[[isp.entry]]")[0] + f'[isp]\nfile = "{table}"\n')
+        self.mixd.start()
+
+    def test_the_longest_prefix_decides(self):
+        self.assertTrue(self.belongs("10.2.3.4", 1))
+        self.assertTrue(self.belongs("10.1.3.4", 2))
+        self.assertFalse(self.belongs("10.1.3.4", 1))
+        self.assertTrue(self.belongs("11.1.3.4", 3))
+        self.assertTrue(self.belongs("192.0.2.1", 4))
+        self.assertFalse(self.belongs("192.0.2.2", 4))
+
+
+if __name__ == "__main__":
+    unittest.main()
