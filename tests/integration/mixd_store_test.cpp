@@ -206,7 +206,7 @@ struct store_under_a_size_limit : store_without_room {
     void prepare() override
     {
         mixd.before_exec = [] {
-            const rlimit limit = {256 * 1024, RLIM_INFINITY};
+            const rlimit limit = {512 * 1024, RLIM_INFINITY};
             return setrlimit(RLIMIT_FSIZE, &limit) == 0;
         };
     }
