@@ -15,7 +15,7 @@ template <size_t Size>
 void fill_text(char (&field)[Size], std::string_view text)
 {
     std::memset(field, 0, Size);
-    std::memcpy(field, text.data(), std::min(text.size(), Size - 1));
+    text.copy(field, Size - 1); /* also of a view of nothing */
 }
 
 /* What stands in a field, whether it is terminated or not. */
