@@ -114,7 +114,7 @@ constexpr const Row &row_of(const Row (&table)[Rows], issu_code code)
     return table[at];
 }
 
-consteval frame::exchange exchange_of(issu_code code)
+constexpr frame::exchange exchange_of(issu_code code)
 {
     const asked &row = row_of(asked_commands, code);
     return {
@@ -130,7 +130,7 @@ consteval frame::exchange exchange_of(issu_code code)
     };
 }
 
-consteval frame::notice notice_of(issu_code code)
+constexpr frame::notice notice_of(issu_code code)
 {
     const told &row = row_of(told_commands, code);
     frame::notice what{
