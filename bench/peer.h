@@ -5,13 +5,17 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "appliance/wire/message.h"
 
 namespace mixbench
 {
@@ -70,6 +74,46 @@ inline void echo(int connection)
     for (ssize_t got; (got = recv(connection, bytes, sizeof(bytes), 0)) > 0;)
         if (send(connection, bytes, static_cast<size_t>(got), MSG_NOSIGNAL) < 0)
             return;
+}
+
+/* As little of the appliance's protocol as a client needs. payload(request, reply): the reply's length. */
+template <class Payload>
+void answer_requests(int connection, Payload payload)
+{
+    using namespace mix::wire;
+    static struct {
+        message_header header;
+        char payload[4096];
+    } received, sent;
+    while (recv(connection, &received, sizeof(received), 0) > 0) {
+        sent.header = received.header;
+        if (received.header.kind == static_cast<uint16_t>(message_kind::hello)) {
+            const welcome_payload welcome{
+                .version = protocol_version, .reserved = 0, .pid = 1, .daemon_version = {}, .name = {}};
+            std::memcpy(sent.payload, &welcome, sizeof(welcome));
+            sent.header.length = sizeof(welcome);
+            sent.header.kind = static_cast<uint16_t>(message_kind::welcome);
+        } else {
+            sent.header.length = payload(received.payload, sent.payload);
+            sent.header.kind = static_cast<uint16_t>(message_kind::reply);
+        }
+        if (send(connection, &sent, sizeof(sent.header) + sent.header.length, MSG_NOSIGNAL) < 0)
+            return;
+    }
+}
+
+/*
+ * This process and those that it starts take turns on one processor: what a wakeup costs then depends neither
+ * on where the scheduler puts the other end nor on how deeply an idle processor sleeps, and what the two ends
+ * do can't overlap.
+ */
+inline void stay_on_one_processor()
+{
+    cpu_set_t first;
+    CPU_ZERO(&first);
+    CPU_SET(sched_getcpu(), &first);
+    if (sched_setaffinity(0, sizeof(first), &first) < 0)
+        fail("sched_setaffinity");
 }
 
 inline void make_folder()

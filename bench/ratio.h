@@ -37,7 +37,8 @@ class median_reporter : public benchmark::ConsoleReporter
         for (const Run &run : runs)
             if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
                 medians[run.run_name.function_name +
-                        (run.run_name.args.empty() ? "" : "/" + run.run_name.args)] =
+                        (run.run_name.args.empty() ? "" : "/" + run.run_name.args) +
+                        (run.run_name.time_type.empty() ? "" : "/" + run.run_name.time_type)] =
                     run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e9;
         ConsoleReporter::ReportRuns(runs);
     }
