@@ -1,4 +1,5 @@
 // mixsh: the management shell.
+#include "appliance/mixsh/listing.h"
 #include "appliance/mixsh/shell.h"
 #include "appliance/mixsh/terminal.h"
 
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <langinfo.h>
+#include <optional>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -72,6 +74,12 @@ With several commands it is the first failure's.
 Environment: MIX_RUN_DIR (where the daemons listen), MIX_TRACE (a file that
 records every exchange), XDG_STATE_HOME (history).)";
 
+int print(const std::string &text)
+{
+    fmt::print("{}", text);
+    return static_cast<int>(std::fflush(stdout) == 0 ? status::ok : status::failed);
+}
+
 status run(shell &sh, const std::vector<std::string> &commands)
 {
     if (commands.empty())
@@ -108,12 +116,20 @@ int main(int argc, char **argv)
         ->check(CLI::IsMember({"english", "chinese"}))
         ->type_name("LANGUAGE");
     options.add_flag("-k,--keep-going", how.keep_going, "go on behind a failed command");
+    bool list = false;
+    std::optional<std::string> unfinished;
+    options.add_flag("--list-commands", list,
+                     "print all commands and their arguments, one a line, fields parted by tabs");
+    options.add_option("--complete", unfinished, "print the words that may stand at the end of a line")
+        ->type_name("LINE");
     options.set_version_flag("--version", "mixsh " MIXSH_VERSION);
     try {
         options.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return options.exit(error) == 0 ? 0 : static_cast<int>(status::wrong);
     }
+    if (list || unfinished)
+        return print(unfinished ? completions(all_families(), *unfinished) : command_list(all_families()));
     how.as = json ? form::json : form::columns;
     how.language = language == "chinese" ? 1 : 0;
     how.width = answer_width();
