@@ -145,8 +145,9 @@ void chassis::read_slot(scenario_table &row, const board_model &boards)
         one.fixed_state = static_cast<uint32_t>(*state);
     if (const auto busy = row.number("cpu_busy", 0, 100))
         one.busy = static_cast<uint32_t>(*busy);
+    const auto temperature = static_cast<int16_t>(row.signed_number("temperature", 0, -273, 1000));
     if (row.has("temperature"))
-        one.temperature = static_cast<int16_t>(row.signed_number("temperature", 0, -273, 1000));
+        one.temperature = temperature;
     one.memory_kib = row.number("memory_kib", 1, UINT64_MAX / 200);
 }
 
