@@ -171,7 +171,7 @@ class Program(unittest.TestCase):
 
     def test_help_is_the_manual_in_short(self):
         text = mixscan("--help").stdout.decode()
-        manual = os.path.join(os.path.dirname(__file__), "../../docs/mixscan.1")
+        manual = os.path.join(os.path.dirname(__file__), "../../docs/man/mixscan.1")
         with open(manual) as file:
             page = file.read().replace("\\-", "-")
         for option in re.findall(r"--[a-z]+(?:-[a-z]+)*", text):
