@@ -19,3 +19,13 @@ configure_package_config_file(packaging/libmix-config.cmake.in ${CMAKE_BINARY_DI
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/libmix-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/libmix-config.cmake ${CMAKE_BINARY_DIR}/libmix-config-version.cmake
     DESTINATION ${package_dir})
+
+# Completion for the system's shells.
+set(MIX_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "where zsh looks for completions")
+foreach(program mixd mixsh mixscan)
+    if(TARGET ${program})
+        install(FILES packaging/completion/${program}.bash
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program})
+        install(FILES packaging/completion/_${program} DESTINATION ${MIX_ZSH_COMPLETIONS})
+    endif()
+endforeach()
