@@ -1,6 +1,5 @@
 #include "appliance/mixd/lock_keeper.h"
 
-#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <string>
@@ -13,9 +12,10 @@ namespace
 
 constexpr int look_every_ms = 100;
 /* How long a lock must stay as it is before it is taken from a writer that is gone... */
-constexpr int sure_of_owner_ms = 200;
+constexpr std::chrono::milliseconds sure_of_owner{200};
 /* ...and from one that never gave its number, or had taken it back. */
-constexpr int sure_of_nobody_ms = 1000;
+constexpr std::chrono::milliseconds sure_of_nobody{1000};
+constexpr int look_again_every_ms = 10;
 
 /* A thread that is no more, or a process of which only the exit status is left. */
 bool is_gone(pid_t thread)
@@ -76,7 +76,7 @@ void lock_keeper::look()
     wake_writers(catalogue_.lock());
     if (!is_stuck(now))
         return;
-    if (stays(now, now.writer != 0 ? sure_of_owner_ms : sure_of_nobody_ms) && is_stuck(now))
+    if (stays(now, now.writer != 0 ? sure_of_owner : sure_of_nobody) && is_stuck(now))
         free(now);
 }
 
@@ -88,10 +88,16 @@ bool lock_keeper::is_stuck(const lock_state &state) const
     return state.writer == 0 || is_gone(state.writer) || !catalogue_.is_mapped_by(state.writer);
 }
 
-bool lock_keeper::stays(const lock_state &state, int milliseconds)
+/*
+ * By the clock, so that a busy machine, where each sleep takes longer, frees a lock as soon as another does;
+ * and by the number of looks, so that a machine which stood still itself does not take that time for proof.
+ */
+bool lock_keeper::stays(const lock_state &state, std::chrono::milliseconds long_enough)
 {
-    for (int waited = 0; waited < milliseconds; waited += 10)
-        if (!sleep(10) || look_at(catalogue_.lock()) != state)
+    const auto end = std::chrono::steady_clock::now() + long_enough;
+    for (auto looks = long_enough.count() / look_again_every_ms / 4;
+         looks > 0 || std::chrono::steady_clock::now() < end; --looks)
+        if (!sleep(look_again_every_ms) || look_at(catalogue_.lock()) != state)
             return false;
     return true;
 }
@@ -104,6 +110,7 @@ void lock_keeper::free(const lock_state &of)
     recount(catalogue_.segment());
     const uint32_t counted = catalogue_.segment().cur_app_num;
     release_for_all(lock);
+    /* Said when others go on already: nobody waits for whoever reads the log. */
     const std::string who = of.writer != 0 ? fmt::format("thread {}", of.writer) : "a thread";
     log(priority::warning, fmt::format("{} died while it wrote the application catalogue; its lock is free "
                                        "again, {} applications counted",

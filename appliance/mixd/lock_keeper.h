@@ -8,6 +8,7 @@
 #ifndef MIXD_LOCK_KEEPER_H
 #define MIXD_LOCK_KEEPER_H
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -30,7 +31,7 @@ class lock_keeper
     void run();
     void look();
     [[nodiscard]] bool is_stuck(const lock_state &) const;
-    bool stays(const lock_state &, int milliseconds);
+    bool stays(const lock_state &, std::chrono::milliseconds long_enough);
     void free(const lock_state &);
     bool sleep(int milliseconds);
 
