@@ -84,13 +84,12 @@ bool catalogue::attach()
     if (!object) {
         if (errno == ENOENT)
             return false;
+        if (errno == EACCES)
+            throw kept_elsewhere(fmt::format("another user keeps the application catalogue {}", path_));
         fail(path_);
     }
     if (flock(object.get(), LOCK_EX | LOCK_NB) < 0)
-        throw startup_error(
-            fmt::format("another mixd keeps the application catalogue {}; --no-catalogue leaves it "
-                        "to that one",
-                        path_));
+        throw kept_elsewhere(fmt::format("another mixd keeps the application catalogue {}", path_));
     const bool whole =
         await([&] { return status_of(object.get(), path_).st_size == off_t{sizeof(app_segment)}; });
     if (!whole) {
@@ -196,6 +195,17 @@ bool catalogue::is_mapped_by(pid_t process) const
             return true;
     }
     return false;
+}
+
+bool catalogue::can_be_written_within(std::chrono::milliseconds patience) const
+{
+    const auto until = std::chrono::steady_clock::now().time_since_epoch() + patience;
+    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(until);
+    const timespec at{whole.count(), std::chrono::nanoseconds(until - whole).count()};
+    if (pthread_rwlock_clockwrlock(lock_, CLOCK_MONOTONIC, &at) != 0)
+        return false;
+    pthread_rwlock_unlock(lock_);
+    return true;
 }
 
 void recount(app_segment &segment)

@@ -5,6 +5,7 @@
 #ifndef MIXD_CATALOGUE_H
 #define MIXD_CATALOGUE_H
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <sys/types.h>
@@ -16,14 +17,19 @@
 namespace mixd
 {
 
+/* The segment is another mixd's, or another user's. */
+class kept_elsewhere : public startup_error
+{
+    using startup_error::startup_error;
+};
+
 class catalogue
 {
   public:
     /*
      * Attaches this process, by libmix's four pointers, to the segment of that name; where there is none,
      * builds one that has no name yet, has it filled, and gives it its name when it is complete, so that
-     * nobody ever attaches to half of it. Throws startup_error: another mixd keeps it, it belongs to somebody
-     * else, no room.
+     * nobody ever attaches to half of it. Throws kept_elsewhere, or startup_error: no room, or the like.
      */
     catalogue(std::string name, const std::function<void()> &fill);
     catalogue(catalogue &&) = delete;
@@ -36,6 +42,8 @@ class catalogue
     [[nodiscard]] std::string identity() const;
     /* Whether a process has the segment mapped. Where that can't be seen: yes. */
     [[nodiscard]] bool is_mapped_by(pid_t) const;
+    /* Whether the lock could be had in that time: a writer that is stopped keeps it for as long as it is. */
+    [[nodiscard]] bool can_be_written_within(std::chrono::milliseconds) const;
 
   private:
     bool attach();

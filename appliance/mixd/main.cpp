@@ -38,9 +38,13 @@ int run(int argc, char **argv)
         .add_option("--applications", chosen.applications_file,
                     "the predefined applications of the catalogue (default: the file that comes with mixd)")
         ->type_name("FILE");
-    program.add_flag(
+    auto *no_catalogue = program.add_flag(
         "!--no-catalogue", chosen.keep_catalogue,
         "leave the application catalogue in /dev/shm alone: it is kept by one mixd of a machine");
+    program
+        .add_flag("--share-catalogue", chosen.share_catalogue,
+                  "keep the application catalogue unless another mixd of this machine does so already")
+        ->excludes(no_catalogue);
     program.add_flag("--apply", chosen.apply, "write what is committed to this host's kernel, too")
         ->excludes(scenario);
     program

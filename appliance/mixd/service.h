@@ -113,6 +113,7 @@ struct options {
     std::string store_file;
     std::string applications_file; /* the catalogue's predefined ones; empty: the file that comes with mixd */
     bool keep_catalogue = true;    /* make and keep the application catalogue */
+    bool share_catalogue = false;  /* but leave it to another mixd that keeps it already */
     std::string scenario_file;     /* empty: none */
     std::string lease_file = "/var/lib/misc/dnsmasq.leases"; /* of the DHCP server on this host */
 };

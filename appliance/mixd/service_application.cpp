@@ -27,6 +27,8 @@ using mix::wire::app_entries;
 using mix::wire::app_first_user_defined;
 
 constexpr uint64_t follow_every_us = 1000000;
+/* Writers hold the lock for microseconds, dead ones until the keeper has freed it; stopped ones for ever. */
+constexpr std::chrono::milliseconds patience_at_start{6000}, patience_at_reload{50};
 constexpr size_t user_defined_slots = app_entries - app_first_user_defined;
 
 constexpr const char *migrations[] = {
@@ -112,7 +114,10 @@ class application : public service
   private:
     void start_with_file(bool required);
     void read_file();
+    [[nodiscard]] bool take_segment(bool shared);
+    void adopt() const;
     void load() const;
+    void load_again();
     void drop_left_overs() const;
     void restore() const;
     [[nodiscard]] bool is_known_segment();
@@ -126,6 +131,7 @@ class application : public service
     signature_list signatures_;
     std::vector<app_entry> stored_; /* the user-defined slots as the store has them */
     bool store_failed_ = false;     /* said once */
+    bool to_be_loaded_ = false;     /* the list was read again, the catalogue has yet to be */
     std::unique_ptr<catalogue> segment_;
     std::unique_ptr<lock_keeper> keeper_;
     event_source timer_;
@@ -144,15 +150,11 @@ application::application(setup &with) : store_(with.state()), file_(with.setting
     while (rows.step())
         stored_[static_cast<size_t>(rows.integer(0)) - app_first_user_defined] = from_store(rows);
 
-    segment_ = std::make_unique<catalogue>(segment_name(), [this] {
-        tq_app_table_create();
-        load();
-    });
+    if (!take_segment(with.settings().share_catalogue))
+        return;
     keeper_ = std::make_unique<lock_keeper>(*segment_);
-    if (!segment_->made_here()) {
-        tq_app_table_reset();
-        load();
-    }
+    if (!segment_->made_here())
+        adopt();
     if (!is_known_segment())
         restore();
     note_segment();
@@ -171,6 +173,32 @@ application::~application()
 {
     if (segment_)
         follow();
+}
+
+/* False: somebody else keeps the catalogue, and that is all right. */
+bool application::take_segment(bool shared)
+try {
+    segment_ = std::make_unique<catalogue>(segment_name(), [this] {
+        tq_app_table_create();
+        load();
+    });
+    return true;
+} catch (const kept_elsewhere &why) {
+    if (!shared)
+        throw startup_error(fmt::format("{}; --share-catalogue leaves it to that one", why.what()));
+    log(priority::info, fmt::format("{}; it is left to that one", why.what()));
+    return false;
+}
+
+/* A segment that was there before: its predefined applications become those of the list. */
+void application::adopt() const
+{
+    if (!segment_->can_be_written_within(patience_at_start))
+        throw startup_error(fmt::format("thread {} holds the lock of the application catalogue and goes no "
+                                        "further: is its process stopped?",
+                                        look_at(segment_->lock()).writer));
+    tq_app_table_reset();
+    load();
 }
 
 /* A file that was asked for by name must be there. */
@@ -204,6 +232,16 @@ void application::reload()
         log(priority::error, fmt::format("{}; the application catalogue stays as it is", why.what()));
         return;
     }
+    to_be_loaded_ = true;
+    load_again();
+}
+
+/* Without waiting for a writer that is stopped: mixd has other clients. The timer comes back to it. */
+void application::load_again()
+{
+    if (!segment_->can_be_written_within(patience_at_reload))
+        return;
+    to_be_loaded_ = false;
     tq_app_table_reset();
     load();
     log(priority::info, fmt::format("application catalogue: {} applications, {} of them predefined",
@@ -302,7 +340,10 @@ void application::follow()
 
 int application::on_timer(sd_event_source *source, uint64_t, void *data)
 {
-    static_cast<application *>(data)->follow();
+    auto *self = static_cast<application *>(data);
+    if (self->to_be_loaded_)
+        self->load_again();
+    self->follow();
     sd_event_source_set_time_relative(source, follow_every_us);
     return sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
 }

@@ -5,6 +5,9 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <linux/capability.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 
 using namespace catalogue;
 
@@ -308,6 +311,138 @@ TEST_F(creator, is_one_of_eight_that_start_together)
     tq_app_table_init();
     EXPECT_GE(*cur_app_num, 300u);
     expect_exact_counters();
+}
+
+TEST_F(creator, refuses_by_name_what_another_keeps_and_says_what_to_do)
+{
+    start_and_attach();
+    mixd_process second(place.path() + "/second");
+    second.keep_catalogue = true;
+    EXPECT_FALSE(second.start());
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_NE(second.log().find("another mixd keeps the application catalogue /dev/shm/app_ext_table; "
+                                "--share-catalogue leaves it to that one"),
+              std::string::npos)
+        << second.log();
+}
+
+struct sharing : creator {
+    mixd_process second{place.path() + "/second"};
+
+    void start_second()
+    {
+        second.keep_catalogue = true;
+        second.arguments = {"--share-catalogue"};
+        ASSERT_TRUE(second.start()) << second.log();
+    }
+    void expect_left(const std::string &to_whom)
+    {
+        EXPECT_NE(second.log().find(to_whom + " keeps the application catalogue /dev/shm/app_ext_table; "
+                                              "it is left to that one"),
+                  std::string::npos)
+            << second.log();
+    }
+};
+
+TEST_F(sharing, leaves_the_catalogue_to_the_mixd_that_keeps_it_and_serves_the_rest)
+{
+    use_list("1000,Alpha,,,,,,,0,0,0\n");
+    start_and_attach();
+    start_second();
+    expect_left("another mixd");
+    raw_client client;
+    EXPECT_TRUE(client.open(second, "node0/0.201.sock")) << "the second does not answer";
+    kill(second.pid(), SIGHUP);
+    EXPECT_TRUE(within(5, [&] { return second.log().find("reloading") != std::string::npos; }));
+    EXPECT_EQ(second.stop(), 0) << second.log();
+    EXPECT_EQ(*cur_app_num, 25u);
+    EXPECT_STREQ(tq_app_type2name(1000), "Alpha");
+    expect_exact_counters();
+}
+
+TEST_F(sharing, keeps_the_catalogue_where_nobody_does)
+{
+    start_second();
+    tq_app_table_init();
+    EXPECT_GE(*cur_predef_app_num, 300u);
+    EXPECT_EQ(second.log().find("left to that one"), std::string::npos);
+    EXPECT_FALSE(mixd.start()) << "it keeps it as any other does";
+}
+
+/* As for a user whose catalogue it is not. */
+bool drop_file_capabilities()
+{
+    return prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE) == 0 && prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH) == 0;
+}
+
+TEST_F(sharing, leaves_the_catalogue_of_another_user_alone)
+{
+    start_and_attach();
+    ASSERT_EQ(chmod(segment_path, 0), 0);
+    second.before_exec = drop_file_capabilities;
+    start_second();
+    expect_left("another user");
+    EXPECT_EQ(second.stop(), 0);
+    second.arguments = {};
+    EXPECT_FALSE(second.start());
+    EXPECT_NE(second.log().find("another user keeps the application catalogue"), std::string::npos)
+        << second.log();
+}
+
+/* A writer that stops while it holds the lock; 0 after it has gone on and ended. */
+struct stopped_writer {
+    pid_t child;
+
+    stopped_writer()
+        : child(beside([] {
+              auto *lock = static_cast<pthread_rwlock_t *>(app_table_rwlock);
+              pthread_rwlock_wrlock(lock);
+              raise(SIGSTOP);
+              return pthread_rwlock_unlock(lock) == 0;
+          }))
+    {
+        waitpid(child, nullptr, WUNTRACED);
+    }
+    [[nodiscard]] bool goes_on() const
+    {
+        kill(child, SIGCONT);
+        return ends_well(child, 5);
+    }
+};
+
+TEST_F(creator, answers_while_a_stopped_writer_holds_up_a_reload_and_loads_after_it)
+{
+    use_list("1000,Alpha,,,,,,,0,0,0\n");
+    start_and_attach();
+    const stopped_writer writer;
+    std::ofstream(list) << header << "1001,Beta,,,,,,,0,0,0\n";
+    kill(mixd.pid(), SIGHUP);
+    ASSERT_TRUE(within(5, [&] { return said("reloading"); }));
+    for (int i = 0; i < 3; i++) {
+        usleep(500000);
+        raw_client client;
+        EXPECT_TRUE(client.open(mixd, "node0/0.201.sock"));
+    }
+    EXPECT_STREQ(tq_app_type2name(1001), "");
+    EXPECT_TRUE(writer.goes_on());
+    EXPECT_TRUE(within(10, [&] { return tq_app_name2type("Beta") == 1001; })) << mixd.log();
+    EXPECT_STREQ(tq_app_type2name(1000), "");
+}
+
+using creator_slow = creator; /* waits for seconds */
+
+TEST_F(creator_slow, does_not_wait_for_ever_for_a_stopped_writer_when_it_starts)
+{
+    start_and_attach();
+    ASSERT_EQ(mixd.stop(), 0);
+    const stopped_writer writer;
+    EXPECT_FALSE(mixd.start());
+    EXPECT_EQ(mixd.wait(), 1);
+    EXPECT_TRUE(
+        said("thread " + std::to_string(writer.child) + " holds the lock of the application catalogue"))
+        << mixd.log();
+    EXPECT_TRUE(writer.goes_on());
+    EXPECT_TRUE(mixd.start()) << mixd.log();
 }
 
 TEST_F(creator, is_one_of_eight_on_one_run_directory)

@@ -110,9 +110,9 @@ TEST_F(making, is_refused_while_another_keeps_it)
     const pid_t second = beside([] {
         try {
             mixd::catalogue refused("app_ext_table", [] {});
-        } catch (const mixd::startup_error &why) {
-            return std::string(why.what()) == "another mixd keeps the application catalogue "
-                                              "/dev/shm/app_ext_table; --no-catalogue leaves it to that one";
+        } catch (const mixd::kept_elsewhere &why) {
+            return std::string(why.what()) ==
+                   "another mixd keeps the application catalogue /dev/shm/app_ext_table";
         }
         return false;
     });
