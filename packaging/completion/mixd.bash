@@ -18,7 +18,7 @@ _mixd()
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         ;;
     *) mapfile -t COMPREPLY < <(compgen -W '--help --version --host --scenario --run-dir --store --applications
-        --no-catalogue --apply --leases' -- "$current") ;;
+        --no-catalogue --share-catalogue --apply --leases' -- "$current") ;;
     esac
 }
 complete -F _mixd mixd
