@@ -4,7 +4,8 @@
  *
  * A slot of 0 is this board. Requests for another slot are sent to the board that serves it, as the platform
  * has it. Results are 0 on success and -1 on failure unless a comment says otherwise; outputs are then
- * untouched. Texts go to the operator's console. Buffers that are handed out are released with ipcmsg_free.
+ * untouched. Texts go to the operator's console. Buffers that are handed out are released with ipcmsg_free;
+ * what the driver did not send of them is zero.
  */
 #ifndef LIBMIX_DRV_H
 #define LIBMIX_DRV_H

@@ -156,8 +156,11 @@ outcome run(const exchange &what, const target &where, print_callback print, Fil
         deliver(reply);
     else if (result.at == stage::refused)
         refused(reply);
-    if (reply.kept())
+    if (reply.kept()) {
+        /* Its new owner may not know how much arrived: what did not is zero. */
+        std::memset(into + reply.received(), 0, what.reply_capacity - reply.received());
         (what.reply_in_request ? owned.request : owned.reply) = nullptr;
+    }
     release(owned);
     return result;
 }

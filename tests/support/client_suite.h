@@ -5,27 +5,12 @@
 #ifndef MIX_TESTS_CLIENT_SUITE_H
 #define MIX_TESTS_CLIENT_SUITE_H
 
-#include <cstring>
-#include <utility>
+#include <libmix/mix_base.h>
 
 #include "support/scripted_platform.h"
 
 namespace mixtest
 {
-
-/* A cleared record with bytes put in at their offsets. */
-inline bytes record_of(size_t size, std::initializer_list<std::pair<size_t, bytes>> parts)
-{
-    bytes out(size);
-    for (const auto &[offset, part] : parts) {
-        if (offset + part.size() > size) {
-            ADD_FAILURE() << "the part at " << offset << " does not fit";
-            continue;
-        }
-        std::copy(part.begin(), part.end(), out.begin() + static_cast<ptrdiff_t>(offset));
-    }
-    return out;
-}
 
 /* --- one request ------------------------------------------------------------------------------------------
  */

@@ -56,16 +56,15 @@ class paged_listings : public platform_test, public testing::WithParamInterface<
     }
     int64_t run_up_to(int32_t maximum) { return run({nullptr, nullptr, collect_print, maximum}); }
 
-    /* A page with a count of its own; each row is filled with its number. */
     [[nodiscard]] bytes page_claiming(uint32_t cursor, uint32_t count, uint32_t rows,
                                       uint8_t number = 0) const
     {
-        const bytes head =
-            what.cursor_width == 2 ? join({le16(cursor), le16(count)}) : join({le32(cursor), le32(count)});
-        bytes out = join({head, repeat(0xEE, what.header - head.size())});
-        for (uint32_t i = 0; i < rows; i++)
-            out = join({out, repeat(static_cast<uint8_t>(number + i), what.row_size)});
-        return out;
+        const page_format format{what.capacity,
+                                 what.header,
+                                 what.row_size,
+                                 {0, what.cursor_width},
+                                 {what.cursor_width, what.cursor_width}};
+        return format.page_claiming(cursor, count, rows, number);
     }
     [[nodiscard]] bytes page(uint32_t cursor, uint32_t rows, uint8_t number = 0) const
     {

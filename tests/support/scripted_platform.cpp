@@ -9,12 +9,21 @@
 #include "platform/ipcmsg.h"
 #include "platform/services.h"
 #include "platform/shared_mem.h"
+#include "support/guarded_buffers.h"
 
 namespace mixtest
 {
 
 std::string printed;
 std::vector<std::string> printed_formats;
+
+static guarded_buffers guarded;
+
+static void release(void *buffer)
+{
+    if (!guarded.give_back(buffer))
+        std::free(buffer);
+}
 
 scripted_platform &scripted_platform::get()
 {
@@ -25,7 +34,7 @@ scripted_platform &scripted_platform::get()
 void scripted_platform::reset()
 {
     for (auto &[buffer, size] : out_)
-        std::free(buffer);
+        release(buffer);
     *this = scripted_platform();
     printed.clear();
     printed_formats.clear();
@@ -51,9 +60,10 @@ void *scripted_platform::allocate(uint32_t size)
 {
     allocations++;
     allocation_sizes.push_back(size);
+    allocated_after.push_back(messages.size());
     if (allocation_fails())
         return nullptr;
-    void *buffer = std::malloc(size != 0 ? size : 1);
+    void *buffer = guarded_after ? guarded.take(size, *guarded_after) : std::malloc(size != 0 ? size : 1);
     std::memset(buffer, pattern, size);
     out_[buffer] = size;
     return buffer;
@@ -67,7 +77,7 @@ void scripted_platform::free(void *buffer)
         bad_frees++;
         return;
     }
-    std::free(buffer);
+    release(buffer);
 }
 
 void scripted_platform::free_as_caller(void *buffer)
@@ -90,14 +100,25 @@ int32_t scripted_platform::exchange(sender by, uint32_t destination, uint32_t ze
         with = answers.front();
         answers.pop_front();
     }
-    if (with.sent < 0)
+    if (with.sent < 0 && !with.wrote_all_the_same)
         return with.sent;
+    guarded.open(reply);
+    const uint32_t capacity = *reply_length;
     *status = with.status;
     const size_t written = std::min<size_t>(with.reply.size(), *reply_length);
     if (written != 0)
         std::memcpy(reply, with.reply.data(), written);
     *reply_length = with.length.value_or(static_cast<uint32_t>(with.reply.size()));
+    finish_reply(static_cast<uint8_t *>(reply), capacity, std::min(*reply_length, capacity));
     return with.sent;
+}
+
+void scripted_platform::finish_reply(uint8_t *reply, uint32_t capacity, uint32_t received) const
+{
+    if (behind_reply)
+        std::memset(reply + received, *behind_reply, capacity - received);
+    if (guarded_after == received)
+        guarded.close(reply);
 }
 
 int32_t scripted_platform::one_way(sender by, uint32_t destination, uint32_t zero, uint32_t type,
@@ -178,49 +199,6 @@ int collect_print(const char *format, ...)
     printed += text;
     printed_formats.emplace_back(format);
     return static_cast<int>(text.size());
-}
-
-static bytes little_endian(uint64_t value, size_t size)
-{
-    bytes out;
-    for (size_t i = 0; i < size; i++)
-        out.push_back(static_cast<uint8_t>(value >> (8 * i)));
-    return out;
-}
-
-bytes le16(uint32_t value)
-{
-    return little_endian(value, 2);
-}
-
-bytes le32(uint32_t value)
-{
-    return little_endian(value, 4);
-}
-
-bytes le64(uint64_t value)
-{
-    return little_endian(value, 8);
-}
-
-bytes join(std::initializer_list<bytes> parts)
-{
-    bytes out;
-    for (const bytes &part : parts)
-        out.insert(out.end(), part.begin(), part.end());
-    return out;
-}
-
-bytes repeat(uint8_t value, size_t count)
-{
-    return bytes(count, value);
-}
-
-bytes text_field(const std::string &text, size_t size)
-{
-    bytes out(text.begin(), text.end());
-    out.resize(size);
-    return out;
 }
 
 int collect_row(const void *row, void *context, int first)

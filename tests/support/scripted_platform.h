@@ -15,18 +15,16 @@
 #include <ctime>
 #include <deque>
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/mgi.h"
+#include "support/bytes.h"
 
 namespace mixtest
 {
-
-using bytes = std::vector<uint8_t>;
 
 /* Which platform function was called. */
 enum class sender { send_and_recv, send_and_recv_timeout, send, send_timeout };
@@ -48,6 +46,7 @@ struct answer {
     int32_t status = 0;
     bytes reply = {};
     std::optional<uint32_t> length = {}; /* claimed length; default: the reply's size */
+    bool wrote_all_the_same = false;     /* with a negative `sent`: status, reply and length came before it */
 };
 
 /* One commit or read of the management gateway. */
@@ -86,10 +85,15 @@ class scripted_platform
     uint8_t pattern = 0xA5;   /* fresh buffers are filled with it */
     uint32_t allocations = 0; /* ipcmsg_alloc calls so far */
     std::vector<uint32_t> allocation_sizes;
+    std::vector<size_t> allocated_after; /* for each allocation, how many messages had been sent before */
     /* Fails the n-th allocation (from 1), or from there on. 0: none fails. */
     void fail_allocation(uint32_t n, bool and_all_later = false);
     [[nodiscard]] size_t outstanding() const; /* buffers not yet freed */
     uint32_t bad_frees = 0;                   /* frees of what was not allocated here, or twice */
+    /* When set, reading on behind the received bytes of a reply of that length is fatal. */
+    std::optional<uint32_t> guarded_after;
+    /* When set, what a reply leaves of its buffer is filled with it. */
+    std::optional<uint8_t> behind_reply;
     /* Takes a buffer that the library handed over; fails the test when it is not one. */
     void free_as_caller(void *buffer);
 
@@ -160,6 +164,7 @@ class scripted_platform
 
   private:
     bool allocation_fails();
+    void finish_reply(uint8_t *reply, uint32_t capacity, uint32_t received) const;
     uint32_t failing_ = 0;
     bool all_later_ = false;
     std::map<void *, uint32_t> out_; /* buffer to its size */
@@ -174,15 +179,6 @@ inline scripted_platform &platform()
 int collect_print(const char *format, ...) __attribute__((format(printf, 1, 2)));
 extern std::string printed;
 extern std::vector<std::string> printed_formats;
-
-/* Little-endian bytes. */
-bytes le16(uint32_t value);
-bytes le32(uint32_t value);
-bytes le64(uint64_t value);
-bytes join(std::initializer_list<bytes> parts);
-bytes repeat(uint8_t value, size_t count);
-/* Text in a field of that many bytes, the rest zero. */
-bytes text_field(const std::string &text, size_t size);
 
 /* Rows a listing delivered. */
 struct collected_rows {

@@ -151,6 +151,21 @@ TEST_F(exchange_frame, hands_a_kept_request_buffer_to_the_caller)
     platform().free_as_caller(kept);
 }
 
+TEST_F(exchange_frame, clears_what_a_kept_buffer_did_not_receive)
+{
+    for (const bool in_request : {false, true}) {
+        exchange what = plain;
+        what.reply_in_request = in_request;
+        platform().behind_reply = 0xEE;
+        platform().answers = {{0, 0, {1, 2, 3}, {}}};
+        uint8_t *kept = nullptr;
+        EXPECT_TRUE(
+            deliver_it(what, [&](reply_view &reply) { kept = static_cast<uint8_t *>(reply.keep()); }).ok());
+        EXPECT_EQ(bytes(kept, kept + what.reply_capacity), record_of(what.reply_capacity, {{0, {1, 2, 3}}}));
+        platform().free_as_caller(kept);
+    }
+}
+
 struct check_case {
     const char *name;
     refused_when refusal;

@@ -113,7 +113,7 @@ std::vector<sys_case> all_cases()
 
     add(silent(
         "set_slot_mem_calc_mode", [] { return chassisd_set_slot_mem_calc_mode(2, 3, 0x01020304); },
-        {timed, 0x02000311, 24, 3000, record_with(84, {{0, le32(12)}, {76, le32(0x01020304)}}), 84, true}));
+        {timed, 0x02000311, 24, 3000, record_of(84, {{0, le32(12)}, {76, le32(0x01020304)}}), 84, true}));
 
     sys_case bypass = silent("bypass_info",
                              [] {
@@ -142,7 +142,7 @@ std::vector<sys_case> all_cases()
     add(temp);
 
     const auto module_request = [](uint32_t code, std::initializer_list<std::pair<size_t, bytes>> parts) {
-        bytes out = record_with(220, parts);
+        bytes out = record_of(220, parts);
         out[0] = static_cast<uint8_t>(code);
         return out;
     };
@@ -183,7 +183,7 @@ std::vector<sys_case> all_cases()
     for (const char *predicate : virtual_platforms) {
         sys_case detach =
             silent(predicate, [] { return libchassisd_detach_slot(0x30102); },
-                   {sender::send, 0, 152, 0, record_with(56, {{0, le32(30)}, {4, le16(0x0102)}})});
+                   {sender::send, 0, 152, 0, record_of(56, {{0, le32(30)}, {4, le16(0x0102)}})});
         detach.told_no_request = "Alloc ipcmsg buffer failed.\n";
         detach.board = {{predicate, 1}};
         add(detach);
@@ -192,7 +192,7 @@ std::vector<sys_case> all_cases()
     sys_case pool =
         silent("data_pak_buffer_pool_info",
                [] { return libchassisd_get_data_pak_buffer_pool_info(output.as<uint32_t>(), 0x01020304); },
-               {timed, 0, 40, 2000, record_with(24, {{0, le32(9)}, {4, le32(0x01020304)}}), 24, true});
+               {timed, 0, 40, 2000, record_of(24, {{0, le32(9)}, {4, le32(0x01020304)}}), 24, true});
     pool.result_not_sent = pool.result_refused = -2;
     add(pool);
 
@@ -206,7 +206,7 @@ std::vector<sys_case> all_cases()
                                notice{"notify_reboot_pic", libchassisd_vchassis_notify_reboot_pic, 9}}) {
         sys_case notify = silent(
             each.name, [call = each.call] { return call(card, output.as<uint16_t>()); },
-            {timed, 17, 651, 3000, record_with(264, {{0, le32(each.code)}, {4, {1, 2, 3, 4, 5, 6}}}), 3});
+            {timed, 17, 651, 3000, record_of(264, {{0, le32(each.code)}, {4, {1, 2, 3, 4, 5, 6}}}), 3});
         notify.told_no_request = notify.told_no_reply = "Alloc ipcmsg buffer failed\n";
         add(notify);
     }
@@ -556,7 +556,7 @@ TEST_F(chassisd_system_cpu, counts_online_cards_of_the_role_only)
     EXPECT_EQ(asked, (std::vector<uint32_t>{17}));
 }
 
-TEST_F(chassisd_system_cpu, is_the_local_record_without_a_table_or_a_chassis)
+TEST_F(chassisd_system_cpu, is_the_local_record_ofout_a_table_or_a_chassis)
 {
     entries = {entry(1, 0, 0, 15, 6)};
     figures[0x02000011] = {50, 101};
@@ -641,7 +641,7 @@ TEST_F(chassisd, temperature_keeps_its_sign)
     const std::pair<uint16_t, uint32_t> cases[] = {
         {45, 45}, {0x7fff, 0x7fff}, {0x8000, 0xffff8000}, {0xfff6, 0xfffffff6}};
     for (const auto &[sent, expected] : cases) {
-        platform().fallback = {0, 0, record_with(12, {{8, le16(sent)}}), {}};
+        platform().fallback = {0, 0, record_of(12, {{8, le16(sent)}}), {}};
         EXPECT_EQ(chassisd_get_cpu_temp(1, 1, output.as<uint32_t>()), 0);
         EXPECT_EQ(*output.as<uint32_t>(), expected);
     }
@@ -665,11 +665,11 @@ TEST_F(chassisd, temperature_needs_a_place)
 
 TEST_F(chassisd, module_number_is_at_212)
 {
-    platform().fallback = {0, 0, record_with(220, {{212, le32(0x01020304)}}), {}};
+    platform().fallback = {0, 0, record_of(220, {{212, le32(0x01020304)}}), {}};
     EXPECT_EQ(libchassisd_get_module_number(output.as<uint32_t>()), 0);
     EXPECT_EQ(*output.as<uint32_t>(), 0x01020304u);
     expect_message(platform().messages.at(0),
-                   {plain, 17, 149, 2000, record_with(220, {{0, le32(19)}, {208, le32(3)}}), 221, true});
+                   {plain, 17, 149, 2000, record_of(220, {{0, le32(19)}, {208, le32(3)}}), 221, true});
     EXPECT_EQ(platform().allocation_sizes, (std::vector<uint32_t>{221}));
 }
 
@@ -688,7 +688,7 @@ TEST_F(chassisd, module_number_is_0_on_failure)
 
 bytes module_reply(uint32_t kind, const bytes &name, const bytes &second, uint16_t slot = 3)
 {
-    return record_with(220, {{18, second}, {54, le16(slot)}, {90, name}, {204, le32(kind)}});
+    return record_of(220, {{18, second}, {54, le16(slot)}, {90, name}, {204, le32(kind)}});
 }
 
 TEST_F(chassisd, module_record_is_filled_whole)
@@ -740,7 +740,7 @@ TEST_F(chassisd, module_record_must_be_there)
 
 TEST_F(chassisd, module_queries_by_slot)
 {
-    bytes reply = record_with(300, {{12, le32(0x01020304)}, {204, le32(0x0a0b0c0d)}});
+    bytes reply = record_of(300, {{12, le32(0x01020304)}, {204, le32(0x0a0b0c0d)}});
     platform().fallback = {0, 0, reply, {}};
     EXPECT_EQ(libchassisd_get_module_plat_id(1), 0x01020304u);
     EXPECT_EQ(libchassisd_get_module_slot_state(1, output.as<uint32_t>()), 0);
@@ -769,7 +769,7 @@ TEST_F(chassisd, fru_block_is_208_bytes_at_12)
 
 TEST_F(chassisd, slot_cfg_answer_is_at_8)
 {
-    platform().fallback = {0, 0, record_with(12, {{8, le32(0x01020304)}}), {}};
+    platform().fallback = {0, 0, record_of(12, {{8, le32(0x01020304)}}), {}};
     EXPECT_EQ(libchassisd_is_slot_cfg_removable(1, output.as<uint32_t>()), 0);
     EXPECT_EQ(*output.as<uint32_t>(), 0x01020304u);
     EXPECT_EQ(libchassisd_clear_slot_cfg(1), 0);
@@ -795,7 +795,7 @@ TEST_F(chassisd, slots_are_detached_on_virtual_platforms_only)
 TEST_F(chassisd, buffer_pool_figures_are_at_8)
 {
     platform().fallback = {
-        0, 0, record_with(24, {{8, le32(1)}, {12, le32(2)}, {16, le32(3)}, {20, le32(0xfffffffe)}}), {}};
+        0, 0, record_of(24, {{8, le32(1)}, {12, le32(2)}, {16, le32(3)}, {20, le32(0xfffffffe)}}), {}};
     EXPECT_EQ(libchassisd_get_data_pak_buffer_pool_info(output.as<uint32_t>(), 7), 0);
     EXPECT_EQ(output.first(17), join({le32(1), le32(2), le32(3), le32(0xfffffffe), {0x5A}}));
 }

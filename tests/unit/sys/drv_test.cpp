@@ -33,7 +33,7 @@ const uint8_t serdes[7] = {1, 2, 3, 4, 5, 6, 7};
 
 bytes filled(uint32_t code, uint32_t flag, parts with)
 {
-    bytes out = record_with(12568, with);
+    bytes out = record_of(12568, with);
     out[0] = static_cast<uint8_t>(code);
     out[4] = static_cast<uint8_t>(flag);
     return out;
@@ -90,12 +90,12 @@ struct drv_stats : drv, testing::WithParamInterface<stats_case> {
     void SetUp() override
     {
         drv::SetUp();
-        const bytes head = record_with(64, {{0, le32(5)},
-                                            {8, le16(0x0102)},
-                                            {10, le16(0x0203)},
-                                            {12, le16(0x0304)},
-                                            {14, le16(0x0506)},
-                                            {60, {0x77}}});
+        const bytes head = record_of(64, {{0, le32(5)},
+                                          {8, le16(0x0102)},
+                                          {10, le16(0x0203)},
+                                          {12, le16(0x0304)},
+                                          {14, le16(0x0506)},
+                                          {60, {0x77}}});
         std::copy(head.begin(), head.end(), small);
     }
     [[nodiscard]] int slot() const { return small[8] | small[9] << 8; }
@@ -199,8 +199,8 @@ std::vector<sys_case> query_cases()
         .name = "port_info",
         .call = [] { return drv_get_port_info(0x0102, 0x0304, output.as<uint64_t>()); },
         .sent = {sender::send_and_recv, 1, 59, 2000,
-                 record_with(20760, {{0, le32(4)}, {4, le32(1)}, {8, le16(0x0102)}, {14, le16(0x0304)}}),
-                 20760, true},
+                 record_of(20760, {{0, le32(4)}, {4, le32(1)}, {8, le16(0x0102)}, {14, le16(0x0304)}}), 20760,
+                 true},
         .result_not_sent = -3,
         .result_refused = 0, /* the transport's result, on purpose */
         .told_no_request = "drv_get_port_info: ipcmsg_alloc error.\n",
@@ -213,7 +213,7 @@ std::vector<sys_case> query_cases()
         .name = "port_maxnum",
         .call = [] { return drv_get_port_maxnum(0x0102); },
         .sent = {sender::send_and_recv_timeout, 1, 59, 2000,
-                 record_with(20760, {{0, le32(13)}, {8, le16(0x0102)}}), 20760, true},
+                 record_of(20760, {{0, le32(13)}, {8, le16(0x0102)}}), 20760, true},
         .result_not_sent = 0,
         .result_refused = 0,
         .told_no_request = "ipcmsg_alloc error.\n",
@@ -225,14 +225,14 @@ std::vector<sys_case> query_cases()
     sys_case valid = maxnum;
     valid.name = "is_port_vaild";
     valid.call = [] { return drv_is_port_vaild(0x0102, 0x0304, 0x0506, 0x80000000); };
-    valid.sent.request = record_with(
+    valid.sent.request = record_of(
         20760, {{0, le32(52)}, {4, le32(1)}, {8, le16(0x0102)}, {12, le16(0x0304)}, {14, le16(0x0506)}});
     valid.told_not_sent = "drv_is_port_vaild ipc error rc -3 ret 0.\n";
     valid.told_refused = "drv_is_port_vaild ipc error rc 0 ret -7.\n";
     cases.push_back(valid);
     valid.name = "is_port_vaild_without_the_flag";
     valid.call = [] { return drv_is_port_vaild(0, 0, 0, 0); };
-    valid.sent.request = record_with(20760, {{0, le32(52)}});
+    valid.sent.request = record_of(20760, {{0, le32(52)}});
     cases.push_back(valid);
 
     cases.push_back({
@@ -245,15 +245,15 @@ std::vector<sys_case> query_cases()
                 return result;
             },
         .sent = {sender::send_and_recv_timeout, 1, 59, 2000,
-                 record_with(20832, {{0, le32(7)}, {8, le16(0x0102)}, {12, le16(0x0304)}, {49, {5}}}), 20832,
+                 record_of(20832, {{0, le32(7)}, {8, le16(0x0102)}, {12, le16(0x0304)}, {49, {5}}}), 20832,
                  true},
     });
     cases.push_back({
         .name = "dp_port_drv_info",
         .call = [] { return drv_dp_get_port_drv_info(0x0102, 0x0304, 0x05060708, output.as<uint64_t>()); },
         .sent = {sender::send_and_recv_timeout, 0, 59, 5000,
-                 record_with(12568,
-                             {{0, le32(92)}, {80, le16(0x0102)}, {82, le16(0x0304)}, {84, le32(0x05060708)}}),
+                 record_of(12568,
+                           {{0, le32(92)}, {80, le16(0x0102)}, {82, le16(0x0304)}, {84, le32(0x05060708)}}),
                  12568, true},
     });
 
@@ -330,7 +330,7 @@ TEST_F(drv, refused_port_info_is_not_negative_and_copies_nothing)
 TEST_F(drv, cpu_index_is_the_second_number)
 {
     uint32_t index = 9;
-    platform().fallback = {2, 0, record_with(88, {{48, le32(5)}, {52, le32(0x01020304)}, {56, le32(6)}}), {}};
+    platform().fallback = {2, 0, record_of(88, {{48, le32(5)}, {52, le32(0x01020304)}, {56, le32(6)}}), {}};
     EXPECT_EQ(drv_get_cpu_index_though_eth_port(1, 2, &index), 2);
     EXPECT_EQ(index, 0x01020304u);
 }
@@ -354,7 +354,7 @@ TEST_F(drv, cpu_index_is_0_on_every_failure)
 
 TEST_F(drv, port_count_is_at_14)
 {
-    platform().fallback = {0, 0, record_with(16, {{14, le16(0xfffe)}}), {}};
+    platform().fallback = {0, 0, record_of(16, {{14, le16(0xfffe)}}), {}};
     EXPECT_EQ(drv_get_port_maxnum(1), 0xfffe);
     platform().fallback = {0, 0, repeat(1, 15), {}};
     EXPECT_EQ(drv_get_port_maxnum(1), 0) << "not reached by the reply";
@@ -362,7 +362,7 @@ TEST_F(drv, port_count_is_at_14)
 
 TEST_F(drv, port_is_valid_below_the_count)
 {
-    platform().fallback = {0, 0, record_with(16, {{14, le16(8)}}), {}};
+    platform().fallback = {0, 0, record_of(16, {{14, le16(8)}}), {}};
     const std::pair<int, int> ports[] = {{0, 1}, {7, 1}, {8, 0}, {9, 0}, {-1, 1}, {INT32_MIN, 1}};
     for (const auto &[port, valid] : ports)
         EXPECT_EQ(is_port_valid(1, port), valid) << port;
@@ -377,7 +377,7 @@ TEST_F(drv, port_is_valid_below_the_count)
 
 TEST_F(drv, validity_is_the_drivers_answer)
 {
-    platform().fallback = {0, 0, record_with(52, {{48, le32(0x01020304)}}), {}};
+    platform().fallback = {0, 0, record_of(52, {{48, le32(0x01020304)}}), {}};
     EXPECT_EQ(drv_is_port_vaild(1, 2, 3, 4), 0x01020304);
     platform().fallback = {0, 0, repeat(1, 51), {}};
     EXPECT_EQ(drv_is_port_vaild(1, 2, 3, 4), 0);
@@ -415,7 +415,7 @@ TEST_F(drv, dp_driver_information_without_a_buffer_is_logged)
 
 TEST_F(drv, dp_driver_name_is_at_40_of_it)
 {
-    platform().fallback = {0, 0, record_with(136, {{88, text_field("ixgbe", 10)}}), {}};
+    platform().fallback = {0, 0, record_of(136, {{88, text_field("ixgbe", 10)}}), {}};
     EXPECT_EQ(drv_dp_get_port_drv_name(1, 2, output.as<char>(), 20), 0);
     EXPECT_STREQ(output.as<char>(), "ixgbe");
     EXPECT_EQ(
@@ -459,6 +459,23 @@ TEST_F(drv, counters_are_handed_over)
     EXPECT_EQ(drv_get_dpdk_cpu_cntr(&out, 0, 5, 1), 0);
     EXPECT_EQ(static_cast<uint8_t *>(out)[63], 0x22);
     platform().free_as_caller(out);
+}
+
+TEST_F(drv, buffers_handed_over_are_zero_where_nothing_arrived)
+{
+    const auto first_and_last = [](void *buffer, size_t size) {
+        const auto *at = static_cast<const uint8_t *>(buffer);
+        const bytes out = {at[0], at[1], at[size - 1]};
+        platform().free_as_caller(buffer);
+        return out;
+    };
+    void *out = nullptr;
+    platform().behind_reply = 0xEE;
+    platform().fallback = {0, 0, {7}, {}};
+    EXPECT_EQ(drv_get_cpu_cntr(&out, 0, 5, 1), 0);
+    EXPECT_EQ(first_and_last(out, 5280), (bytes{7, 0, 0}));
+    EXPECT_EQ(drv_get_bridge_stats(&out, 0, 1, 2), 0);
+    EXPECT_EQ(first_and_last(out, 20832), (bytes{7, 0, 0})) << "nothing of the request, either";
 }
 
 TEST_F(drv, dpdk_counters_are_exactly_64_bytes)
@@ -511,12 +528,12 @@ TEST_F(drv, control_requests)
             }
             const uint32_t size = known->second;
             EXPECT_EQ(each.call(0x0102, 0x0304, command, data.data()), 0);
-            const bytes request = record_with(20 + size, {{0, le32(each.code)},
-                                                          {4, le16(0x0102)},
-                                                          {each.second_at, le16(0x0304)},
-                                                          {12, le32(command)},
-                                                          {16, le32(size)},
-                                                          {20, repeat('d', size)}});
+            const bytes request = record_of(20 + size, {{0, le32(each.code)},
+                                                        {4, le16(0x0102)},
+                                                        {each.second_at, le16(0x0304)},
+                                                        {12, le32(command)},
+                                                        {16, le32(size)},
+                                                        {20, repeat('d', size)}});
             expect_message(platform().messages.at(0),
                            {sender::send_and_recv_timeout, 1, 59, 2000, request, 20 + size, true});
             EXPECT_EQ(platform().allocation_sizes, (std::vector<uint32_t>{20 + size}));

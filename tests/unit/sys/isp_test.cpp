@@ -17,7 +17,7 @@ TEST_F(isp_check, sends_address_and_isp)
     ASSERT_EQ(platform().messages.size(), 1u);
     expect_message(platform().messages[0],
                    {sender::send_and_recv, 6, 128, 500,
-                    record_with(73, {{0, {0, 0, 0, 1}}, {64, {4, 3, 2, 1}}, {68, {8, 7, 6, 5}}}), 73, true});
+                    record_of(73, {{0, {0, 0, 0, 1}}, {64, {4, 3, 2, 1}}, {68, {8, 7, 6, 5}}}), 73, true});
     EXPECT_EQ(platform().allocation_sizes, (std::vector<uint32_t>{73}));
 }
 

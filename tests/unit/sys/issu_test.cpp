@@ -58,22 +58,22 @@ const sys_case queries[] = {
         "show_sum", [] { return issu_show_sum(0x01020304, output.bytes); }, asks({0, 0, 0, 0, 4, 3, 2, 1})),
     issu(
         "start", [] { return issu_start(7, "image.bin", "second"); },
-        asks(record_with(168, {{0, code(1)},
+        asks(record_of(168, {{0, code(1)},
                                {4, le32(7)},
                                {8, text_field("image.bin", 10)},
                                {136, text_field("second", 7)}}))),
     issu(
         "start_cuts_names", [] { return issu_start(0, long_name.c_str(), long_name.c_str()); },
-        asks(record_with(168, {{0, code(1)}, {8, repeat('n', 127)}, {136, repeat('n', 31)}}))),
+        asks(record_of(168, {{0, code(1)}, {8, repeat('n', 127)}, {136, repeat('n', 31)}}))),
     issu(
         "show_cpu_status", [] { return issu_show_cpu_status(3, ignore_entry); },
-        asks(record_with(12, {{0, code(9)}, {4, le32(3)}}))),
+        asks(record_of(12, {{0, code(9)}, {4, le32(3)}}))),
     issu(
         "check", [] { return issu_check(5, output.as<uint32_t>(), output.as<char>() + 4, 500); },
-        asks(record_with(8, {{0, code(10)}, {4, le32(5)}}))),
+        asks(record_of(8, {{0, code(10)}, {4, le32(5)}}))),
     issu(
         "sm_shut", [] { return issu_sm_shut(6, output.as<uint32_t>(), 0x1122, 0x3344, "module", "other"); },
-        asks(record_with(172, {{0, code(12)},
+        asks(record_of(172, {{0, code(12)},
                                {4, le32(6)},
                                {8, text_field("module", 7)},
                                {136, text_field("other", 6)},
@@ -82,28 +82,28 @@ const sys_case queries[] = {
     issu(
         "sm_shut_cuts_names",
         [] { return issu_sm_shut(0, output.as<uint32_t>(), 0, 0, long_name.c_str(), long_name.c_str()); },
-        asks(record_with(172, {{0, code(12)}, {8, repeat('n', 127)}, {136, repeat('n', 31)}}))),
+        asks(record_of(172, {{0, code(12)}, {8, repeat('n', 127)}, {136, repeat('n', 31)}}))),
     issu(
         "ver_get", [] { return issu_ver_get(2, 0x0304, output.as<char>(), 128); },
-        asks(record_with(8, {{0, code(14)}}), 0x03030411)),
+        asks(record_of(8, {{0, code(14)}}), 0x03030411)),
     issu(
         "ver_get_of_slot_255", [] { return issu_ver_get(255, 0, output.as<char>(), 128); },
-        asks(record_with(8, {{0, code(14)}}), 0xffffffff)),
+        asks(record_of(8, {{0, code(14)}}), 0xffffffff)),
     issu(
         "ver_get_of_slot_65535", [] { return issu_ver_get(0xffff, 1, output.as<char>(), 128); },
-        asks(record_with(8, {{0, code(14)}}), 0xffffffff)),
+        asks(record_of(8, {{0, code(14)}}), 0xffffffff)),
     issu(
         "buf_image_ver_get", [] { return issu_buf_image_ver_get(output.as<char>(), 128); },
-        asks(record_with(8, {{0, code(15)}}))),
+        asks(record_of(8, {{0, code(15)}}))),
     issu(
         "show_gshut", [] { return issu_show_gshut(9, output.bytes); },
-        asks(record_with(8, {{0, code(16)}, {4, le32(9)}}))),
+        asks(record_of(8, {{0, code(16)}, {4, le32(9)}}))),
     issu(
         "buf_image_load", [] { return issu_buf_image_load("/flash/a.img"); },
-        asks(record_with(136, {{0, code(17)}, {8, text_field("/flash/a.img", 13)}}))),
+        asks(record_of(136, {{0, code(17)}, {8, text_field("/flash/a.img", 13)}}))),
     issu(
         "buf_image_load_cuts_the_path", [] { return issu_buf_image_load(long_name.c_str()); },
-        asks(record_with(136, {{0, code(17)}, {8, repeat('n', 127)}}))),
+        asks(record_of(136, {{0, code(17)}, {8, repeat('n', 127)}}))),
     issu(
         "image_clist_get",
         [] {
@@ -112,7 +112,7 @@ const sys_case queries[] = {
             EXPECT_EQ(length, result == 0 ? length : 100u);
             return result;
         },
-        asks(record_with(
+        asks(record_of(
             140, {{0, code(18)}, {4, le32(4)}, {8, {0xfe, 0, 0, 0}}, {12, text_field("image.bin", 10)}}))),
     issu(
         "image_clist_get_cuts_the_name",
@@ -120,7 +120,7 @@ const sys_case queries[] = {
             uint32_t length = 100;
             return issu_image_clist_get(0, long_name.c_str(), 0, output.as<char>(), &length);
         },
-        asks(record_with(140, {{0, code(18)}, {12, repeat('n', 127)}}))),
+        asks(record_of(140, {{0, code(18)}, {12, repeat('n', 127)}}))),
 };
 
 const sys_case notices[] = {
@@ -388,7 +388,7 @@ TEST_F(issu_data, graceful_shutdown_is_460_bytes_from_offset_8)
 
 TEST_F(issu_data, version_is_cut_to_the_callers_size)
 {
-    platform().fallback = {0, 0, record_with(136, {{8, text_field("6.0.1 build 7", 20)}}), {}};
+    platform().fallback = {0, 0, record_of(136, {{8, text_field("6.0.1 build 7", 20)}}), {}};
     EXPECT_EQ(issu_ver_get(0, 0, output.as<char>(), 100), 0);
     EXPECT_STREQ(output.as<char>(), "6.0.1 build 7");
     EXPECT_EQ(issu_buf_image_ver_get(output.as<char>(), 6), 0);
@@ -408,8 +408,7 @@ TEST_F(issu_data, version_without_a_terminator_ends_with_its_field)
 
 TEST_F(issu_data, check_gives_number_and_text)
 {
-    platform().fallback = {
-        0, 0, record_with(140, {{8, le32(0x80000001)}, {12, text_field("not now", 8)}}), {}};
+    platform().fallback = {0, 0, record_of(140, {{8, le32(0x80000001)}, {12, text_field("not now", 8)}}), {}};
     EXPECT_EQ(issu_check(0, output.as<uint32_t>(), output.as<char>() + 4, 100), 0);
     EXPECT_EQ(*output.as<uint32_t>(), 0x80000001u);
     EXPECT_STREQ(output.as<char>() + 4, "not now");
@@ -427,14 +426,14 @@ TEST_F(issu_data, check_text_ends_with_the_reply)
 TEST_F(issu_data, loading_an_image_returns_the_managers_answer)
 {
     for (const int answered : {0, 1, 0x7fffffff, -2}) {
-        platform().fallback = {0, 0, record_with(12, {{8, le32(static_cast<uint32_t>(answered))}}), {}};
+        platform().fallback = {0, 0, record_of(12, {{8, le32(static_cast<uint32_t>(answered))}}), {}};
         EXPECT_EQ(issu_buf_image_load("a"), answered);
     }
 }
 
 TEST_F(issu_data, shutting_modules_down_gives_the_managers_result)
 {
-    platform().fallback = {0, 0, record_with(12, {{8, le32(0x01020304)}}), {}};
+    platform().fallback = {0, 0, record_of(12, {{8, le32(0x01020304)}}), {}};
     EXPECT_EQ(issu_sm_shut(0, output.as<uint32_t>(), 0, 0, "a", "b"), 0);
     EXPECT_EQ(*output.as<uint32_t>(), 0x01020304u);
 }
@@ -455,7 +454,7 @@ TEST_P(issu_image_clist, copies_what_fits_and_lowers_the_length)
 {
     const clist_case &each = GetParam();
     platform().fallback = {
-        0, 0, join({record_with(16, {{12, le32(each.length)}}), repeat('L', each.sent)}), {}};
+        0, 0, join({record_of(16, {{12, le32(each.length)}}), repeat('L', each.sent)}), {}};
     uint32_t length = each.capacity;
     EXPECT_EQ(issu_image_clist_get(0, "a", 1, output.as<char>(), &length), 0);
     EXPECT_EQ(length, each.length_out);

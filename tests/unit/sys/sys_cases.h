@@ -8,7 +8,6 @@
 #include <libmix/issu.h>
 
 #include <cstring>
-#include <utility>
 
 #include "support/scripted_platform.h"
 
@@ -32,17 +31,6 @@ struct output_area {
     [[nodiscard]] mixtest::bytes first(size_t size) const { return {bytes, bytes + size}; }
 };
 inline output_area output;
-
-/* A cleared record with parts at their offsets. */
-inline bytes record_with(size_t size, std::initializer_list<std::pair<size_t, bytes>> parts)
-{
-    bytes out(size);
-    for (const auto &[offset, part] : parts) {
-        EXPECT_LE(offset + part.size(), size);
-        std::copy(part.begin(), part.end(), out.begin() + static_cast<ptrdiff_t>(offset));
-    }
-    return out;
-}
 
 struct expected_message {
     sender by;

@@ -20,17 +20,17 @@ using parts = std::initializer_list<std::pair<size_t, bytes>>;
 
 expected_message asks(uint32_t timeout_ms, parts with, uint32_t destination = 97)
 {
-    return {sender::send_and_recv_timeout, destination, 647, timeout_ms, record_with(2361, with), 2361, true};
+    return {sender::send_and_recv_timeout, destination, 647, timeout_ms, record_of(2361, with), 2361, true};
 }
 
 expected_message tells(parts with)
 {
-    return {sender::send, 97, 647, 0, record_with(2360, with)};
+    return {sender::send, 97, 647, 0, record_of(2360, with)};
 }
 
 expected_message tells_master(parts with)
 {
-    return {sender::send_timeout, 0x06000061, 647, 500, record_with(2360, with)};
+    return {sender::send_timeout, 0x06000061, 647, 500, record_of(2360, with)};
 }
 
 sys_case vchassis(const char *name, std::function<int64_t()> call, expected_message sent)
@@ -301,7 +301,7 @@ TEST_F(vchassisd, address_entries_are_sent_and_overwritten)
         platform().fallback = {0, 0, repeat('r', size), {}};
         EXPECT_EQ(libvchassisd_addr_get_info(count, entries.data()), 0);
         const bytes request =
-            record_with(45 + size, {{0, le32(8)}, {40, le32(count)}, {44, repeat('q', size)}});
+            record_of(45 + size, {{0, le32(8)}, {40, le32(count)}, {44, repeat('q', size)}});
         expect_message(platform().messages.at(0),
                        {sender::send_and_recv_timeout, 97, 647, 3000, request, 45 + size, true});
         EXPECT_EQ(platform().allocation_sizes, (std::vector<uint32_t>{45 + size}));
