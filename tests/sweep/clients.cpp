@@ -1,0 +1,77 @@
+#include "sweep/client.h"
+
+#include <libmix/bhv.h>
+#include <libmix/isp.h>
+
+#include "platform/ipcmsg.h"
+#include "support/guarded_text.h"
+
+namespace mixtest
+{
+
+int64_t given::take_buffer(int result, size_t size)
+{
+    if (result != 0)
+        return result;
+    void *buffer = *no_buffer();
+    handed.assign(static_cast<uint8_t *>(buffer), static_cast<uint8_t *>(buffer) + size);
+    ipcmsg_free(buffer);
+    std::memset(output, untouched, sizeof buffer);
+    return result;
+}
+
+int64_t given::take_buffer(int result, size_t size, uint32_t told)
+{
+    if (result == 0)
+        told_length = told;
+    return take_buffer(result, std::min<size_t>(size, told));
+}
+
+const uint8_t *guarded_row(const bytes &row)
+{
+    static guarded_text place;
+    return static_cast<const uint8_t *>(std::memcpy(place.room(row.size()), row.data(), row.size()));
+}
+
+/* Their callbacks take no first-row flag. */
+static int take_record(const void *record, void *arg)
+{
+    return given::take_row(record, arg, 0);
+}
+
+static int64_t low_half(size_t rows)
+{
+    return static_cast<uint16_t>(rows);
+}
+
+std::vector<client> other_clients()
+{
+    const page_format object{4096, 8, 616, {0, 2}, {4, 4}};
+    const page_format profile{8192, 4, 7640, {0, 2}, {2, 2}};
+    std::vector<client> table = {
+        {MIX_CALL(get_bhv_obj, "object", 1, 2, take_record, &g, g.print),
+         lists(object, {6, 1}).set(&shape::full_pages, true).set(&shape::of_rows, low_half)},
+        {MIX_CALL(get_bhv_profile, nullptr, take_record, &g, g.print),
+         lists(profile, {1, 1}).set(&shape::of_rows, low_half)},
+        {MIX_CALL(check_ip_isp, 0x0A000001, 7), answers_status(always(0), 73)},
+    };
+    shape &isp = table.back().is;
+    isp.good = 1;
+    isp.of_status = [](int32_t status) -> int64_t { return status >= 1; };
+    return table;
+}
+
+const std::vector<client> &clients()
+{
+    static const std::vector<client> all = [] {
+        std::vector<client> joined;
+        for (const auto &family : {neighbour_clients, switching_clients, upgrade_clients, chassis_clients,
+                                   virtual_chassis_clients, port_clients, other_clients})
+            for (client &each : family())
+                joined.push_back(std::move(each));
+        return joined;
+    }();
+    return all;
+}
+
+} // namespace mixtest
