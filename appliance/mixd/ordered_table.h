@@ -71,14 +71,13 @@ class ordered_table
     template <class Visit>
     void walk(const std::optional<key_type> &after, Visit &&visit) const
     {
-        place at = after ? upper_bound(*after) : place{0, 0};
-        for (; at.block < blocks_.size(); at = {at.block + 1, 0}) {
-            const block &in = *blocks_[at.block];
-            for (size_t i = at.row; i < in.size(); ++i) {
-                if (!visit(in[i]))
-                    return;
-            }
-        }
+        walk_at(after ? upper_bound(*after) : place{0, 0}, visit);
+    }
+    /* The same from the first row whose key is not below `first`. */
+    template <class Visit>
+    void walk_from(const key_type &first, Visit &&visit) const
+    {
+        walk_at(lower_bound(first), visit);
     }
 
   private:
@@ -88,6 +87,18 @@ class ordered_table
         size_t block;
         size_t row;
     };
+
+    template <class Visit>
+    void walk_at(place at, Visit &visit) const
+    {
+        for (; at.block < blocks_.size(); at = {at.block + 1, 0}) {
+            const block &in = *blocks_[at.block];
+            for (size_t i = at.row; i < in.size(); ++i) {
+                if (!visit(in[i]))
+                    return;
+            }
+        }
+    }
 
     /* The first row that is not below (above, with Upper) the key; blocks are never empty. */
     template <bool Upper>
@@ -183,22 +194,23 @@ class positions
     size_t next_ = 0;
 };
 
+/* Rows that are looked at for one page: a filter that matches nearly nothing must not hold up other clients.
+ */
+inline constexpr uint32_t most_rows_looked_at = 65536;
+
 /* One page of a listing. */
 struct page_wanted {
     uint64_t connection;
     uint32_t cursor;   /* as the client sent it, 0 at first */
     uint32_t budget;   /* rows the client still wants; not positive as a signed number: a whole page */
     uint32_t capacity; /* rows that fit */
+    uint32_t looks = most_rows_looked_at; /* fewer where it takes long to tell whether a row matches */
 };
 
 struct page_made {
     uint32_t cursor; /* 0: there is no more */
     uint32_t rows;
 };
-
-/* Rows that are looked at for one page: a filter that matches nearly nothing must not hold up other clients.
- */
-inline constexpr uint32_t most_rows_looked_at = 65536;
 
 /* Calls emit(row) for the rows of the page; nothing when the cursor is not one of this connection's. */
 template <class Row, class KeyOf, class Match, class Emit>
@@ -221,7 +233,7 @@ std::optional<page_made> take_page(const ordered_table<Row, KeyOf> &from,
     bool more = false;
     from.walk(last, [&](const Row &row) {
         const bool matches = match(row);
-        more = (matches && page.rows == most) || looked_at == most_rows_looked_at;
+        more = (matches && page.rows == most) || looked_at == wanted.looks;
         if (more)
             return false;
         ++looked_at;
@@ -235,6 +247,38 @@ std::optional<page_made> take_page(const ordered_table<Row, KeyOf> &from,
     if (more)
         page.cursor = kept.keep(wanted.connection, *last);
     return page;
+}
+
+/*
+ * Visits every row, `looks` of them at a time and then, if that was not all, the next in the loop's next
+ * turn. A step starts behind the last one's row, so rows may come and go in between. The status is done()'s,
+ * which is called when visit() gave false or there are no more rows. Reply is the service's; the table must
+ * outlive it.
+ */
+template <class Row, class KeyOf, class Visit, class Done, class Reply>
+int32_t walk_in_turns(const ordered_table<Row, KeyOf> &rows, uint32_t looks, Visit visit, Done done,
+                      Reply &out)
+{
+    using key_type = typename ordered_table<Row, KeyOf>::key_type;
+    const auto turn = [&rows, looks, visit, done,
+                       last = std::optional<key_type>{}](Reply &) mutable -> std::optional<int32_t> {
+        uint32_t looked_at = 0;
+        bool more = false;
+        rows.walk(last, [&](const Row &row) {
+            more = looked_at == looks;
+            if (more)
+                return false;
+            ++looked_at;
+            last = KeyOf{}(row);
+            return visit(row);
+        });
+        return more ? std::nullopt : std::optional<int32_t>(done());
+    };
+    auto first = turn;
+    if (const std::optional<int32_t> status = first(out))
+        return *status;
+    out.go_on = std::move(first);
+    return 0;
 }
 
 } // namespace mixd

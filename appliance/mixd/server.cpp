@@ -219,6 +219,7 @@ void server::answer(connection &client, const message_header &header, std::span<
 {
     const bool one_way = static_cast<message_kind>(uint16_t{header.kind}) == message_kind::notice;
     reply_.bytes.clear();
+    reply_.go_on = nullptr;
     endpoint *to = registry_.find(client.at->to.packed(), header.type);
     if (!to) {
         if (!one_way)
@@ -236,36 +237,114 @@ void server::answer(connection &client, const message_header &header, std::span<
     }
     const bool refused = hit && hit->kind == fault_kind::refuse;
     const int32_t status = refused ? hit->value : call(*to, client, header, payload);
-    to->count.refused += status < 0;
-    if (one_way)
+    if (one_way) {
+        to->count.refused += status < 0;
         return;
-    to->count.reply_bytes += reply_.bytes.size();
-    finish(client, header, status, hit ? &*hit : nullptr);
+    }
+    if (reply_.go_on)
+        go_on_later(client, *to, header, hit);
+    else
+        conclude(client, *to, header, status, hit);
 }
 
-int32_t server::call(endpoint &to, connection &client, const message_header &header,
-                     std::span<const uint8_t> payload)
+void server::conclude(connection &client, endpoint &to, const message_header &asked, int32_t status,
+                      const std::optional<fault> &hit)
+{
+    to.count.refused += status < 0;
+    to.count.reply_bytes += reply_.bytes.size();
+    finish(client, asked, status, hit ? &*hit : nullptr);
+}
+
+/* What a service does in one turn: its time is counted, and whatever it throws is an answer. */
+template <class Work>
+int32_t server::measured(endpoint &to, Work &&work)
 {
     const uint64_t began = monotonic_ns();
-    const bool one_way = static_cast<message_kind>(uint16_t{header.kind}) == message_kind::notice;
     int32_t status = -EIO;
     try {
-        status = to.call({to.to, *to.at, header.type, one_way, payload, client.from}, reply_);
+        status = work();
     } catch (const std::exception &failure) {
         reply_.bytes.clear();
-        log(priority::error,
-            fmt::format("service {}, type {}: {}", to.service, uint32_t{header.type}, failure.what()));
+        reply_.go_on = nullptr;
+        log(priority::error, fmt::format("service {}, type {}: {}", to.service, to.type, failure.what()));
     }
     if (reply_.bytes.size() > mix::wire::maximum_payload) {
         log(priority::error, fmt::format("service {}, type {}: a reply of {} bytes is longer than any may be",
-                                         to.service, uint32_t{header.type}, reply_.bytes.size()));
+                                         to.service, to.type, reply_.bytes.size()));
         reply_.bytes.clear();
+        reply_.go_on = nullptr;
         status = -EMSGSIZE;
     }
     const uint64_t took = monotonic_ns() - began;
     to.count.total_ns += took;
     to.count.slowest_ns = std::max(to.count.slowest_ns, took);
     return status;
+}
+
+int32_t server::call(endpoint &to, connection &client, const message_header &header,
+                     std::span<const uint8_t> payload)
+{
+    const bool one_way = static_cast<message_kind>(uint16_t{header.kind}) == message_kind::notice;
+    return measured(to, [&] {
+        return to.call({to.to, *to.at, header.type, one_way, payload, client.from}, reply_);
+    });
+}
+
+void server::go_on_later(connection &client, endpoint &to, const message_header &asked,
+                         const std::optional<fault> &hit)
+{
+    auto later = std::make_unique<long_answer>();
+    later->owner = this;
+    later->connection = client.from.connection;
+    later->to = &to;
+    later->asked = asked;
+    later->hit = hit;
+    later->made = std::exchange(reply_, {});
+    sd_event_source *source = nullptr;
+    /* A timer that is due at once takes its place behind all that is ready now; a deferred source would not.
+     */
+    if (sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC, 0, 1, on_turn, later.get()) < 0) {
+        conclude(client, to, asked, -ENOMEM, hit);
+        return;
+    }
+    later->turn.reset(source);
+    client.busy = true;
+    watch(client);
+    long_answers_.emplace(later.get(), std::move(later));
+}
+
+int server::on_turn(sd_event_source *, uint64_t, void *data)
+{
+    auto &later = *static_cast<long_answer *>(data);
+    later.owner->take_turn(later);
+    return 0;
+}
+
+void server::take_turn(long_answer &later)
+{
+    const auto found = connections_.find(later.connection);
+    if (found == connections_.end()) {
+        long_answers_.erase(&later); /* the client did not wait for it */
+        return;
+    }
+    std::swap(reply_, later.made);
+    const int32_t status = measured(*later.to, [&] {
+        const std::optional<int32_t> over = reply_.go_on(reply_);
+        if (over)
+            reply_.go_on = nullptr;
+        return over.value_or(0);
+    });
+    if (reply_.go_on) {
+        std::swap(reply_, later.made);
+        sd_event_source_set_time_relative(later.turn.get(), 0);
+        sd_event_source_set_enabled(later.turn.get(), SD_EVENT_ONESHOT);
+        return;
+    }
+    const auto node = long_answers_.extract(&later);
+    connection &client = *found->second;
+    client.busy = false;
+    watch(client);
+    conclude(client, *later.to, later.asked, status, later.hit);
 }
 
 /* Sends what stands in reply_, as the fault wants it. */
@@ -400,7 +479,8 @@ int server::on_linger(sd_event_source *, uint64_t, void *data)
 /* While answers wait to be taken, no further request is read: what a client does not read is bounded. */
 void server::watch(connection &client) const
 {
-    sd_event_source_set_io_events(client.ready.get(), client.queue.empty() ? EPOLLIN : EPOLLOUT);
+    const uint32_t reading = client.busy ? 0u : EPOLLIN;
+    sd_event_source_set_io_events(client.ready.get(), client.queue.empty() ? reading : EPOLLOUT);
 }
 
 void server::close(const connection &client)

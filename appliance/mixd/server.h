@@ -54,6 +54,7 @@ class server
         event_source linger = {}; /* or until this ends */
         std::deque<std::vector<uint8_t>> queue;
         size_t delayed = 0;
+        bool busy = false; /* an answer is being worked at: the next request waits */
     };
     struct delayed_message {
         server *owner;
@@ -61,10 +62,21 @@ class server
         std::vector<uint8_t> bytes;
         event_source timer;
     };
+    /* An answer that takes several turns of the loop. */
+    struct long_answer {
+        server *owner;
+        uint64_t connection;
+        endpoint *to;
+        mix::wire::message_header asked;
+        std::optional<fault> hit;
+        reply made;
+        event_source turn;
+    };
 
     static int on_accept(sd_event_source *, int fd, uint32_t events, void *data);
     static int on_ready(sd_event_source *, int fd, uint32_t events, void *data);
     static int on_timer(sd_event_source *, uint64_t now, void *data);
+    static int on_turn(sd_event_source *, uint64_t now, void *data);
     static int on_linger(sd_event_source *, uint64_t now, void *data);
 
     void accept_one(listener &);
@@ -75,6 +87,13 @@ class server
     void answer(connection &, const mix::wire::message_header &, std::span<const uint8_t> payload);
     int32_t call(endpoint &, connection &, const mix::wire::message_header &,
                  std::span<const uint8_t> payload);
+    template <class Work>
+    int32_t measured(endpoint &, Work &&);
+    void go_on_later(connection &, endpoint &, const mix::wire::message_header &asked,
+                     const std::optional<fault> &hit);
+    void take_turn(long_answer &);
+    void conclude(connection &, endpoint &, const mix::wire::message_header &asked, int32_t status,
+                  const std::optional<fault> &hit);
     void finish(connection &, const mix::wire::message_header &asked, int32_t status, const fault *hit);
     void send(connection &, const mix::wire::message_header &, std::span<const uint8_t> payload);
     void send_later(connection &, std::vector<uint8_t> datagram, uint64_t delay_ms);
@@ -91,6 +110,7 @@ class server
     std::vector<std::unique_ptr<listener>> listeners_;
     std::unordered_map<uint64_t, std::unique_ptr<connection>> connections_;
     std::map<delayed_message *, std::unique_ptr<delayed_message>> delayed_;
+    std::map<long_answer *, std::unique_ptr<long_answer>> long_answers_;
     uint64_t last_connection_ = 0;
     descriptor reserve_; /* given up for a moment when descriptors run out */
     std::vector<uint8_t> input_;

@@ -77,11 +77,24 @@ struct request {
             std::memcpy(&value, bytes.data(), std::min(sizeof value, bytes.size()));
         return value;
     }
+    /* Whether the request has just the size of a record: clients send whole ones. */
+    template <class T>
+    [[nodiscard]] bool is_a() const
+    {
+        return bytes.size() == sizeof(T);
+    }
 };
 
 /* The reply being built. Its memory is kept between requests, so a page costs no allocation. */
 struct reply {
     std::vector<uint8_t> bytes;
+
+    /*
+     * Set by a handler whose answer takes long: called once in each turn of the loop, so that others are
+     * answered in between, until it gives the status; what the handler itself returns does not count then.
+     * It must keep copies of what it needs of the request. Nothing is left of it when the client hangs up.
+     */
+    std::function<std::optional<int32_t>(reply &)> go_on;
 
     void append(const void *data, size_t size)
     {
