@@ -93,10 +93,7 @@ void arp_table::erase_all_of(const static_arp_key &key)
             shown.push_back(arp_key_of{}(row));
         return same;
     };
-    /* The walk starts behind the entry without an interface, which is the first of its address. */
-    const arp_key first{key.virtual_router, key.virtual_system, key.address, 0};
-    rows_.walk(first, collect);
-    shown.push_back(first);
+    rows_.walk_from({key.virtual_router, key.virtual_system, key.address, 0}, collect);
     for (const arp_key &each : shown)
         erase(each);
 }
@@ -137,6 +134,7 @@ void arp_table::apply_static(const static_arp_key &key, const static_arp &entry)
     const uint32_t index = towards != nullptr ? towards->index : 0;
     if (!apply_ || network_.kernel() == nullptr || applied_[key] == index)
         return;
+    withdraw(key);
     applied_[key] = index;
     if (index == 0)
         return;
@@ -146,11 +144,25 @@ void arp_table::apply_static(const static_arp_key &key, const static_arp &entry)
             fmt::format("a static ARP entry on {}: {}", towards->name, std::strerror(-result)));
 }
 
+/* Takes an entry that was put into the kernel out of it again, wherever its network is now. */
+void arp_table::withdraw(const static_arp_key &key)
+{
+    const auto on = applied_.find(key);
+    if (on == applied_.end())
+        return;
+    if (on->second != 0) {
+        const neighbour_key there = ipv4_neighbour(on->second, key.address);
+        network_.kernel()->delete_neighbour(there);
+        network_.remove(there); /* or it would show as somebody else's until the kernel tells */
+    }
+    applied_.erase(on);
+}
+
 void arp_table::remove_static(const static_arp_key &key)
 {
     if (statics_.erase(key) == 0)
         return;
-    applied_.erase(key);
+    withdraw(key);
     erase_all_of(key);
     for (const auto &[index, one] : network_.interfaces()) {
         const auto behind = network_.neighbours().find(ipv4_neighbour(index, key.address));

@@ -73,6 +73,7 @@ class arp_table final : private network_observer
     void neighbour_gone(const neighbour_key &) override;
     void show_static(const static_arp_key &, const static_arp &);
     void apply_static(const static_arp_key &, const static_arp &);
+    void withdraw(const static_arp_key &);
     void erase_all_of(const static_arp_key &);
     void put(const mix::wire::arp_row &);
     void erase(const arp_key &);
@@ -82,7 +83,7 @@ class arp_table final : private network_observer
     bool apply_;
     arp_rows rows_;
     std::map<static_arp_key, static_arp> statics_;
-    std::map<static_arp_key, uint32_t> applied_;          /* to the interface they were put on */
+    std::map<static_arp_key, uint32_t> applied_;          /* to the interface they were put on, or 0 */
     std::unordered_map<uint64_t, uint32_t> addresses_of_; /* by virtual system and MAC */
     std::unordered_map<uint16_t, uint32_t> sharing_;      /* by virtual system */
 };

@@ -45,10 +45,7 @@ const mac_record *mac_table::find(const mac_address &mac, uint32_t bridge) const
         preferred = row.key.bridge == bridge ? &row : nullptr;
         return preferred == nullptr;
     };
-    /* The walk starts behind a key; there is none before the lowest of this address. */
-    if (const mac_record *lowest = rows_.find({mac, 0, 0}))
-        look(*lowest);
-    rows_.walk(mac_key{mac, 0, 0}, look);
+    rows_.walk_from({mac, 0, 0}, look);
     return preferred != nullptr ? preferred : first;
 }
 

@@ -19,14 +19,26 @@ uint32_t monotonic_seconds()
     return static_cast<uint32_t>(now.tv_sec);
 }
 
-mac_address counted_up(mac_address from, uint32_t steps)
+/* The last four bytes count. */
+template <size_t Size>
+static std::array<uint8_t, Size> add(std::array<uint8_t, Size> from, uint32_t steps)
 {
     uint64_t low = steps;
-    for (int byte = 5; byte >= 2; --byte, low >>= 8) {
+    for (size_t byte = Size; byte-- > Size - sizeof steps; low >>= 8) {
         low += from[byte];
         from[byte] = static_cast<uint8_t>(low);
     }
     return from;
+}
+
+mac_address counted_up(const mac_address &from, uint32_t steps)
+{
+    return add(from, steps);
+}
+
+ipv6_address counted_up(const ipv6_address &from, uint32_t steps)
+{
+    return add(from, steps);
 }
 
 network::network(setup &with)

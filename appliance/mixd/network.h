@@ -168,8 +168,9 @@ class network
     std::unique_ptr<kernel_source> kernel_;
 };
 
-/* The MAC address that many above another; the first two bytes stay. */
-mac_address counted_up(mac_address from, uint32_t steps);
+/* The address that many above another; only the last four bytes change. */
+mac_address counted_up(const mac_address &from, uint32_t steps);
+ipv6_address counted_up(const ipv6_address &from, uint32_t steps);
 
 /* Seconds of the monotonic clock. */
 uint32_t monotonic_seconds();

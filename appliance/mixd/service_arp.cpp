@@ -38,6 +38,7 @@ constexpr size_t most_statics = 65536;
 constexpr size_t most_cleared_at_once = 1024;
 constexpr uint32_t rows_of_a_page = (arp_page_capacity - sizeof(arp_page)) / sizeof(arp_row);
 constexpr uint32_t joined_rows_of_a_page = (arp_page_capacity - sizeof(arp_page)) / sizeof(arp_mac_row);
+constexpr uint32_t most_rows_joined = most_rows_looked_at / 8; /* each takes a look into the MAC table */
 constexpr uint64_t scan_interval_us = 10'000;
 constexpr int scanned_at_once = 32;
 
@@ -102,12 +103,12 @@ class arp : public service
     int32_t answer(const request &, reply &);
     int32_t list(const request &, reply &);
     int32_t search(const request &, const arp_request &, reply &);
-    int32_t count(const request &) const;
+    int32_t count(const request &, reply &) const;
     int32_t summary(const request &, reply &) const;
     int32_t clear(const request &);
     int32_t scan(const request &);
     int32_t joined_list(const request &, reply &);
-    int32_t joined_count(const request &) const;
+    int32_t joined_count(const request &, reply &) const;
     int32_t proxies(const request &) const;
     int32_t duplicates(const request &) const;
 
@@ -125,7 +126,6 @@ class arp : public service
     std::optional<refusal> set(const commit &, transaction &);
     std::optional<refusal> remove(const commit &, transaction &);
     std::optional<refusal> remove_all(const commit &, transaction &, bool every_system);
-    void remove_one(const static_arp_key &, transaction &);
     std::optional<refusal> apply(const static_arp_key &, const static_arp &, transaction &);
 
     network &network_;
@@ -236,10 +236,37 @@ arp_row arp::fixed_row(scenario_table &each, uint32_t address, const mac_address
 /* --- requests ---------------------------------------------------------------------------------------------
  */
 
+/* The size of the request of a sub-command; 0: there is none of that number. */
+size_t request_size(uint32_t subcommand)
+{
+    switch (subcommand) {
+    case mix::wire::arp_list:
+    case mix::wire::arp_summary:
+    case arp_count:
+        return sizeof(arp_request);
+    case arp_clear_dynamic:
+        return sizeof(arp_clear_request);
+    case arp_scan:
+        return sizeof(arp_scan_request);
+    case arp_mac_count:
+    case arp_mac_list:
+        return sizeof(arp_mac_request);
+    case arp_proxy_count:
+        return sizeof(arp_proxy_request);
+    case arp_duplicate_count:
+        return sizeof(arp_duplicate_request);
+    default:
+        return 0;
+    }
+}
+
 int32_t arp::answer(const request &asked, reply &out)
 {
+    const auto subcommand = asked.field<uint32_t>(0);
+    if (asked.bytes.empty() || asked.bytes.size() != request_size(subcommand))
+        return -EINVAL;
     network_.refresh();
-    switch (asked.field<uint32_t>(0)) {
+    switch (subcommand) {
     case mix::wire::arp_list:
         return list(asked, out);
     case arp_clear_dynamic:
@@ -249,11 +276,11 @@ int32_t arp::answer(const request &asked, reply &out)
     case arp_scan:
         return scan(asked);
     case arp_mac_count:
-        return joined_count(asked);
+        return joined_count(asked, out);
     case arp_mac_list:
         return joined_list(asked, out);
     case arp_count:
-        return count(asked);
+        return count(asked, out);
     case arp_proxy_count:
         return proxies(asked);
     case arp_duplicate_count:
@@ -319,15 +346,16 @@ int32_t arp::search(const request &asked, const arp_request &wanted, reply &out)
     return page(asked, {asked.from.connection, wanted.budget, 0, rows_of_a_page}, matches, out);
 }
 
-int32_t arp::count(const request &asked) const
+int32_t arp::count(const request &asked, reply &out) const
 {
-    const selection wanted = selection_of(asked.record<arp_request>());
-    int32_t found = 0;
-    rows_at(asked).walk({}, [&](const arp_row &row) {
-        found += wanted(row) ? 1 : 0;
-        return true;
-    });
-    return found;
+    const auto found = std::make_shared<int32_t>(0);
+    return walk_in_turns(
+        rows_at(asked), most_rows_looked_at,
+        [found, wanted = selection_of(asked.record<arp_request>())](const arp_row &row) {
+            *found += wanted(row) ? 1 : 0;
+            return true;
+        },
+        [found] { return *found; }, out);
 }
 
 int32_t arp::summary(const request &asked, reply &out) const
@@ -442,7 +470,7 @@ int32_t arp::joined_list(const request &asked, reply &out)
     out.append(arp_page{});
     const auto made = take_page(
         rows_at(asked), positions_,
-        {asked.from.connection, wanted.cursor, wanted.budget, joined_rows_of_a_page},
+        {asked.from.connection, wanted.cursor, wanted.budget, joined_rows_of_a_page, most_rows_joined},
         [&](const arp_row &row) { return matches(wanted, row); },
         [&](const arp_row &row) { out.append(join(row, now)); });
     if (!made)
@@ -451,15 +479,16 @@ int32_t arp::joined_list(const request &asked, reply &out)
     return 0;
 }
 
-int32_t arp::joined_count(const request &asked) const
+int32_t arp::joined_count(const request &asked, reply &out) const
 {
-    const auto wanted = asked.record<arp_mac_request>();
-    int32_t found = 0;
-    rows_at(asked).walk({}, [&](const arp_row &row) {
-        found += matches(wanted, row) ? 1 : 0;
-        return true;
-    });
-    return found;
+    const auto found = std::make_shared<int32_t>(0);
+    return walk_in_turns(
+        rows_at(asked), most_rows_joined,
+        [this, found, wanted = asked.record<arp_mac_request>()](const arp_row &row) {
+            *found += matches(wanted, row) ? 1 : 0;
+            return true;
+        },
+        [found] { return *found; }, out);
 }
 
 /* --- clearing and scanning --------------------------------------------------------------------------------
@@ -479,7 +508,7 @@ int arp::remove_neighbour(const arp_row &row)
 int32_t arp::clear(const request &asked)
 {
     const auto wanted = asked.record<arp_clear_request>();
-    if (asked.bytes.size() < sizeof wanted || wanted.option > arp_clear_unresolved)
+    if (wanted.option > arp_clear_unresolved)
         return -EINVAL;
     const selection matches{wanted.vsysid, static_cast<uint16_t>(wanted.vrid), wanted.second & UINT16_MAX,
                             wanted.third};
@@ -504,8 +533,8 @@ int32_t arp::clear(const request &asked)
 int32_t arp::scan(const request &asked)
 {
     const auto wanted = asked.record<arp_scan_request>();
-    if (asked.bytes.size() < sizeof wanted || wanted.first == 0 || wanted.first > wanted.second ||
-        wanted.second - wanted.first >= arp_scan_most || wanted.option < 0)
+    if (wanted.first == 0 || wanted.first > wanted.second || wanted.second - wanted.first >= arp_scan_most ||
+        wanted.option < 0)
         return -EINVAL;
     int32_t found = 0;
     for (uint64_t address = wanted.first; address <= wanted.second; ++address) {
@@ -591,7 +620,7 @@ std::optional<refusal> arp::set(const commit &wanted, transaction &in)
     return {};
 }
 
-/* The kernel is written before the commit and gets back what it had when that fails. */
+/* The kernel is written before the commit, and gets the configured entry that it had back when that fails. */
 std::optional<refusal> arp::apply(const static_arp_key &key, const static_arp &entry, transaction &in)
 {
     const network_interface *towards = network_.interface_towards(key.address, key.virtual_router);
@@ -612,37 +641,30 @@ std::optional<refusal> arp::apply(const static_arp_key &key, const static_arp &e
     return {};
 }
 
-void arp::remove_one(const static_arp_key &key, transaction &in)
-{
-    in.run("DELETE FROM arp_static WHERE vrid=? AND vsys=? AND address=?", key.virtual_router,
-           key.virtual_system, key.address);
-    in.after_commit([this, key] {
-        const network_interface *towards = network_.interface_towards(key.address, key.virtual_router);
-        if (options_.apply && network_.kernel() != nullptr && towards != nullptr) {
-            const neighbour_key on = ipv4_neighbour(towards->index, key.address);
-            network_.kernel()->delete_neighbour(on);
-            network_.remove(on); /* or it would show as somebody else's until the kernel tells */
-        }
-        table_.remove_static(key);
-    });
-}
-
 std::optional<refusal> arp::remove(const commit &wanted, transaction &in)
 {
     const static_arp_key key{wanted.u16(arp_attribute_vrid), wanted.vsysid,
                              wanted.u32(arp_attribute_address)};
     if (!table_.statics().contains(key))
         return refusal{result_absent, "there is no such static ARP entry", "静态ARP表项不存在"};
-    remove_one(key, in);
+    in.run("DELETE FROM arp_static WHERE vrid=? AND vsys=? AND address=?", key.virtual_router,
+           key.virtual_system, key.address);
+    in.after_commit([this, key] { table_.remove_static(key); });
     return {};
 }
 
 std::optional<refusal> arp::remove_all(const commit &wanted, transaction &in, bool every_system)
 {
-    for (const auto &[key, entry] : table_.statics())
-        if (key.virtual_router == wanted.u16(arp_attribute_vrid) &&
-            (every_system || key.virtual_system == wanted.vsysid))
-            remove_one(key, in);
+    const uint16_t router = wanted.u16(arp_attribute_vrid);
+    in.run("DELETE FROM arp_static WHERE vrid=? AND (? OR vsys=?)", router, every_system, wanted.vsysid);
+    in.after_commit([this, router, every_system, vsys = wanted.vsysid] {
+        std::vector<static_arp_key> gone;
+        for (const auto &[key, entry] : table_.statics())
+            if (key.virtual_router == router && (every_system || key.virtual_system == vsys))
+                gone.push_back(key);
+        for (const static_arp_key &key : gone)
+            table_.remove_static(key);
+    });
     return {};
 }
 

@@ -38,6 +38,9 @@ constexpr const char *migrations[] = {
 };
 
 constexpr size_t most_settings = 8192;
+constexpr size_t most_cleared_at_once = 1024;
+constexpr uint16_t most_rows_of_a_batch = 1000; /* whatever is asked for: a reply has a largest size */
+constexpr uint32_t most_rows_placed = most_rows_looked_at / 8; /* each is looked up in the MAC table */
 constexpr uint16_t highest_vlan = 4094;
 constexpr uint32_t rows_of_a_page = (dhcpsn_page_capacity - sizeof(dhcpsn_page)) / sizeof(dhcpsn_binding);
 
@@ -53,6 +56,7 @@ struct binding {
     uint64_t expiry; /* seconds since 1970; 0: never */
     uint16_t vlan;   /* of a scenario; else where the MAC table has the address */
     uint8_t kind;
+    bool described; /* by a scenario: no lease file releases it */
     char interface[32];
     char host[24];
 };
@@ -114,8 +118,9 @@ class dhcpsn : public service
 
     int32_t answer(const request &, reply &);
     int32_t list(const dhcpsn_request &, const request &, reply &);
-    int32_t count(const dhcpsn_request &) const;
-    int32_t clear(const request &);
+    int32_t count(const dhcpsn_request &, reply &) const;
+    int32_t clear(const request &, reply &);
+    int32_t clear(const std::vector<binding> &);
     std::optional<refusal> set(const commit &, transaction &);
     std::optional<refusal> read_back(const commit &, read_batch &);
     [[nodiscard]] bool is_selected(const dhcpsn_selection &, const dhcpsn_setting &) const;
@@ -177,6 +182,7 @@ void dhcpsn::read(setup &with, scenario_table table)
         one.expiry = seconds == 0 ? 0 : wall_clock() + seconds;
         one.vlan = static_cast<uint16_t>(each.number("vlan", 0, 0, highest_vlan));
         one.kind = each.boolean("static", false) ? dhcpsn_is_static : dhcpsn_is_dynamic;
+        one.described = true;
         fill_text(one.interface, each.text("interface", "", sizeof one.interface - 1));
         fill_text(one.host, each.text("host", "", sizeof one.host - 1));
         return one;
@@ -223,7 +229,7 @@ void dhcpsn::take_leases(const std::vector<lease> &all)
     for (const lease &one : all)
         held.insert({one.mac, one.address});
     bindings_.walk({}, [&](const binding &one) {
-        if (one.kind == dhcpsn_is_dynamic && !held.contains(one.key))
+        if (!one.described && !held.contains(one.key))
             released.push_back(one.key);
         return true;
     });
@@ -247,12 +253,15 @@ void dhcpsn::keep(const std::vector<lease> &all, const std::vector<binding_key> 
         transaction in(store_);
         for (const binding_key &key : released)
             forget(key, in);
+        statement insert = store_.prepare("INSERT OR REPLACE INTO dhcpsn_lease VALUES(?,?,?,?)");
         for (const lease &one : all) {
             const binding *known = bindings_.find({one.mac, one.address});
             if (known != nullptr && known->expiry == one.expiry && text_in(known->host) == one.host)
                 continue;
-            in.run("INSERT OR REPLACE INTO dhcpsn_lease VALUES(?,?,?,?)", std::span<const uint8_t>(one.mac),
-                   one.address, one.expiry, std::string_view(one.host));
+            insert.bind(std::span<const uint8_t>(one.mac), one.address, one.expiry,
+                        std::string_view(one.host));
+            insert.step();
+            insert.reset();
         }
         in.commit();
     } catch (const store_error &error) {
@@ -304,11 +313,11 @@ int32_t dhcpsn::answer(const request &asked, reply &out)
     const auto wanted = asked.record<dhcpsn_request>();
     switch (wanted.opcode) {
     case dhcpsn_list:
-        return asked.bytes.size() < sizeof wanted ? -EINVAL : list(wanted, asked, out);
+        return asked.is_a<dhcpsn_request>() ? list(wanted, asked, out) : -EINVAL;
     case dhcpsn_count:
-        return asked.bytes.size() < sizeof wanted ? -EINVAL : count(wanted);
+        return asked.is_a<dhcpsn_request>() ? count(wanted, out) : -EINVAL;
     case dhcpsn_clear_dynamic:
-        return clear(asked);
+        return clear(asked, out);
     default:
         return -EINVAL;
     }
@@ -332,7 +341,8 @@ int32_t dhcpsn::list(const dhcpsn_request &wanted, const request &asked, reply &
 {
     out.append(dhcpsn_page{});
     const auto made = take_page(
-        bindings_, positions_, {asked.from.connection, wanted.cursor, wanted.budget, rows_of_a_page},
+        bindings_, positions_,
+        {asked.from.connection, wanted.cursor, wanted.budget, rows_of_a_page, most_rows_placed},
         [&](const binding &one) { return matches(wanted, one); },
         [&](const binding &one) { out.append(row_of(one)); });
     if (!made)
@@ -341,34 +351,43 @@ int32_t dhcpsn::list(const dhcpsn_request &wanted, const request &asked, reply &
     return 0;
 }
 
-int32_t dhcpsn::count(const dhcpsn_request &wanted) const
+int32_t dhcpsn::count(const dhcpsn_request &wanted, reply &out) const
 {
-    int32_t found = 0;
-    bindings_.walk({}, [&](const binding &one) {
-        found += matches(wanted, one) ? 1 : 0;
-        return true;
-    });
-    return found;
+    const auto found = std::make_shared<int32_t>(0);
+    return walk_in_turns(
+        bindings_, most_rows_placed,
+        [this, found, wanted](const binding &one) {
+            *found += matches(wanted, one) ? 1 : 0;
+            return true;
+        },
+        [found] { return *found; }, out);
 }
 
-/* The status is how many were cleared. The lease file is the server's and stays as it is: a cleared binding
- * comes back when its lease is renewed. */
-int32_t dhcpsn::clear(const request &asked)
+/* The status is how many were cleared; of a very large table the next request clears more. The lease file is
+ * the server's and stays as it is: a cleared binding comes back when its lease is renewed. */
+int32_t dhcpsn::clear(const request &asked, reply &out)
 {
-    const auto wanted = asked.record<dhcpsn_clear_request>();
-    if (asked.bytes.size() < sizeof wanted)
+    if (!asked.is_a<dhcpsn_clear_request>())
         return -EINVAL;
+    const auto wanted = asked.record<dhcpsn_clear_request>();
     dhcpsn_request by{};
     by.has_vlan = wanted.a != 0 ? 1 : 0;
     by.vlan_or_c = wanted.a != 0 ? wanted.a : wanted.c;
     by.b = dhcpsn_is_dynamic + 1;
     by.d = wanted.b;
-    std::vector<binding> gone;
-    bindings_.walk({}, [&](const binding &one) {
-        if (matches(by, one))
-            gone.push_back(one);
-        return true;
-    });
+    const auto gone = std::make_shared<std::vector<binding>>();
+    return walk_in_turns(
+        bindings_, most_rows_placed,
+        [this, gone, by](const binding &one) {
+            if (matches(by, one))
+                gone->push_back(one);
+            return gone->size() < most_cleared_at_once;
+        },
+        [this, gone] { return clear(*gone); }, out);
+}
+
+int32_t dhcpsn::clear(const std::vector<binding> &gone)
+{
     transaction in(store_);
     for (const binding &one : gone)
         forget(one.key, in);
@@ -454,9 +473,10 @@ std::optional<refusal> dhcpsn::read_back(const commit &wanted, read_batch &out)
     const bool goes_on = by.unused_40 == dhcpsn_goes_on;
     const bool by_name = by.marker == dhcpsn_marker_interface;
     auto at = by_name ? settings_.find(name) : goes_on ? settings_.upper_bound(name) : settings_.begin();
+    const uint16_t most = std::clamp<uint16_t>(by.request_count, 1, most_rows_of_a_batch);
     uint16_t count = 0;
     out.bytes.resize(sizeof(dhcpsn_batch));
-    for (; at != settings_.end() && count < std::max<uint16_t>(by.request_count, 1); ++at) {
+    for (; at != settings_.end() && count < most; ++at) {
         if (!by_name && !is_selected(by, at->second))
             continue;
         const auto *row = reinterpret_cast<const uint8_t *>(&at->second);

@@ -56,7 +56,15 @@ bool is_low_half(uint32_t wanted, uint32_t index)
     return wanted == 0 || (index & UINT16_MAX) == wanted;
 }
 
-class mac : public service
+/* Where the kernel has a static entry; all zero: nowhere. */
+struct place {
+    uint32_t bridge = 0;
+    uint32_t port = 0;
+
+    bool operator==(const place &) const = default;
+};
+
+class mac : public service, private network_observer
 {
   public:
     explicit mac(setup &with);
@@ -78,14 +86,18 @@ class mac : public service
     std::optional<refusal> apply(const static_mac_key &, const std::string &port, transaction &);
     std::optional<refusal> remove(const commit &, transaction &);
     void remove_all(const commit &, transaction &);
-    void remove_one(const static_mac_key &, transaction &);
-    [[nodiscard]] const network_interface *port_in_force(const static_mac_key &, std::string_view port) const;
+    void forget(const static_mac_key &);
+    [[nodiscard]] place place_of(const static_mac_key &, std::string_view port) const;
+    void interfaces_changed() override;
+    void apply_static(const static_mac_key &, std::string_view port);
+    void withdraw(const static_mac_key &);
 
     network &network_;
     mac_table &table_;
     const options &options_;
     std::set<std::string, std::less<>> interfaces_; /* that the gateway knows */
     std::map<static_mac_key, uint16_t> systems_;    /* of static entries */
+    std::map<static_mac_key, place> applied_;       /* to where in the kernel they were put */
     uint32_t here_ = 0;
     positions<mac_key> positions_;
 };
@@ -96,6 +108,7 @@ mac::mac(setup &with)
 {
     load_statics(with);
     read(with.scenario("mac"));
+    network_.observe(*this);
     with.serve_on_boards(0, mac_type,
                          [this](const request &asked, reply &out) { return answer(asked, out); });
     with.on_commit(object_mac_interface,
@@ -113,12 +126,8 @@ void mac::load_statics(setup &with)
     while (query.step()) {
         static_mac_key key{{}, static_cast<uint16_t>(query.integer(1)), std::string(query.text(0))};
         std::copy_n(query.blob(2).begin(), std::min(query.blob(2).size(), key.mac.size()), key.mac.begin());
-        const std::string port(query.text(3));
         systems_[key] = static_cast<uint16_t>(query.integer(4));
-        table_.put_static(key, port);
-        const network_interface *out = port_in_force(key, port);
-        if (options_.apply && out != nullptr)
-            network_.kernel()->set_forwarding(out->index, key.vlan, key.mac);
+        table_.put_static(key, std::string(query.text(3)));
     }
 }
 
@@ -198,9 +207,9 @@ const mac_rows &mac::rows_at(const request &asked) const
 
 int32_t mac::list(const request &asked, reply &out)
 {
-    const auto wanted = asked.record<mac_request>();
-    if (asked.bytes.size() < sizeof wanted)
+    if (!asked.is_a<mac_request>())
         return -EINVAL;
+    const auto wanted = asked.record<mac_request>();
     const uint32_t now = monotonic_seconds();
     out.append(mac_page{});
     const auto made = take_page(
@@ -222,6 +231,8 @@ int32_t mac::list(const request &asked, reply &out)
 
 int32_t mac::summary(const request &asked, reply &out) const
 {
+    if (!asked.is_a<mac_request>())
+        return -EINVAL;
     mac_summary_reply sum{};
     rows_at(asked).walk({}, [&](const mac_record &row) {
         ++sum.total;
@@ -235,6 +246,8 @@ int32_t mac::summary(const request &asked, reply &out) const
 /* A very large table is cleared by repeating the request. */
 int32_t mac::clear(const request &asked, reply &out)
 {
+    if (!asked.is_a<mac_clear_request>())
+        return -EINVAL;
     const auto wanted = asked.record<mac_clear_request>();
     std::vector<mac_record> gone;
     rows_at(asked).walk({}, [&](const mac_record &row) {
@@ -261,9 +274,9 @@ int32_t mac::clear(const request &asked, reply &out)
 /* Whether a static entry is in one of the VLANs, on the interface with that index (0: on any). */
 int32_t mac::bound(const request &asked, reply &out) const
 {
-    const auto wanted = asked.record<mac_bound_request>();
-    if (asked.bytes.size() < sizeof wanted)
+    if (!asked.is_a<mac_bound_request>())
         return -EINVAL;
+    const auto wanted = asked.record<mac_bound_request>();
     uint8_t found = 0;
     rows_at(asked).walk({}, [&](const mac_record &row) {
         const bool in_vlan = row.key.vlan / 8u < sizeof wanted.vlans &&
@@ -333,53 +346,87 @@ std::optional<refusal> mac::add(const commit &wanted, transaction &in)
     in.after_commit([this, key, port, vsys = wanted.vsysid] {
         systems_[key] = vsys;
         table_.put_static(key, port);
+        apply_static(key, port);
     });
     return {};
 }
 
-/* The port of an entry when the kernel has it in the entry's bridge; NULL: the entry can't be in force. */
-const network_interface *mac::port_in_force(const static_mac_key &key, std::string_view port) const
+/* An entry can be in force when its port is one of its bridge. */
+place mac::place_of(const static_mac_key &key, std::string_view port) const
 {
     const network_interface *bridge = network_.interface(key.interface), *out = network_.interface(port);
     const bool joined = bridge != nullptr && out != nullptr && out->master == bridge->index;
-    return network_.kernel() != nullptr && joined ? out : nullptr;
+    return options_.apply && network_.kernel() != nullptr && joined ? place{bridge->index, out->index}
+                                                                    : place{};
 }
 
+/* The kernel is written before the commit, and gets the configured entry that it had back when that fails. */
 std::optional<refusal> mac::apply(const static_mac_key &key, const std::string &port, transaction &in)
 {
-    const network_interface *out = port_in_force(key, port);
-    if (!options_.apply || out == nullptr)
+    const place where = place_of(key, port);
+    if (where == place{})
         return {};
     kernel_source *kernel = network_.kernel();
-    if (const int result = kernel->set_forwarding(out->index, key.vlan, key.mac); result < 0) {
+    if (const int result = kernel->set_forwarding(where.port, key.vlan, key.mac); result < 0) {
         const char *why = std::strerror(-result);
         return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
                        fmt::format("无法应用到系统：{}", why)};
     }
-    in.on_rollback(
-        [kernel, port_index = out->index, key] { kernel->delete_forwarding(port_index, key.vlan, key.mac); });
+    const auto before = applied_.find(key);
+    if (before != applied_.end() && before->second != place{})
+        in.on_rollback([kernel, port_index = before->second.port, key] {
+            kernel->set_forwarding(port_index, key.vlan, key.mac);
+        });
+    else
+        in.on_rollback([kernel, port_index = where.port, key] {
+            kernel->delete_forwarding(port_index, key.vlan, key.mac);
+        });
     return {};
 }
 
-void mac::remove_one(const static_mac_key &key, transaction &in)
+/* Commits refuse what the kernel does not take; here entries follow bridges and ports that came or went. */
+void mac::interfaces_changed()
 {
-    in.run("DELETE FROM mac_static WHERE interface=? AND vlan=? AND mac=?", std::string_view(key.interface),
-           key.vlan, std::span<const uint8_t>(key.mac));
-    in.after_commit([this, key] {
-        const auto found = table_.statics().find(key);
-        const network_interface *out =
-            found != table_.statics().end() ? port_in_force(key, found->second) : nullptr;
-        if (options_.apply && out != nullptr) {
-            network_.kernel()->delete_forwarding(out->index, key.vlan, key.mac);
-            network_.remove(forwarding_key{out->master, key.vlan, key.mac});
-        }
-        table_.remove_static(key);
-        systems_.erase(key);
-    });
+    for (const auto &[key, port] : table_.statics())
+        apply_static(key, port);
 }
 
-/* What a request does not name does not count: an interface, a port; the VLAN, when neither it nor an
- * interface is named. */
+void mac::apply_static(const static_mac_key &key, std::string_view port)
+{
+    const place where = place_of(key, port);
+    if (const auto before = applied_.find(key);
+        before != applied_.end() ? before->second == where : where == place{})
+        return;
+    withdraw(key);
+    applied_[key] = where;
+    if (where == place{})
+        return;
+    if (const int result = network_.kernel()->set_forwarding(where.port, key.vlan, key.mac); result < 0)
+        log(priority::warning, fmt::format("a static MAC entry on {}: {}", port, std::strerror(-result)));
+}
+
+/* Takes an entry that was put into the kernel out of it again. */
+void mac::withdraw(const static_mac_key &key)
+{
+    const auto on = applied_.find(key);
+    if (on == applied_.end())
+        return;
+    if (on->second != place{}) {
+        network_.kernel()->delete_forwarding(on->second.port, key.vlan, key.mac);
+        network_.remove(forwarding_key{on->second.bridge, key.vlan, key.mac});
+    }
+    applied_.erase(on);
+}
+
+void mac::forget(const static_mac_key &key)
+{
+    withdraw(key);
+    table_.remove_static(key);
+    systems_.erase(key);
+}
+
+/* Of the virtual system named. What a request does not name does not count: an interface, a port; the VLAN,
+ * when neither it nor an interface is named. */
 std::optional<refusal> mac::remove(const commit &wanted, transaction &in)
 {
     const mac_address address = address_in(wanted);
@@ -391,9 +438,11 @@ std::optional<refusal> mac::remove(const commit &wanted, transaction &in)
         const bool of_vlan = key.vlan == vlan || (vlan == 0 && !wanted.has(mac_attribute_interface));
         const bool of_port =
             !wanted.has(mac_attribute_second_name) || port == wanted.text(mac_attribute_second_name);
-        if (key.mac != address || !of_interface || !of_vlan || !of_port)
+        if (key.mac != address || systems_.at(key) != wanted.vsysid || !of_interface || !of_vlan || !of_port)
             continue;
-        remove_one(key, in);
+        in.run("DELETE FROM mac_static WHERE interface=? AND vlan=? AND mac=?",
+               std::string_view(key.interface), key.vlan, std::span<const uint8_t>(key.mac));
+        in.after_commit([this, gone = key] { forget(gone); });
         found = true;
     }
     if (!found)
@@ -403,9 +452,15 @@ std::optional<refusal> mac::remove(const commit &wanted, transaction &in)
 
 void mac::remove_all(const commit &wanted, transaction &in)
 {
-    for (const auto &[key, vsys] : systems_)
-        if (vsys == wanted.vsysid)
-            remove_one(key, in);
+    in.run("DELETE FROM mac_static WHERE vsys=?", wanted.vsysid);
+    in.after_commit([this, wanted_system = wanted.vsysid] {
+        std::vector<static_mac_key> gone;
+        for (const auto &[key, vsys] : systems_)
+            if (vsys == wanted_system)
+                gone.push_back(key);
+        for (const static_mac_key &key : gone)
+            forget(key);
+    });
 }
 
 } // namespace

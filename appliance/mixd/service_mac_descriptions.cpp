@@ -64,7 +64,7 @@ description_service::description_service(setup &with) : kept_(with.shared_state<
 int32_t description_service::list(const request &asked, reply &out)
 {
     const auto wanted = asked.record<mac_desc_request>();
-    if (wanted.opcode != mac_desc_list || asked.bytes.size() < sizeof(wanted))
+    if (wanted.opcode != mac_desc_list || !asked.is_a<mac_desc_request>())
         return -EINVAL;
     out.append(mac_desc_page{});
     const auto page = take_page(

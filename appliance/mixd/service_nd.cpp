@@ -34,7 +34,6 @@ constexpr const char *migrations[] = {
 
 constexpr size_t most_statics = 65536;
 constexpr size_t most_cleared_at_once = 1024;
-constexpr size_t most_totals = 1024;
 constexpr uint32_t rows_of_a_page = (nd_page_capacity - sizeof(nd_page)) / sizeof(nd_row);
 constexpr uint32_t filtered_rows_of_a_page = (nd_page_capacity - sizeof(nd_filtered_page)) / sizeof(nd_row);
 
@@ -132,8 +131,8 @@ class nd : public service, private network_observer
     int32_t filtered_list(const request &, reply &);
     int32_t clear(const request &);
     int32_t summary(const request &, reply &) const;
-    uint32_t total_of(uint64_t connection, uint32_t cursor,
-                      const std::function<bool(const nd_record &)> &matches);
+    template <class Match>
+    uint32_t total_of(uint32_t cursor, const Match &matches) const;
     static void append(const nd_record &, uint32_t now, reply &);
 
     std::optional<refusal> set(const commit &, transaction &);
@@ -146,7 +145,7 @@ class nd : public service, private network_observer
     std::map<static_nd_key, mac_address> statics_;
     std::map<static_nd_key, uint32_t> applied_; /* to the interface they were put on */
     positions<nd_key> positions_;
-    std::unordered_map<uint64_t, uint32_t> totals_; /* of filtered listings under way, by connection */
+    std::unordered_map<uint32_t, uint32_t> totals_; /* of filtered listings under way, by cursor */
 };
 
 nd::nd(setup &with)
@@ -195,12 +194,8 @@ void nd::read(scenario_table table)
         const ipv6_address first = each.ipv6("first").value_or(ipv6_address{0x20, 0x01, 0x0d, 0xb8});
         neighbour entry = entry_in(each);
         for (uint32_t i = 0; i < number; ++i) {
-            neighbour_key key{neighbour_family::ipv6, on, first};
-            for (int byte = 0; byte < 4;
-                 ++byte) /* the low 32 bits count, from the first address's upper ones */
-                key.address[15 - byte] = static_cast<uint8_t>(i >> (8 * byte));
             entry.mac = counted_up(base, i);
-            network_.put(key, entry);
+            network_.put({neighbour_family::ipv6, on, counted_up(first, i)}, entry);
         }
     }
 }
@@ -315,9 +310,9 @@ void nd::append(const nd_record &one, uint32_t now, reply &out)
 
 int32_t nd::list(const request &asked, reply &out, bool statics_only)
 {
-    const auto wanted = asked.record<nd_request>();
-    if (asked.bytes.size() < sizeof wanted)
+    if (!asked.is_a<nd_request>())
         return -EINVAL;
+    const auto wanted = asked.record<nd_request>();
     const selection matches{wanted.vsysid, static_cast<uint16_t>(wanted.first), wanted.second & UINT16_MAX,
                             address_of(wanted.address)};
     const bool here = asked.at.slot == here_;
@@ -334,26 +329,24 @@ int32_t nd::list(const request &asked, reply &out, bool statics_only)
 }
 
 /* Counted once for a listing: counting at each page would take the square of the table's size. */
-uint32_t nd::total_of(uint64_t connection, uint32_t cursor,
-                      const std::function<bool(const nd_record &)> &matches)
+template <class Match>
+uint32_t nd::total_of(uint32_t cursor, const Match &matches) const
 {
-    if (const auto found = totals_.find(connection); cursor != 0 && found != totals_.end())
+    if (const auto found = totals_.find(cursor); cursor != 0 && found != totals_.end())
         return found->second;
     uint32_t total = 0;
     rows_.walk({}, [&](const nd_record &one) {
         total += matches(one) ? 1 : 0;
         return true;
     });
-    if (totals_.size() >= most_totals)
-        totals_.clear();
-    return totals_[connection] = total;
+    return total;
 }
 
 int32_t nd::filtered_list(const request &asked, reply &out)
 {
-    const auto wanted = asked.record<nd_filtered_request>();
-    if (asked.bytes.size() < sizeof wanted)
+    if (!asked.is_a<nd_filtered_request>())
         return -EINVAL;
+    const auto wanted = asked.record<nd_filtered_request>();
     const selection of{wanted.vsysid, static_cast<uint16_t>(wanted.vrid), wanted.selector & UINT16_MAX,
                        address_of(wanted.address)};
     const auto option = static_cast<int8_t>(wanted.option);
@@ -366,7 +359,7 @@ int32_t nd::filtered_list(const request &asked, reply &out)
             return state_of(one.row) == -option - 1;
         return option == nd_option_all || is_static(one.row) == (option == nd_option_static);
     };
-    const uint32_t total = total_of(asked.from.connection, wanted.cursor, matches);
+    const uint32_t total = total_of(wanted.cursor, matches);
     const uint32_t now = monotonic_seconds();
     out.append(nd_filtered_page{});
     const auto made = take_page(
@@ -374,6 +367,8 @@ int32_t nd::filtered_list(const request &asked, reply &out)
         matches, [&](const nd_record &one) { append(one, now, out); });
     if (!made)
         return -ESTALE;
+    if (made->cursor != 0) /* cursors are used again: there are never more totals than positions */
+        totals_[made->cursor] = total;
     out.put(0, nd_filtered_page{made->cursor, made->rows, total, 0});
     return 0;
 }
@@ -382,7 +377,7 @@ int32_t nd::filtered_list(const request &asked, reply &out)
 int32_t nd::clear(const request &asked)
 {
     const auto wanted = asked.record<nd_clear_request>();
-    if (asked.bytes.size() < sizeof wanted || wanted.option > nd_clear_unresolved)
+    if (!asked.is_a<nd_clear_request>() || wanted.option > nd_clear_unresolved)
         return -EINVAL;
     if (asked.at.slot != here_)
         return 0;
@@ -406,6 +401,8 @@ int32_t nd::clear(const request &asked)
 
 int32_t nd::summary(const request &asked, reply &out) const
 {
+    if (!asked.is_a<nd_summary_request>())
+        return -EINVAL;
     const auto wanted = asked.record<nd_summary_request>();
     const selection matches{wanted.first, wanted.second, 0, {}};
     nd_summary_reply sum{};
@@ -452,7 +449,7 @@ std::optional<refusal> nd::set(const commit &wanted, transaction &in)
     return {};
 }
 
-/* The kernel is written before the commit and gets back what it had when that fails. */
+/* The kernel is written before the commit, and gets the configured entry that it had back when that fails. */
 std::optional<refusal> nd::apply(const static_nd_key &key, const mac_address &mac, transaction &in)
 {
     kernel_source *kernel = network_.kernel();
@@ -464,7 +461,11 @@ std::optional<refusal> nd::apply(const static_nd_key &key, const mac_address &ma
         return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
                        fmt::format("无法应用到系统：{}", why)};
     }
-    in.on_rollback([kernel, on] { kernel->delete_neighbour(on); });
+    const auto before = statics_.find(key);
+    if (before != statics_.end())
+        in.on_rollback([kernel, on, mac_before = before->second] { kernel->set_neighbour(on, mac_before); });
+    else
+        in.on_rollback([kernel, on] { kernel->delete_neighbour(on); });
     return {};
 }
 

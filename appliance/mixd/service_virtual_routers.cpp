@@ -23,7 +23,7 @@ class virtual_routers : public service
   private:
     int32_t name(const request &asked, reply &out) const
     {
-        if (asked.bytes.size() != sizeof(mix::wire::vrname_request))
+        if (!asked.is_a<mix::wire::vrname_request>())
             return -EINVAL;
         const std::string *found = network_.router_name(asked.record<mix::wire::vrname_request>().vrid);
         if (found == nullptr)
