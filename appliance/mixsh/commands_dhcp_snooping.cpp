@@ -99,10 +99,16 @@ constexpr argument count_arguments[] = {vlan, mac, address, binding_kind};
 
 outcome clear(invocation &call)
 {
-    const int cleared = dhcpsn_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0),
+    std::int64_t cleared = 0;
+    for (;;) { // the daemon clears a bounded number at a time
+        const int now = dhcpsn_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0),
                                                     call.ipv4("address").value_or(0), 0, call.print());
-    if (cleared < 0 || !call.said().empty())
-        return call.fail(asking(wire::dhcpsn_clear_dynamic), "the bindings were not cleared");
+        if (now < 0 || !call.said().empty())
+            return call.fail(asking(wire::dhcpsn_clear_dynamic), "the bindings were not cleared");
+        if (now == 0 || call.out().unwanted())
+            break;
+        cleared += now;
+    }
     call.out().record({{"Cleared", "cleared", cleared}});
     return outcome::done;
 }

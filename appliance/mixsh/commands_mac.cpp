@@ -149,6 +149,19 @@ constexpr argument bound_arguments[] = {
     value("VLAN", kinds::number, "VLAN to look into", {.low = 0, .high = 4094}),
     option("to", kinds::number, "last of a run of VLANs", vlan_ids)};
 
+outcome show_interface_bound(invocation &call)
+{
+    const bool bound = is_if_bound_with_l2_mac(call.number_or<std::uint32_t>("INDEX", 0),
+                                               call.number_or<std::uint32_t>("port", 0)) != 0;
+    if (*mixplatform_last_reason() != '\0') // silent as well
+        return call.fail(asking(wire::mac_list), "the interface can't be looked into");
+    call.out().record({{"Static entries there", "bound", bound}});
+    return outcome::done;
+}
+constexpr argument interface_bound_arguments[] = {
+    value("INDEX", kinds::number, "index of the bridge, 0 for any", router_ids),
+    option("port", kinds::number, "index of the port", one_to_65535)};
+
 outcome add(invocation &call)
 {
     const auto mac = call.mac("MAC");
@@ -295,6 +308,8 @@ constexpr command commands[] = {
     {"show mac count", "how many MAC entries there are", show_count, count_arguments},
     {"show mac summary", "numbers of MAC entries by kind", show_summary, summary_arguments},
     {"show mac bound", "whether static entries are in some VLANs", show_bound, bound_arguments},
+    {"show mac bound-interface", "whether static entries are on an interface", show_interface_bound,
+     interface_bound_arguments},
     {"add mac", "add a static MAC entry", add, add_arguments},
     {"delete mac", "delete a static MAC entry", remove, remove_arguments},
     {"delete mac all", "delete every static MAC entry", remove_all, remove_all_arguments},
