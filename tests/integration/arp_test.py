@@ -1,5 +1,7 @@
 """The ARP table against the kernel's own view, in network namespaces; and scenarios of any size."""
 
+import contextlib
+import sqlite3
 import subprocess
 import threading
 import time
@@ -264,6 +266,25 @@ class StaticEntries(WithMixd):
         self.assertEqual([row["description"] for row in self.json("show arp mac-table")], ["the printer"])
 
 
+class ManyStaticEntries(WithMixd):
+    scenario = ""
+
+    def test_are_bounded_and_go_in_one_change(self):
+        self.mixd.stop()
+        with contextlib.closing(sqlite3.connect(self.mixd.store)) as store, store:
+            store.execute("WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 65534) "
+                          "INSERT INTO arp_static SELECT 1, 0, 0x0b000000 + i, x'020000000001', 0 FROM n")
+        self.mixd.start()
+        self.ok("add arp 172.16.0.1 02:00:00:00:00:23")
+        self.refused("add arp 172.16.0.2 02:00:00:00:00:23", "there are 65536 static ARP entries already")
+        self.ok("add arp 172.16.0.1 02:00:00:00:00:24")
+        self.assertEqual(self.json("show arp summary")[0]["static"], 65536)
+        self.ok("delete arp all")
+        self.assertEqual(self.json("show arp count"), [{"entries": 0}])
+        self.restart()
+        self.assertEqual(self.json("show arp count"), [{"entries": 0}])
+
+
 class StaticEntriesApplied(WithMixd):
     options = ["--apply"]
 
@@ -290,6 +311,36 @@ class StaticEntriesApplied(WithMixd):
         self.assertEqual(until(self.permanent, there)[0], there)
         self.assertEqual([row["kind"] for row in self.json("show arp")], ["static"])
         self.assert_agrees()
+
+    def test_follow_their_network_to_another_interface(self):
+        self.peer("v0", 9)
+        self.peer("v1", 8)
+        self.ok("add arp 10.9.0.50 02:00:00:00:00:50")
+        there = {("10.9.0.50", "v0"): ("02:00:00:00:00:50", "permanent")}
+        self.assertEqual(until(self.permanent, there)[0], there)
+        ip("addr del 10.9.0.1/24 dev v0")
+        self.assertEqual(until(self.permanent, {})[0], {}, "nothing is left where the network was")
+        ip("addr add 10.9.0.1/24 dev v1")
+        there = {("10.9.0.50", "v1"): ("02:00:00:00:00:50", "permanent")}
+        self.assertEqual(until(self.permanent, there)[0], there)
+        ip("addr del 10.9.0.1/24 dev v1")
+        self.assertEqual(until(self.permanent, {})[0], {})
+        self.ok("delete arp 10.9.0.50")
+        self.assert_agrees()
+
+    def test_are_what_they_were_when_a_change_can_not_be_stored(self):
+        self.peer()
+        self.ok("add arp 10.9.0.50 02:00:00:00:00:50")
+        there = {("10.9.0.50", "v0"): ("02:00:00:00:00:50", "permanent")}
+        self.assertEqual(until(self.permanent, there)[0], there)
+        with self.full_store():
+            self.refused("add arp 10.9.0.50 02:00:00:00:00:51", "no space left for the store")
+            self.refused("add arp 10.9.0.60 02:00:00:00:00:60", "no space left for the store")
+            self.refused("delete arp 10.9.0.50", "no space left for the store")
+            self.assertEqual(self.permanent(), there)
+            self.assertEqual([row["mac"] for row in self.json("show arp")], ["02:00:00:00:00:50"])
+        self.ok("delete arp 10.9.0.50")
+        self.assertEqual(self.permanent(), {})
 
     def test_are_written_again_after_a_restart(self):
         self.peer()

@@ -187,9 +187,42 @@ host = "server"
         self.assertEqual(self.shown("show dhcp-snooping bindings vlan 20"),
                          {("10.9.0.1", "02:aa:00:00:00:01"): "server"})
 
+    def test_filters_over_all_of_it_are_worked_at_in_turns(self):
+        self.assertEqual(self.json("clear dhcp-snooping vlan 11"), [{"cleared": 0}])
+        self.assertEqual(self.json("clear dhcp-snooping address 10.0.78.0"), [{"cleared": 1}])
+        self.assertEqual(self.json("show dhcp-snooping count vlan 10"), [{"bindings": 19999}])
+
     def test_static_bindings_are_not_cleared(self):
         self.assertEqual(self.json("clear dhcp-snooping"), [{"cleared": 20000}])
         self.assertEqual(set(self.shown()), {("10.9.0.1", "02:aa:00:00:00:01")})
+
+
+class ScenarioWithLeases(WithMixd):
+    def setUp(self):
+        self.scenario = """
+[dhcpsn]
+lease_file = "LEASES"
+[[dhcpsn.binding]]
+address = "10.9.0.1"
+mac = "02:aa:00:00:00:01"
+[[dhcpsn.binding]]
+address = "10.9.0.2"
+mac = "02:aa:00:00:00:02"
+static = true
+"""
+        super().setUp()
+
+    def more_options(self):
+        self.scenario = self.scenario.replace("LEASES", self.leases)
+        return []
+
+    def test_what_it_describes_is_not_released_by_the_lease_file(self):
+        described = {("10.9.0.1", "02:aa:00:00:00:01"): None, ("10.9.0.2", "02:aa:00:00:00:02"): None}
+        self.assert_shown(described)
+        self.write(lease(1), lease(2))
+        self.assert_shown({**described, key(1): None, key(2): None})
+        self.write(lease(2))
+        self.assert_shown({**described, key(2): None})
 
 
 if __name__ == "__main__":

@@ -114,6 +114,7 @@ class StaticEntries(WithMixd):
         self.assertEqual(self.shown("show mac kind static"), shown)
         self.ok("delete mac 02:00:00:00:00:50 interface br0")
         self.refused("delete mac 02:00:00:00:00:50 interface br0", "there is no such static MAC entry")
+        self.refused("delete mac 02:00:00:00:00:51 vlan 10 vsys 3", "there is no such static MAC entry")
         self.ok("delete mac 02:00:00:00:00:51 vlan 10")
         self.assert_agrees()
 
@@ -152,6 +153,7 @@ class StaticEntries(WithMixd):
     def test_vlans_with_bound_entries_are_found(self):
         self.assertEqual(self.json("show mac bound 1 to 4094"), [{"bound": False}])
         self.ok("add mac 02:00:00:00:00:51 port p1 vlan 10")
+        self.assertEqual(self.json("show mac bound-interface 1"), [{"bound": False}])
         for words, bound in {"10": True, "9": False, "11": False, "1 to 4094": True, "1 to 9": False,
                              "11 to 4094": False}.items():
             self.assertEqual(self.json(f"show mac bound {words}"), [{"bound": bound}], words)
@@ -173,6 +175,35 @@ class StaticEntriesApplied(WithMixd):
         self.ok("delete mac 02:00:00:00:00:50")
         self.assertNotIn(("02:00:00:00:00:50", "br0", None), kernel_view())
         self.assert_agrees()
+
+    def port_of(self, mac="02:00:00:00:00:50"):
+        return [port for (address, _, _), (port, _) in kernel_view().items() if address == mac]
+
+    def test_come_into_force_with_their_port_and_follow_it(self):
+        self.ok("add mac 02:00:00:00:00:50 port p0 interface br0")
+        self.bridge()
+        self.assertEqual(until(self.port_of, ["p0"])[0], ["p0"])
+        self.assert_agrees()
+        self.ok("add mac 02:00:00:00:00:50 port p1 interface br0")
+        self.assertEqual(self.port_of(), ["p1"])
+        ip("link set p1 nomaster")
+        self.assertEqual(until(self.port_of, [])[0], [])
+        ip("link set p1 master br0")
+        self.assertEqual(until(self.port_of, ["p1"])[0], ["p1"])
+        self.ok("delete mac 02:00:00:00:00:50")
+        self.assertEqual(self.port_of(), [])
+        self.assert_agrees()
+
+    def test_are_what_they_were_when_a_change_can_not_be_stored(self):
+        self.bridge()
+        self.ok("add mac 02:00:00:00:00:50 port p0 interface br0")
+        self.assertEqual(until(self.port_of, ["p0"])[0], ["p0"])
+        with self.full_store():
+            self.refused("add mac 02:00:00:00:00:50 port p1 interface br0", "no space left for the store")
+            self.refused("add mac 02:00:00:00:00:60 port p1 interface br0", "no space left for the store")
+            self.refused("delete mac 02:00:00:00:00:50", "no space left for the store")
+        self.assertEqual(self.port_of(), ["p0"])
+        self.assertEqual(self.port_of("02:00:00:00:00:60"), [])
 
 
 class Scenario(WithMixd):
@@ -212,6 +243,9 @@ kind = "local"
                          [{"entries": 100002, "static": 1, "dynamic": 100000, "local": 1}])
         self.assertEqual(self.json("show mac bound 20"), [{"bound": True}])
         self.assertEqual(self.json("show mac bound 10"), [{"bound": False}])
+        self.assertEqual(self.json("show mac bound-interface 1"), [{"bound": True}])
+        self.assertEqual(self.json("show mac bound-interface 1 port 3"), [{"bound": False}])
+        self.assertEqual(self.json("show mac bound-interface 1 port 2"), [{"bound": True}])
         self.assertEqual(self.json("clear mac"), [{"cleared": 100000}])
         self.assertEqual(self.json("show mac count"), [{"entries": 2}])
 

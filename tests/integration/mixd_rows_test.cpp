@@ -2,15 +2,12 @@
  * nobody should make. */
 #include <cerrno>
 
-#include "support/mixd_fixture.h"
+#include "support/raw_requests.h"
 
 using namespace mixtest;
 
 namespace
 {
-
-constexpr const char *main_daemon = "node0/0.0.sock";
-constexpr const char *inspection_daemon = "node0/0.1.sock";
 
 constexpr const char *scenario = R"(
 [[spoofing.arp]]
@@ -74,36 +71,9 @@ struct rows : mixd_test {
 
     raw_answer ask(const char *daemon, uint32_t type, const bytes &request)
     {
-        raw_client client;
-        if (!client.open(mixd, daemon))
-            return {};
-        return client.ask(type, request).value_or(raw_answer{});
+        return ask_once(mixd, daemon, type, request);
     }
 };
-
-/* A request of `size` zeros with these bytes at these places. */
-bytes request_of(size_t size, std::initializer_list<std::pair<size_t, uint8_t>> set = {})
-{
-    bytes made(size);
-    for (const auto &[at, value] : set)
-        made[at] = value;
-    return made;
-}
-
-bytes part(const bytes &of, size_t at, size_t size)
-{
-    if (at + size > of.size())
-        return {};
-    return {of.begin() + static_cast<ptrdiff_t>(at), of.begin() + static_cast<ptrdiff_t>(at + size)};
-}
-
-std::string text_at(const bytes &of, size_t at)
-{
-    std::string text;
-    while (at < of.size() && of[at] != 0)
-        text += static_cast<char>(of[at++]);
-    return text;
-}
 
 const bytes station = {2, 0, 0, 0, 0, 1};
 const bytes counts = {1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0, 0, 4, 0, 0, 0};
@@ -196,14 +166,6 @@ TEST_F(rows, of_behaviour_profiles)
 }
 
 /* --- requests that are refused */
-
-struct bad_request {
-    const char *name;
-    const char *daemon;
-    uint32_t type;
-    bytes request;
-    int32_t status;
-};
 
 class refused_request : public rows, public testing::WithParamInterface<bad_request>
 {

@@ -91,6 +91,15 @@ class Applied(WithMixd):
         self.assertEqual(shown, kernel)
 
 
+    def test_static_neighbours_are_what_they_were_when_a_change_can_not_be_stored(self):
+        self.peer()
+        self.assert_agrees()
+        with self.full_store():
+            self.ok("set nd static")
+            self.assertEqual(self.shown("show nd static"), {})
+        self.assertNotIn("permanent", {entry[1] for entry in kernel_view().values()})
+
+
 class Scenario(WithMixd):
     scenario = """
 [[network.interface]]

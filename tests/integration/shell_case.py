@@ -1,6 +1,8 @@
 """A test with a mixd to itself, asked through the shell."""
 
+import contextlib
 import json
+import resource
 import unittest
 
 from mixd import Mixd, mixsh
@@ -38,6 +40,16 @@ class ShellCase(unittest.TestCase):
         """As after a power cut."""
         self.mixd.kill()
         self.mixd.start()
+
+    @contextlib.contextmanager
+    def full_store(self):
+        """Within it, no file of mixd's grows: the store's log can't, so no change can be kept."""
+        pid = self.mixd.process.pid
+        resource.prlimit(pid, resource.RLIMIT_FSIZE, (0, resource.RLIM_INFINITY))
+        try:
+            yield
+        finally:
+            resource.prlimit(pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
 
     def slowest(self, message_type):
         """Microseconds that the longest request of a type took."""
