@@ -30,6 +30,11 @@ target_include_directories(mix_core_settings INTERFACE ${PROJECT_SOURCE_DIR} ${P
 target_compile_options(mix_core_settings INTERFACE -fvisibility=hidden
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility-inlines-hidden>)
 
+if(MIX_COVERAGE)
+    target_compile_options(mix_core_settings INTERFACE --coverage)
+    target_link_options(mix_settings INTERFACE --coverage)
+endif()
+
 # mix_objects(FOLDER SOURCE...): the object library mix_FOLDER, one per folder of src/. libmix.so is their sum;
 # tests of internals link the object library of the folder they look into.
 function(mix_objects folder)
