@@ -75,24 +75,18 @@ verdict pass_dot(const char *dot, int &dots)
 
 /* An IPv6 word in progress. */
 struct ipv6_word {
-    const char *at;       /* where the next group starts */
-    int groups = 0;       /* in a prefix: tokens, dotted octets too */
-    int colons = 0;       /* single ones, and two for a "::" inside the word */
+    const char *at; /* where the next group starts */
+    int colons = 0; /* single ones, and two for a "::" inside the word: one less than there are groups */
     bool doubled = false; /* a "::" was seen */
+    int tokens = 0;       /* of a prefix: groups and dotted octets */
 };
 
-constexpr int most_groups = 8;
 constexpr int most_tokens = 11; /* seven groups and a dotted quad */
 constexpr int most_colons = 7;
 constexpr int longest_group = 4;
 
 /* --- IPv6 address
  * ------------------------------------------------------------------------------------------- */
-
-bool is_over(const ipv6_word &word)
-{
-    return word.groups > most_groups || word.colons > most_colons;
-}
 
 verdict leading_colons(ipv6_word &word)
 {
@@ -105,7 +99,7 @@ verdict leading_colons(ipv6_word &word)
         return MATCH_NONE;
     if (at[2] == '\0')
         return MATCH_COMPLETE;
-    word = {at + 2, 1, 1, true};
+    word = {at + 2, 1, true};
     return {};
 }
 
@@ -129,9 +123,9 @@ verdict double_colon(ipv6_word &word, const char *colon)
     if (word.colons + 1 > most_colons || word.doubled || colon[2] == ':')
         return MATCH_NONE;
     if (colon[2] == '\0')
-        return word.groups < most_groups ? MATCH_COMPLETE : MATCH_NONE;
-    word = {colon + 2, word.groups + 1, word.colons + 2, true};
-    return is_over(word) ? verdict(MATCH_NONE) : verdict();
+        return MATCH_COMPLETE;
+    word = {colon + 2, word.colons + 2, true};
+    return word.colons > most_colons ? verdict(MATCH_NONE) : verdict();
 }
 
 verdict single_colon(ipv6_word &word, const char *colon)
@@ -151,8 +145,7 @@ verdict group_and_colon(ipv6_word &word)
     const char *end = group_end(word.at);
     if (end == nullptr)
         return MATCH_COMPLETE;
-    word.groups++;
-    if (end - word.at > longest_group || is_over(word))
+    if (end - word.at > longest_group)
         return MATCH_NONE;
     if (*end == '\0')
         return MATCH_COMPLETE;
@@ -161,11 +154,6 @@ verdict group_and_colon(ipv6_word &word)
 
 /* --- IPv6 prefix
  * -------------------------------------------------------------------------------------------- */
-
-bool is_prefix_over(const ipv6_word &word)
-{
-    return word.groups > most_tokens || word.colons > most_colons;
-}
 
 mix_match ipv6_length_match(const char *slash)
 {
@@ -185,7 +173,7 @@ verdict prefix_leading_colons(ipv6_word &word)
         return ipv6_length_match(at + 2);
     if (at[2] == '\0')
         return MATCH_INCOMPLETE;
-    word = {at + 2, 1, 1, true};
+    word = {at + 2, 1, true, 1};
     return {};
 }
 
@@ -193,8 +181,8 @@ verdict prefix_double_colon(ipv6_word &word, const char *colon)
 {
     if (word.doubled || colon[2] == ':')
         return MATCH_NONE;
-    word.groups++;
-    if (word.groups > most_tokens)
+    word.tokens++;
+    if (word.tokens > most_tokens)
         return MATCH_NONE;
     if (colon[2] == '\0')
         return MATCH_INCOMPLETE; /* whatever the colons: only what follows them makes them too many */
@@ -225,8 +213,8 @@ verdict prefix_colon(ipv6_word &word, const char *colon)
 verdict token_and_stop(ipv6_word &word)
 {
     const char *end = word.at + std::strcspn(word.at, ":./");
-    word.groups++;
-    if (end - word.at > longest_group || is_prefix_over(word))
+    word.tokens++;
+    if (end - word.at > longest_group || word.tokens > most_tokens)
         return MATCH_NONE;
     switch (*end) {
     case ':':

