@@ -114,8 +114,7 @@ app_entry *user_defined(int type)
 
 int tq_app_table_create() noexcept
 {
-    if (tq_app_table_init() == 0)
-        return -1;
+    tq_app_table_init();
     app_entry *all = app::entries();
     if (all == nullptr)
         return -1;
