@@ -164,8 +164,7 @@ outcome transact(const exchange &what, uint32_t destination, const void *request
         result.at = stage::refused;
     else if (is_length_wrong(what, result.length, capacity))
         result.at = stage::bad_length;
-    if (!result.ok())
-        report(what.say, result, print);
+    report(what.say, result, print);
     return result;
 }
 

@@ -56,8 +56,7 @@ static outcome check_page(const listing &what, const reply_view &page, outcome r
         result.at = stage::bad_length;
     else if (what.page == page_rule::exact ? result.length != needed : result.length < needed)
         result.at = stage::bad_count;
-    if (!result.ok())
-        report(what.ask.say, result, print, static_cast<uint32_t>(needed));
+    report(what.ask.say, result, print, static_cast<uint32_t>(needed));
     return result;
 }
 
@@ -85,16 +84,15 @@ static bool is_last_page(const listing &what, const listing_call &call, const re
 listing_result page_through(const listing &what, const listing_call &call, buffers &owned)
 {
     using ending = listing_result::ending;
-    uint8_t *into = what.ask.reply_in_request ? owned.request : owned.reply;
     const bool forced = call.filtered && what.filtered_maximum != 0;
     row_budget budget(what.budget, forced ? what.filtered_maximum : call.maximum);
     listing_result result{.cursor = call.start_cursor};
     for (;;) {
         put(owned.request, what.request_budget, budget.left());
         put(owned.request, what.request_cursor, result.cursor);
-        outcome got = transact(what.ask, owned.destination, owned.request, what.ask.request_size, into,
+        outcome got = transact(what.ask, owned.destination, owned.request, what.ask.request_size, owned.reply,
                                what.ask.reply_capacity, call.print);
-        const reply_view page(into, std::min(got.length, what.ask.reply_capacity));
+        const reply_view page(owned.reply, std::min(got.length, what.ask.reply_capacity));
         if (got.ok())
             got = check_page(what, page, got, call.print);
         if (!got.ok()) {

@@ -21,7 +21,7 @@ enum class page_rule : uint8_t {
 };
 
 struct listing {
-    exchange ask = {}; /* its length rule is not used: a page has its own */
+    exchange ask = {}; /* with a reply buffer of its own; its length rule is not used: a page has its own */
 
     /* Fields of the request that change from page to page. */
     field request_cursor = {};
