@@ -90,7 +90,6 @@ struct vector_filter {
 
 /* Vector units. The best one is asked of the processor at first use; tests choose. */
 enum class vector_unit : int { unknown, none, ssse3, avx2, neon };
-vector_unit best_vector_unit();
 bool has_vector_unit(vector_unit unit);
 void use_vector_unit(vector_unit unit); /* unknown: ask the processor again */
 vector_unit vector_unit_in_use();

@@ -39,7 +39,7 @@ inline const uint8_t *bytes_of(const tqac_pattern *pattern)
  */
 inline bool has_column_256(const tqac_matcher *matcher)
 {
-    return matcher->charset > 256 && matcher->input_map[255] == 255;
+    return matcher->charset > 256;
 }
 
 /* The column of a byte that is in the map. */

@@ -184,15 +184,18 @@ void walk_chains(const search &in, int at, ptrdiff_t length, uint32_t row, uint3
 
 using chain_walker = void (*)(const search &, int, ptrdiff_t, uint32_t, uint32_t *);
 
+/* A row has two columns at least, with a spare one three; it has 257 at most, so that one of 512 has one to
+ * spare. */
 template <class Cell, bool Spare>
 chain_walker walker_for(unsigned shift)
 {
-    static constexpr chain_walker walkers[] = {walk_chains<Cell, 0, Spare>, walk_chains<Cell, 1, Spare>,
-                                               walk_chains<Cell, 2, Spare>, walk_chains<Cell, 3, Spare>,
-                                               walk_chains<Cell, 4, Spare>, walk_chains<Cell, 5, Spare>,
-                                               walk_chains<Cell, 6, Spare>, walk_chains<Cell, 7, Spare>,
-                                               walk_chains<Cell, 8, Spare>, walk_chains<Cell, 9, Spare>};
-    return walkers[shift];
+    constexpr unsigned least = Spare ? 2 : 1;
+    static constexpr chain_walker walkers[] = {
+        walk_chains<Cell, least, Spare>,     walk_chains<Cell, least + 1, Spare>,
+        walk_chains<Cell, least + 2, Spare>, walk_chains<Cell, least + 3, Spare>,
+        walk_chains<Cell, least + 4, Spare>, walk_chains<Cell, least + 5, Spare>,
+        walk_chains<Cell, least + 6, Spare>, walk_chains<Cell, least + 7, Spare>};
+    return walkers[shift - least];
 }
 
 /* For each sub-block, the places in it whose row has matches, in order. */
@@ -265,7 +268,7 @@ void run_chains(const search &in, position &now, int end)
                                                 : walker_for<cell_type, false>(in.matcher->charset_shift);
     block_rows rows;
     block_hits hits;
-    while (!now.stopped) {
+    for (;;) {
         const int length = std::min(sub_block, (end - now.at) / chain_count);
         if (length < std::max(least_sub_block, fast.longest))
             break;
@@ -301,10 +304,8 @@ void run_from(const search &in, position &run, int place, int end, int64_t &cost
         scan_plain<Shape>(in, run, std::min(place + 1, end));
     }
     const int before = run.at;
-    if (!run.stopped) {
-        no_markup tags;
-        scan<Shape, true>(in, run, std::min(place + fast_of(in.matcher)->longest, end), tags);
-    }
+    no_markup tags;
+    scan<Shape, true>(in, run, std::min(place + fast_of(in.matcher)->longest, end), tags);
     cost += step_cost * (run.at - before + 2);
 }
 
@@ -316,8 +317,7 @@ void settle(const search &in, position &now, int end)
     while (last >= now.at && in.matcher->input_map[in.text[last]] == 0)
         --last;
     const uint32_t first_row = now.row;
-    if (end > now.at)
-        now.row = 0;
+    now.row = 0;
     if (last >= now.at) {
         const int from = std::max(now.at, last + 1 - fast_of(in.matcher)->longest);
         uint32_t row = from == now.at ? first_row : 0;

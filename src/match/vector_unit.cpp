@@ -327,11 +327,6 @@ int find_substring_short(const uint8_t *text, int length, const needle &sought)
 
 } // namespace
 
-vector_unit best_vector_unit()
-{
-    return ask_processor();
-}
-
 bool has_vector_unit(vector_unit unit)
 {
     const vector_unit best = ask_processor();

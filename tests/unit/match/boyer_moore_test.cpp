@@ -128,6 +128,7 @@ TEST(bm_substring, is_the_suffix_test)
     EXPECT_EQ(bm_substring("abcab", 2, -1, 3), 1) << "runs off the start";
     EXPECT_EQ(bm_substring("abcab", 2, 1, 3), 0);
     EXPECT_EQ(bm_substring("aaaa", 3, 2, 1), 0);
+    EXPECT_EQ(bm_substring("aaaa", 0, 1, 1), 1) << "nothing stands before the first";
 }
 
 struct proc_case {
@@ -156,6 +157,15 @@ TEST(bm_match_proc, is_minus_one_for_missing_arguments)
     EXPECT_EQ(bm_match_proc(nullptr, 3, &state), -1);
     EXPECT_EQ(bm_match_proc("abc", 0, &state), -1);
     EXPECT_EQ(bm_match_proc("abc", 3, nullptr), -1);
+}
+
+TEST(bm_match_proc, refuses_a_state_whose_pattern_would_be_longer_than_any)
+{
+    bm_state state = state_of(std::string(33, 'a'));
+    const std::string text(40, 'a');
+    EXPECT_EQ(bm_match_proc(text.data(), 40, &state), 0);
+    state.length = 34;
+    EXPECT_EQ(bm_match_proc(text.data(), 40, &state), -1);
 }
 
 TEST(bm_match_proc, finds_the_last_place_of_the_longest_text_and_ends_there)

@@ -350,6 +350,57 @@ TEST_F(compile, after_a_failure_succeeds_but_the_error_stays_and_nothing_is_foun
     EXPECT_EQ(result.state, 1234u) << "untouched";
 }
 
+TEST_F(compile, has_the_code_of_a_missing_table_where_the_match_lists_are_gone)
+{
+    static tqac_matcher *victim;
+    static tqac_pattern **lists;
+    const auto release = [](void *block) {
+        if (victim != nullptr && block == victim->fail)
+            lists = std::exchange(victim->match_lists, nullptr);
+        return tracked_memory::release(block);
+    };
+    victim = tqac_new(tracked_memory::allocate, release, 0);
+    add_all(victim, example);
+    EXPECT_EQ(tqac_compile(victim), -1);
+    EXPECT_EQ(victim->error, -7);
+    victim->match_lists = lists;
+    tqac_free(std::exchange(victim, nullptr));
+}
+
+/* A transition that the memory function of the caller spoils when the trie stands. */
+struct spoilt_case {
+    const char *name;
+    char of;            /* the byte whose transition from the root is spoilt; 0: that of state 1 */
+    uint32_t next;      /* what is put there */
+    uint32_t after_sh;  /* where the automaton then goes from state 1 (of "s") on 'h' */
+    uint32_t after_s_s; /* and on 's' */
+};
+struct spoilt : compile, testing::WithParamInterface<spoilt_case> {
+};
+
+TEST_P(spoilt, transitions_are_as_none)
+{
+    matcher_pointer made = new_matcher();
+    add_all(made.get(), {{"he", false, 1}, {"she", false, 2}}); /* she 1 2 3, he 4 5 */
+    memory().on_allocation = [&](int64_t size) {
+        if (size != 6 * 4)
+            return; /* not the failure states */
+        const uint32_t key = GetParam().of != 0 ? static_cast<uint8_t>(GetParam().of) : 'h';
+        trans_node *node = made->trans_lists[GetParam().of != 0 ? 0 : 1];
+        while (node->key != key)
+            node = node->link;
+        node->next = GetParam().next;
+    };
+    ASSERT_EQ(tqac_compile(made.get()), 0);
+    EXPECT_EQ(cell(made.get(), 1, made->input_map['h']), GetParam().after_sh);
+    EXPECT_EQ(cell(made.get(), 1, made->input_map['s']), GetParam().after_s_s);
+}
+INSTANTIATE_TEST_SUITE_P(all, spoilt,
+                         testing::Values(spoilt_case{"to_nowhere", 'h', 0xFFFFFFFF, 2, 1},
+                                         spoilt_case{"to_the_root", 's', 0, 2, 0},
+                                         spoilt_case{"of_a_child_to_nowhere", 0, 0xFFFFFFFF, 4, 1}),
+                         [](const auto &one) { return one.param.name; });
+
 TEST_F(compile, putstate_overwrites_a_transition_or_makes_one_at_the_head)
 {
     matcher_pointer made = new_matcher();

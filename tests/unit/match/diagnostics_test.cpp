@@ -183,6 +183,13 @@ TEST_F(diagnostics, density_is_transitions_in_a_hundred_cells)
     EXPECT_NE(printed.find("State Density    : 30.0%\n"), std::string::npos);
 }
 
+TEST_F(diagnostics, density_without_cells_is_0)
+{
+    matcher_pointer made = new_matcher();
+    tqac_dump(made.get(), 0, collect_print);
+    EXPECT_NE(printed.find("State Density    : 0.0%\n"), std::string::npos);
+}
+
 /* A matcher of one state whose only match entry brings the figure to a total. */
 std::string memory_line(int64_t total, bool info)
 {

@@ -379,6 +379,15 @@ TEST_F(find, does_not_look_at_the_error_code)
     EXPECT_EQ(tqac_find(made.get(), collect_print, "he", 2), 1);
 }
 
+TEST_F(find, needs_the_table_and_the_match_lists)
+{
+    matcher_pointer made = compiled(example);
+    tqac_pattern **const lists = std::exchange(made->match_lists, nullptr);
+    EXPECT_EQ(tqac_find(made.get(), collect_print, "he", 2), 0);
+    made->match_lists = lists;
+    EXPECT_EQ(tqac_find(made.get(), nullptr, "he", 2), 1);
+}
+
 TEST_F(find, stops_for_an_empty_pattern_after_a_mapped_byte_only)
 {
     matcher_pointer made = compiled({{"", false, 1}, {"ab", false, 2}});

@@ -50,6 +50,9 @@ struct fast : matcher_test, testing::WithParamInterface<fast_case> {
                 bytes.replace(0, shortest, made[random.below(static_cast<uint32_t>(i))].bytes, 0, shortest);
             made.push_back({bytes, nocase, i + 1});
         }
+        /* More letters than there are bytes: every byte stands in some pattern. */
+        for (size_t at = 0; letters.size() == 256 && GetParam().letters > 256 && at < 256; at += 8)
+            made.push_back({letters.substr(at, 8), how == casing::insensitive, count + at});
         return made;
     }
 
@@ -138,6 +141,7 @@ std::vector<fast_case> fast_table()
         {"many", 1600, 2, 12, 26, 80},       {"short", 30, 1, 6, 20, 90},
         {"single_bytes", 3, 1, 1, 3, 50},    {"long", 5, 100, 128, 30, 95},
         {"too_long", 3, 4, 200, 30, 95},     {"all_bytes", 60, 3, 20, 256, 70},
+        {"column_256", 10, 3, 9, 257, 97},   {"many_states", 640, 120, 128, 4, 95},
     };
     std::vector<fast_case> table;
     uint32_t seed = 5000;
@@ -172,6 +176,78 @@ TEST_F(fast_alone, finds_matches_around_every_border_of_sub_blocks)
             ASSERT_EQ(result.matches, (std::vector<match>{{3, static_cast<int>(at), 16}}))
                 << length << " " << at;
         }
+    }
+}
+
+/* The width of a row follows from how many bytes occur in patterns; whether it has a column to spare, too. */
+struct row_widths : matcher_test, testing::WithParamInterface<std::tuple<size_t, bool>> {
+    const size_t letters = std::get<0>(GetParam());
+    const bool nocase = std::get<1>(GetParam());
+
+    /* That many bytes of which none is another one in lower case, as far as there are as many. */
+    [[nodiscard]] std::string alphabet() const
+    {
+        std::string upper_first, lower;
+        for (int byte = 255; byte >= 0; --byte)
+            (byte >= 'a' && byte <= 'z' ? lower : upper_first) += static_cast<char>(byte);
+        return (upper_first + lower).substr(0, letters);
+    }
+
+    static void add(tqac_matcher *matcher, const std::string &all, bool nocase)
+    {
+        pattern_set set = {{all.substr(0, 2), nocase, 1}};
+        for (size_t at = 0; at < all.size(); at += 5)
+            set.push_back({all.substr(at, 5), nocase, at + 2});
+        add_all(matcher, set);
+    }
+};
+
+TEST_P(row_widths, give_the_plain_loops_result)
+{
+    const std::string all = alphabet();
+    matcher_pointer made = new_matcher();
+    if (nocase && letters > 230) {
+        /* No set that ignores case has so many; a matcher keeps the bytes of the set it had before. */
+        add(made.get(), all, false);
+        ASSERT_EQ(tqac_compile(made.get()), 0);
+        tqac_clear(made.get());
+    }
+    add(made.get(), all, nocase);
+    ASSERT_EQ(tqac_compile(made.get()), 0);
+    ASSERT_EQ(made->real_charset, letters + 1);
+    ASSERT_EQ(made->state_size, nocase ? 2 : 4);
+    random_source random(static_cast<uint32_t>(letters));
+    for (size_t length : {size_t{300}, size_t{3500}}) {
+        std::string text;
+        while (text.size() < length) {
+            const size_t at = random.below(static_cast<uint32_t>(all.size()));
+            text += random.below(8) ? all.substr(at, 1 + random.below(6))
+                                    : std::string(1, static_cast<char>(random.below(256)));
+        }
+        std::replace(text.begin(), text.end(), '<', '=');
+        scan_result from;
+        from.state = 1;
+        EXPECT_EQ(library_scan(made.get(), text, from), library_scan(made.get(), text, from, true));
+    }
+}
+INSTANTIATE_TEST_SUITE_P(all, row_widths,
+                         testing::Combine(testing::Values(1, 2, 3, 4, 7, 8, 15, 16, 31, 32, 63, 64, 127, 128,
+                                                          255, 256),
+                                          testing::Bool()),
+                         [](const auto &one) {
+                             return std::to_string(std::get<0>(one.param)) +
+                                    (std::get<1>(one.param) ? "_nocase" : "");
+                         });
+
+TEST_F(fast_alone, comes_to_an_end_a_few_bytes_behind_the_chains)
+{
+    random_source random(9);
+    const pattern_set set = {{"abab", false, 1}, {"baba", false, 2}, {"aaaa", false, 3}, {"bbbb", false, 4}};
+    matcher_pointer made = compiled(set);
+    const std::string text = random.text(17600, "ab");
+    for (size_t length = 16384; length < text.size(); length += 23) {
+        const std::string part = text.substr(0, length);
+        ASSERT_EQ(library_scan(made.get(), part, {}), library_scan(made.get(), part, {}, true)) << length;
     }
 }
 
