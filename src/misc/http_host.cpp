@@ -1,11 +1,12 @@
 #include <libmix/http_host.h>
 
 #include <initializer_list>
+#include <optional>
 
 namespace
 {
 
-enum class state : uint8_t { literal, name, after_literal, port, spaces, tail, invalid };
+enum class state : uint8_t { literal, name, after_literal, port, spaces, tail };
 
 constexpr bool is_digit(char c)
 {
@@ -34,7 +35,7 @@ constexpr bool is_literal_byte(char c)
 }
 
 /* The byte that ends the host, or follows the closing bracket. */
-constexpr state after_host(char c)
+constexpr std::optional<state> after_host(char c)
 {
     switch (c) {
     case '/':
@@ -44,17 +45,18 @@ constexpr state after_host(char c)
     case ' ':
         return state::spaces;
     default:
-        return state::invalid;
+        return {};
     }
 }
 
-constexpr state step(state now, char c)
+/* Where a byte leads; nowhere: it may not stand there. */
+constexpr std::optional<state> step(state now, char c)
 {
     switch (now) {
     case state::literal:
         if (c == ']')
             return state::after_literal;
-        return is_literal_byte(c) ? state::literal : state::invalid;
+        return is_literal_byte(c) ? std::optional(state::literal) : std::nullopt;
     case state::name:
         return is_name_byte(c) ? state::name : after_host(c);
     case state::after_literal:
@@ -62,17 +64,17 @@ constexpr state step(state now, char c)
     case state::port:
         if (is_digit(c))
             return state::port;
-        return c == ' ' || c == '/' ? after_host(c) : state::invalid;
+        return c == ' ' || c == '/' ? after_host(c) : std::nullopt;
     case state::spaces:
         if (c == ' ')
             return state::spaces;
-        return c == '\r' || c == '\n' || c == 'H' ? state::tail : state::invalid;
+        return c == '\r' || c == '\n' || c == 'H' ? std::optional(state::tail) : std::nullopt;
     case state::tail:
-        return c == '\n' ? state::tail : state::invalid;
-    case state::invalid:
+        if (c == '\n')
+            return state::tail;
         break;
     }
-    return state::invalid;
+    return {};
 }
 
 } // namespace
@@ -83,7 +85,11 @@ int check_http_host(const char *buf, uint32_t len) noexcept
         return -1;
     const bool bracket = buf[0] == '[';
     state now = bracket ? state::literal : state::name;
-    for (uint32_t i = bracket ? 1 : 0; i < len && now != state::invalid; i++)
-        now = step(now, buf[i]);
-    return now == state::invalid ? -1 : 0;
+    for (uint32_t i = bracket ? 1 : 0; i < len; i++) {
+        const auto next = step(now, buf[i]);
+        if (!next)
+            return -1;
+        now = *next;
+    }
+    return 0;
 }

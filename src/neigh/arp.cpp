@@ -142,7 +142,7 @@ void select_joined(wire::arp_mac_request &request, wire::arp_subcommand what, co
 
 uint8_t hex_value(char digit)
 {
-    if (digit >= '0' && digit <= '9')
+    if (digit <= '9')
         return static_cast<uint8_t>(digit - '0');
     return static_cast<uint8_t>((digit | 0x20) - 'a' + 10);
 }
