@@ -30,6 +30,10 @@ struct general_heap {
     uint32_t library_requests = 0;
     uint32_t failing_library_request = 0; /* the n-th fails; 0: none */
     bool seen = false;
+
+    /* Behind the next request of this size another thread seems to run; 0: none. */
+    size_t interrupted_size = 0;
+    void (*interruption)() = nullptr; /* what it does */
 };
 inline constinit general_heap heap;
 
@@ -80,6 +84,10 @@ void *malloc(size_t size) noexcept
     if (size != 0 && size == heap.watched_size) {
         heap.watched = block;
         heap.watched_size = 0;
+    }
+    if (size != 0 && size == heap.interrupted_size) {
+        heap.interrupted_size = 0;
+        heap.interruption();
     }
     return block;
 }

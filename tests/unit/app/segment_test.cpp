@@ -1,5 +1,6 @@
 #include "catalogue_test.h"
 
+#include <chrono>
 #include <pthread.h>
 #include <thread>
 
@@ -48,6 +49,11 @@ TEST_F(attaching, happens_once)
 
 TEST_F(attaching, happens_once_for_threads_that_start_together)
 {
+    platform().shared_memory = [](const char *name, size_t size) {
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(50)); /* so that all have come when one is through */
+        return map_shared(name, size);
+    };
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; i++)
         threads.emplace_back(tq_app_table_init);

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "support/end_process.h"
 #include "support/general_heap.h"
 #include "unit/sys/sys_cases.h"
 
@@ -220,7 +221,7 @@ struct issu_error_text_death : platform_test {
 
 TEST_F(issu_error_text_death, is_null_in_letters_until_there_was_an_error)
 {
-    EXPECT_EXIT(std::_Exit(std::strcmp(issu_err_str_get(), "null") == 0 ? 0 : 1), testing::ExitedWithCode(0),
+    EXPECT_EXIT(end_process(std::strcmp(issu_err_str_get(), "null") == 0 ? 0 : 1), testing::ExitedWithCode(0),
                 "");
 }
 
@@ -235,7 +236,18 @@ TEST_F(issu_error_text_death, stays_null_in_letters_while_its_memory_cannot_be_h
         set_err_str("%s", "kept");
         return nothing_stored && std::strcmp(issu_err_str_get(), "kept") == 0;
     };
-    EXPECT_EXIT(std::_Exit(try_twice() ? 0 : 1), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(end_process(try_twice() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(issu_error_text_death, keeps_the_buffer_of_the_first_of_two_that_store_at_once)
+{
+    const auto second_comes_first = [] {
+        heap.interrupted_size = heap.watched_size = 256;
+        heap.interruption = [] { set_err_str("%s", "of another thread"); };
+        set_err_str("%s", "of this one");
+        return std::strcmp(issu_err_str_get(), "of this one") == 0 && heap.freed == 1;
+    };
+    EXPECT_EXIT(end_process(second_comes_first() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 #endif
 
