@@ -37,11 +37,10 @@ struct board {
     bool is_this = false; /* the board that mixd itself runs on: also reached as node 0 */
 };
 
-/* Never empty: without boards in the scenario there is this board alone, in slot 0, reached as node 0 only.
- */
+/* Never empty: without boards in the scenario there is this board alone, in slot 0. */
 struct board_model {
     std::vector<board> boards;
-    bool chassis = false; /* boards were declared: each is reached by its own node as well */
+    bool chassis = false; /* boards were declared */
 
     [[nodiscard]] const board &here() const;
     [[nodiscard]] const board *in_slot(uint32_t slot) const; /* NULL: no board there */

@@ -10,6 +10,9 @@
  *     card_type = 0x1052200
  *     boot_ms = 3000        # comes up after that time
  *     cpu_busy = 35         # percent
+ *
+ * What is changed while mixd runs (a card stopped, detached or cleared, what counts as used memory) is kept
+ * in the store.
  */
 #include <cerrno>
 #include <chrono>
@@ -17,6 +20,7 @@
 
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/host_figures.h"
+#include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 
@@ -29,7 +33,22 @@ namespace
 using namespace mix::wire;
 using clock = std::chrono::steady_clock;
 
+constexpr const char *migrations[] = {
+    MIXD_KEPT_ROWS_TABLE("chassis_card"),
+};
 constexpr uint32_t default_card_type = 0x1052200;
+constexpr uint32_t no_fixed_state = UINT32_MAX;
+
+/* What is changed of a card, as the store has it. */
+struct card_setting {
+    uint32_t slot = 0;
+    uint32_t configured = 1; /* 0: its slot's configuration was cleared, or it was detached */
+    uint32_t fixed_state = no_fixed_state;
+    uint32_t memory_mode = mem_without_caches;
+};
+struct slot_of {
+    uint32_t operator()(const card_setting &one) const { return one.slot; }
+};
 
 /* One card of the chassis. */
 struct card {
@@ -37,19 +56,18 @@ struct card {
     uint32_t type = default_card_type;
     uint32_t role = slot_role_counted;
     uint32_t kind = 0;
-    std::string serial;
+    std::string serial, part_number, revision;
+    uint32_t made = 0;
     std::chrono::milliseconds boot{0};
-    std::optional<uint32_t> fixed_state;
     std::optional<uint32_t> busy;
     std::optional<int16_t> temperature;
     std::optional<uint64_t> memory_kib;
     clock::time_point since = clock::now();
-    bool configured = true; /* false: its slot's configuration was cleared, or it was detached */
 
-    [[nodiscard]] uint32_t state() const
+    [[nodiscard]] uint32_t state(const card_setting &setting) const
     {
-        if (fixed_state)
-            return *fixed_state;
+        if (setting.fixed_state != no_fixed_state)
+            return setting.fixed_state;
         const auto age = clock::now() - since;
         if (age >= boot)
             return slot_online;
@@ -61,15 +79,24 @@ class chassis : public service
 {
   public:
     explicit chassis(setup &with);
+    void begin() override { settings_.begin(!options_.host); }
 
   private:
     void read_cards(setup &with);
     void read_slot(scenario_table &row, const board_model &boards);
+    void read_bypass(scenario_table &row);
     card *in_slot(uint32_t slot);
+    [[nodiscard]] card_setting setting_of(uint32_t slot) const;
+    [[nodiscard]] uint32_t state_of(const card &one) const { return one.state(setting_of(one.at->slot)); }
+    void keep(const card_setting &);
 
     int32_t show_slots(const request &, reply &);
     int32_t answer_query(const request &, reply &);
     int32_t show_cpu(card &, uint32_t subtype, reply &);
+    int32_t show_cpu_record(card &, uint32_t subtype, reply &);
+    int32_t show_each_cpu(const card &, reply &);
+    int32_t show_processes(uint32_t subtype, reply &) const;
+    int32_t show_bypass(uint32_t which, reply &) const;
     int32_t show_memory(const card &, reply &) const;
     int32_t show_temperature(const request &, reply &);
     int32_t show_storage(const std::string &path, reply &) const;
@@ -79,15 +106,18 @@ class chassis : public service
     int32_t notice_card(const request &, reply &);
     int32_t show_pool(const request &, reply &) const;
 
+    store &store_;
     const options &options_;
     std::map<uint32_t, card> cards_; /* by slot */
     host_processors processors_;
-    uint32_t memory_mode_ = mem_without_caches;
+    kept_rows<card_setting, slot_of> settings_;
     storage_figures flash_{};
+    std::map<uint32_t, bool> bypasses_; /* on or off */
     std::map<uint32_t, std::array<uint32_t, 4>> pools_;
 };
 
-chassis::chassis(setup &with) : options_(with.settings())
+chassis::chassis(setup &with)
+    : store_(with.state()), options_(with.settings()), settings_(store_, "chassis_card")
 {
     read_cards(with);
     const auto on_boards = [&](uint32_t type, int32_t (chassis::*call)(const request &, reply &)) {
@@ -119,6 +149,8 @@ void chassis::read_cards(setup &with)
     scenario_table table = with.scenario("chassis");
     for (scenario_table &row : table.rows("slot"))
         read_slot(row, boards);
+    for (scenario_table &row : table.rows("bypass"))
+        read_bypass(row);
     for (scenario_table &row : table.rows("pool")) {
         const auto pool = static_cast<uint32_t>(row.required_number("pool", 0, 255));
         const auto total = static_cast<uint32_t>(row.required_number("total", 0, UINT32_MAX));
@@ -140,15 +172,44 @@ void chassis::read_slot(scenario_table &row, const board_model &boards)
     one.role = static_cast<uint32_t>(row.number("role", slot_role_counted, 0, UINT32_MAX));
     one.kind = static_cast<uint32_t>(row.number("module_kind", one.kind, 0, UINT32_MAX));
     one.serial = row.text("serial", one.serial, 31);
+    one.part_number = row.text("part_number", "", 33);
+    one.revision = row.text("revision", "", 15);
+    one.made = static_cast<uint32_t>(row.number("made", 0, 0, UINT32_MAX));
     one.boot = std::chrono::milliseconds(row.number("boot_ms", 0, 0, 3600 * 1000));
+    card_setting setting{slot};
     if (const auto state = row.number("state", 0, 43))
-        one.fixed_state = static_cast<uint32_t>(*state);
+        setting.fixed_state = static_cast<uint32_t>(*state);
+    settings_.describe(row, setting);
     if (const auto busy = row.number("cpu_busy", 0, 100))
         one.busy = static_cast<uint32_t>(*busy);
     const auto temperature = static_cast<int16_t>(row.signed_number("temperature", 0, -273, 1000));
     if (row.has("temperature"))
         one.temperature = temperature;
     one.memory_kib = row.number("memory_kib", 1, UINT64_MAX / 200);
+}
+
+/* The request for a bypass has its number where the other queries have their sub-type. */
+void chassis::read_bypass(scenario_table &row)
+{
+    constexpr uint32_t last_subtype = chassis_cpu_temp;
+    const auto which = static_cast<uint32_t>(row.required_number("number", 0, UINT32_MAX));
+    if (which >= cpu_since_start && which <= last_subtype)
+        row.fail("number", fmt::format("must not be {} to {}", uint32_t{cpu_since_start}, last_subtype));
+    bypasses_[which] = row.boolean("on", false);
+}
+
+card_setting chassis::setting_of(uint32_t slot) const
+{
+    const card_setting *kept = settings_.rows().find(slot);
+    return kept != nullptr ? *kept : card_setting{slot};
+}
+
+/* A store that has no room throws, and the client is refused. */
+void chassis::keep(const card_setting &changed)
+{
+    transaction in(store_);
+    settings_.put(in, changed);
+    in.commit();
 }
 
 card *chassis::in_slot(uint32_t slot)
@@ -168,7 +229,10 @@ int32_t chassis::show_slots(const request &asked, reply &out)
     out.append(slot_status_header{});
     uint16_t length = 0;
     for (const auto &[slot, one] : cards_) {
-        if (one.at == nullptr || !one.configured)
+        if (one.at == nullptr)
+            continue;
+        const card_setting setting = setting_of(slot);
+        if (setting.configured == 0)
             continue;
         slot_entry_own own{};
         fill_text(own.name, one.at->name);
@@ -179,7 +243,7 @@ int32_t chassis::show_slots(const request &asked, reply &out)
         row.slot = static_cast<uint16_t>(slot);
         row.card_type = one.type;
         std::memcpy(row.unused, &own, sizeof own);
-        row.state = one.state();
+        row.state = one.state(setting);
         row.role = one.role;
         out.append(row);
         length = static_cast<uint16_t>(length + sizeof row);
@@ -191,19 +255,22 @@ int32_t chassis::show_slots(const request &asked, reply &out)
 int32_t chassis::change_slot(const request &asked, reply &out)
 {
     const auto wanted = asked.record<slot_cfg_message>();
-    card *one = in_slot(wanted.slot);
+    const card *one = in_slot(wanted.slot);
+    card_setting setting = setting_of(wanted.slot);
+    const bool there = one != nullptr && setting.configured != 0;
+    const bool at_work = there && one->state(setting) == slot_online;
     slot_cfg_message answer = wanted;
     switch (wanted.code) {
     case slot_cfg_is_removable:
-        /* A card's settings can go while the card is not at work. */
-        answer.answer = one == nullptr || !one->configured || one->state() != slot_online ? 1 : 0;
+        answer.answer = at_work ? 0 : 1; /* a card's settings can go while the card is not at work */
         break;
     case slot_cfg_clear:
-        if (one == nullptr || !one->configured)
+        if (!there)
             return -ENOENT;
-        if (one->state() == slot_online)
+        if (at_work)
             return -EBUSY;
-        one->configured = false;
+        setting.configured = 0;
+        keep(setting);
         break;
     default:
         return -EINVAL;
@@ -215,37 +282,41 @@ int32_t chassis::change_slot(const request &asked, reply &out)
 int32_t chassis::detach(const request &asked)
 {
     const auto wanted = asked.record<slot_detach_request>();
-    card *one = in_slot(wanted.slot);
+    const card *one = in_slot(wanted.slot);
     if (wanted.code != slot_detach)
         return -EINVAL;
     if (one == nullptr || one->at->is_this)
         return -ENOENT;
-    one->configured = false;
+    card_setting setting = setting_of(wanted.slot);
+    setting.configured = 0;
+    keep(setting);
     return 0;
 }
 
 int32_t chassis::notice_card(const request &asked, reply &out)
 {
     const auto wanted = asked.record<card_notice_request>();
-    card *one = in_slot(wanted.card[0]); /* the identifier's first byte is the slot */
+    const uint32_t slot = wanted.card[0]; /* the identifier's first byte */
+    card *one = in_slot(slot);
     if (one == nullptr) {
         out.append(card_notice_reply{ENOENT, 0});
         return 0;
     }
+    card_setting setting = setting_of(slot);
     switch (wanted.code) {
     case card_boot:
     case card_reboot:
-        one->fixed_state.reset();
-        one->configured = true;
-        one->since = clock::now();
+        setting.fixed_state = no_fixed_state;
+        setting.configured = 1;
         break;
     case card_stop:
-        one->fixed_state = slot_offline;
-        one->since = clock::now();
+        setting.fixed_state = slot_offline;
         break;
     default:
         return -EINVAL;
     }
+    keep(setting);
+    one->since = clock::now();
     out.append(card_notice_reply{0, 0});
     return 0;
 }
@@ -260,13 +331,13 @@ int32_t chassis::answer_query(const request &asked, reply &out)
         return -EINVAL;
     const auto subtype = asked.field<uint32_t>(0);
     switch (subtype) {
-    case 5:
     case chassis_cpu_record:
-    case 7:
-    case 8:
-    case 9:
-    case 10:
-    case 24:
+    case cpu_since_start:
+    case cpu_each:
+    case cpu_processes:
+    case cpu_memory:
+    case cpu_interrupts:
+    case cpu_summary:
         return show_cpu(*one, subtype, out);
     case chassis_slot_mem:
         return show_memory(*one, out);
@@ -274,7 +345,9 @@ int32_t chassis::answer_query(const request &asked, reply &out)
         const auto mode = asked.record<mem_mode_request>().mode;
         if (mode > mem_with_caches)
             return -EINVAL;
-        memory_mode_ = mode;
+        card_setting setting = setting_of(asked.at.slot);
+        setting.memory_mode = mode;
+        keep(setting);
         return 0;
     }
     case chassis_harddisk:
@@ -284,23 +357,45 @@ int32_t chassis::answer_query(const request &asked, reply &out)
     case chassis_cpu_temp:
         return show_temperature(asked, out);
     default:
-        /* What is left asks for a bypass by its number; no board here has one. */
-        out.append(bypass_reply{subtype, 0, 0});
-        return 0;
+        return show_bypass(subtype, out); /* what is left asks for a bypass by its number */
     }
+}
+
+template <class Row>
+int32_t append_table(uint32_t subtype, const std::vector<Row> &rows, size_t all, size_t most, reply &out)
+{
+    const size_t count = std::min(rows.size(), most);
+    out.append(cpu_table_head{subtype, static_cast<uint32_t>(count), static_cast<uint32_t>(all)});
+    out.append(rows.data(), count * sizeof(Row));
+    return 0;
 }
 
 int32_t chassis::show_cpu(card &one, uint32_t subtype, reply &out)
 {
-    cpu_record record = processors_.read();
-    if (one.busy) {
-        record = {one.at->cpus, *one.busy, *one.busy, 0, *one.busy};
-    } else if (!options_.host) {
-        record = {one.at->cpus, 0, 0, 0, 0};
+    switch (subtype) {
+    case cpu_each:
+        return show_each_cpu(one, out);
+    case cpu_processes:
+    case cpu_memory:
+        return show_processes(subtype, out);
+    case cpu_interrupts: {
+        const auto rows = options_.host ? host_interrupts() : std::vector<cpu_interrupt_row>();
+        return append_table(subtype, rows, rows.size(), most_cpu_interrupts, out);
     }
-    if (subtype == 24) { /* what fits there is how many there are */
-        const uint32_t head[4] = {subtype, 0, 0, record[cpu_count]};
-        out.append(head);
+    default:
+        return show_cpu_record(one, subtype, out);
+    }
+}
+
+int32_t chassis::show_cpu_record(card &one, uint32_t subtype, reply &out)
+{
+    cpu_record record{one.at->cpus};
+    if (one.busy)
+        record = {one.at->cpus, *one.busy, *one.busy, 0, *one.busy};
+    else if (options_.host)
+        record = subtype == cpu_since_start ? host_processors::since_start() : processors_.read();
+    if (subtype == cpu_summary) { /* what fits there */
+        out.append(cpu_summary_reply{subtype, record[cpu_count], record[cpu_load], host_up_seconds()});
         return 0;
     }
     cpu_record_reply answer{};
@@ -310,16 +405,49 @@ int32_t chassis::show_cpu(card &one, uint32_t subtype, reply &out)
     return 0;
 }
 
+int32_t chassis::show_each_cpu(const card &one, reply &out)
+{
+    std::vector<cpu_each_row> rows;
+    if (options_.host && !one.busy)
+        rows = processors_.read_each();
+    else
+        for (uint16_t i = 0; i < one.at->cpus; i++)
+            rows.push_back({i, static_cast<uint16_t>(one.busy.value_or(0)),
+                            static_cast<uint16_t>(one.busy.value_or(0)), 0});
+    return append_table(cpu_each, rows, rows.size(), most_cpu_each, out);
+}
+
+/* The boards of a scenario run no processes of their own. */
+int32_t chassis::show_processes(uint32_t subtype, reply &out) const
+{
+    size_t all = 0;
+    std::vector<cpu_process_row> rows;
+    if (options_.host)
+        rows = host_processes(subtype == cpu_memory ? process_order::by_memory
+                                                    : process_order::by_processor_time,
+                              most_cpu_processes, all);
+    return append_table(subtype, rows, all, most_cpu_processes, out);
+}
+
+int32_t chassis::show_bypass(uint32_t which, reply &out) const
+{
+    const auto found = bypasses_.find(which);
+    const bool there = found != bypasses_.end();
+    out.append(bypass_reply{which, there ? 1u : 0u, there && found->second ? 1u : 0u});
+    return 0;
+}
+
 int32_t chassis::show_memory(const card &one, reply &out) const
 {
-    memory_figures figures = host_memory(memory_mode_);
+    const uint32_t mode = setting_of(one.at->slot).memory_mode;
+    memory_figures figures = host_memory(mode);
     if (one.memory_kib) {
         figures = {};
         figures[mem_total] = *one.memory_kib;
         figures[mem_free] = figures[mem_available] = *one.memory_kib / 2;
         figures[mem_used] = figures[mem_total] - figures[mem_free];
         figures[mem_used_percent] = figures[mem_used] * 100 / figures[mem_total];
-        figures[mem_mode] = memory_mode_;
+        figures[mem_mode] = mode;
     }
     slot_mem_reply answer{};
     std::memcpy(answer.figures, figures.data(), sizeof answer.figures);
@@ -370,6 +498,18 @@ int32_t chassis::show_pool(const request &asked, reply &out) const
 /* --- modules ---------------------------------------------------------------------------------------------
  */
 
+/* The rest of the FRU block, which lies in the message's unused bytes. */
+void fill_fru(const card &one, module_message &message)
+{
+    module_fru fru;
+    auto *block = reinterpret_cast<uint8_t *>(&message) + module_fru_at;
+    std::memcpy(&fru, block, sizeof fru);
+    fill_text(fru.part_number, one.part_number);
+    fill_text(fru.revision, one.revision);
+    fru.made = one.made;
+    std::memcpy(block, &fru, sizeof fru);
+}
+
 int32_t chassis::answer_module(const request &asked, reply &out)
 {
     auto message = asked.record<module_message>();
@@ -395,16 +535,19 @@ int32_t chassis::answer_module(const request &asked, reply &out)
     const bool by_slot = message.code == module_of_slot;
     message.slot = static_cast<uint16_t>(one->at->slot);
     message.platform_id = one->type;
-    message.kind = by_slot ? one->state() : one->kind;
+    message.kind = by_slot ? state_of(*one) : one->kind;
     fill_text(message.second_text, one->serial);
     fill_text(message.name, one->at->name);
+    if (by_slot)
+        fill_fru(*one, message);
     out.append(message);
     return 0;
 }
 
 } // namespace
 
-const service_entry chassis_service = {
-    "chassis", {}, [](setup &with) -> std::unique_ptr<service> { return std::make_unique<chassis>(with); }};
+const service_entry chassis_service = {"chassis", migrations, [](setup &with) -> std::unique_ptr<service> {
+                                           return std::make_unique<chassis>(with);
+                                       }};
 
 } // namespace mixd

@@ -10,6 +10,7 @@
 
 #include <libmix/chassisd.h>
 #include <libmix/vchassisd.h>
+#include <memory>
 
 namespace mixsh
 {
@@ -55,7 +56,9 @@ outcome show_slots(invocation &call)
     const board_words at(call);
     wire::slot_entry entries[64];
     std::uint32_t length = sizeof entries;
-    if (chassisd_get_slot_status2(at.node, at.cpu, entries, &length) != 0)
+    const int result = call.has("slot") ? chassisd_get_slot_status2(at.node, at.cpu, entries, &length)
+                                        : chassisd_get_slot_status(entries, &length);
+    if (result != 0)
         return call.fail(at.asking(wire::slot_status_type, wire::slot_status_ask),
                          "the slot table can't be read");
     table rows(call.out(), slot_columns);
@@ -144,7 +147,9 @@ outcome show_cpu(invocation &call)
 {
     const board_words at(call);
     std::uint32_t record[wire::cpu_fields] = {};
-    if (chassisd_get_slot_cpu_info(at.node, at.cpu, record) != 0)
+    const int result = call.has("slot") ? chassisd_get_slot_cpu_info(at.node, at.cpu, record)
+                                        : chassisd_get_local_cpu_info(record);
+    if (result != 0)
         return call.fail(at.asking(wire::chassis_query_type, wire::chassis_cpu_record),
                          "the processor's figures can't be read");
     print_cpu(call, record);
@@ -160,6 +165,152 @@ outcome show_cpu_system(invocation &call)
     print_cpu(call, record);
     return outcome::done;
 }
+
+// Details of a board's processors: a buffer of the library's, which ends with its owner.
+struct cpu_details {
+    std::unique_ptr<void, decltype(&ipcmsg_free)> buffer{nullptr, ipcmsg_free};
+    std::uint32_t length = 0;
+
+    bool ask(const board_words &of, std::uint32_t subtype)
+    {
+        void *filled = nullptr;
+        if (chassisd_get_cpu_info(of.node, of.cpu, subtype, &filled, &length) != 0)
+            return false;
+        buffer.reset(filled);
+        return true;
+    }
+    // What the reply does not reach is zero.
+    template <typename Record>
+    Record at(std::size_t offset) const
+    {
+        Record out{};
+        if (offset < length)
+            std::memcpy(&out, static_cast<const std::uint8_t *>(buffer.get()) + offset,
+                        std::min<std::size_t>(sizeof out, length - offset));
+        return out;
+    }
+    template <typename Row, typename Print>
+    void each_row(Print &&print) const
+    {
+        const auto head = at<wire::cpu_table_head>(0);
+        for (std::size_t i = 0; i < head.count && sizeof head + (i + 1) * sizeof(Row) <= length; i++)
+            print(at<Row>(sizeof head + i * sizeof(Row)));
+    }
+};
+
+outcome no_details(invocation &call, const board_words &of, std::uint32_t subtype)
+{
+    return call.fail(of.asking(wire::chassis_query_type, subtype), "the processor's figures can't be read");
+}
+
+outcome show_cpu_average(invocation &call)
+{
+    const board_words of(call);
+    cpu_details got;
+    if (!got.ask(of, wire::cpu_since_start))
+        return no_details(call, of, wire::cpu_since_start);
+    const auto reply = got.at<wire::cpu_record_reply>(0);
+    std::uint32_t record[wire::cpu_fields];
+    std::memcpy(record, reply.record, sizeof record);
+    print_cpu(call, record);
+    return outcome::done;
+}
+
+constexpr column each_cpu_columns[] = {{.title = "Processor", .key = "processor"},
+                                       {.title = "Busy (%)", .key = "busy"},
+                                       {.title = "User (%)", .key = "user"},
+                                       {.title = "System (%)", .key = "system"}};
+
+outcome show_cpu_each(invocation &call)
+{
+    const board_words of(call);
+    cpu_details got;
+    if (!got.ask(of, wire::cpu_each))
+        return no_details(call, of, wire::cpu_each);
+    table rows(call.out(), each_cpu_columns);
+    got.each_row<wire::cpu_each_row>([&](const wire::cpu_each_row &one) {
+        rows.row({std::uint32_t{one.number}, std::uint32_t{one.busy}, std::uint32_t{one.user},
+                  std::uint32_t{one.system}});
+    });
+    return outcome::done;
+}
+
+constexpr column process_columns[] = {{.title = "Process", .key = "pid"},
+                                      {.title = "Name", .key = "name", .may_be_cut = true},
+                                      {.title = "Processor time (s)", .key = "cpu_s"},
+                                      {.title = "Memory (KiB)", .key = "memory"},
+                                      {.title = "Threads", .key = "threads"}};
+
+outcome show_cpu_processes(invocation &call)
+{
+    const board_words of(call);
+    const std::uint32_t subtype = call.has("memory") ? wire::cpu_memory : wire::cpu_processes;
+    cpu_details got;
+    if (!got.ask(of, subtype))
+        return no_details(call, of, subtype);
+    table rows(call.out(), process_columns);
+    got.each_row<wire::cpu_process_row>([&](const wire::cpu_process_row &one) {
+        rows.row({std::uint32_t{one.pid}, field_text(one.name),
+                  cell(static_cast<double>(one.cpu_ms) / 1000.0), std::uint64_t{one.memory_kib},
+                  std::uint32_t{one.threads}});
+    });
+    rows.end();
+    const auto head = got.at<wire::cpu_table_head>(0);
+    if (head.all > head.count)
+        call.out().note(
+            fmt::format("{} of {} processes", std::uint32_t{head.count}, std::uint32_t{head.all}));
+    return outcome::done;
+}
+constexpr argument process_arguments[] = {flag("memory", "those with the most memory first"), slot_option,
+                                          cpu_option};
+
+constexpr column interrupt_columns[] = {{.title = "Interrupt", .key = "interrupt"},
+                                        {.title = "Count", .key = "count"},
+                                        {.title = "Of", .key = "of", .may_be_cut = true}};
+
+outcome show_cpu_interrupts(invocation &call)
+{
+    const board_words of(call);
+    cpu_details got;
+    if (!got.ask(of, wire::cpu_interrupts))
+        return no_details(call, of, wire::cpu_interrupts);
+    table rows(call.out(), interrupt_columns);
+    got.each_row<wire::cpu_interrupt_row>([&](const wire::cpu_interrupt_row &one) {
+        rows.row({field_text(one.name), std::uint64_t{one.count}, field_text(one.what)});
+    });
+    return outcome::done;
+}
+
+outcome show_cpu_summary(invocation &call)
+{
+    const board_words of(call);
+    cpu_details got;
+    if (!got.ask(of, wire::cpu_summary))
+        return no_details(call, of, wire::cpu_summary);
+    const auto is = got.at<wire::cpu_summary_reply>(0);
+    call.out().record({{"Processors", "processors", std::uint32_t{is.processors}},
+                       {"Load", "load", cell(is.load / 100.0)},
+                       {"Up for (s)", "up_s", std::uint32_t{is.up_seconds}}});
+    return outcome::done;
+}
+
+outcome show_bypass(invocation &call)
+{
+    const auto number = call.number_or<std::uint32_t>("NUMBER", 0);
+    cpu_details got;
+    void *filled = nullptr;
+    if (chassisd_get_bypass_info(number, &filled, &got.length) != 0)
+        return call.fail(request{wire::chassis_manager, wire::chassis_query_type, number},
+                         "the bypass can't be asked for");
+    got.buffer.reset(filled);
+    const auto is = got.at<wire::bypass_reply>(0);
+    const bool there = is.supported != 0;
+    call.out().record({{"Bypass", "bypass", std::uint32_t{is.which}},
+                       {"There", "there", there},
+                       {"On", "on", there ? cell(is.on != 0) : cell()}});
+    return outcome::done;
+}
+constexpr argument bypass_arguments[] = {value("NUMBER", kinds::number, "a bypass of this board")};
 
 outcome show_memory(invocation &call)
 {
@@ -273,6 +424,46 @@ outcome show_module(invocation &call)
     return outcome::done;
 }
 
+outcome show_fru(invocation &call)
+{
+    wire::module_fru is{};
+    if (libchassisd_get_module_fru_entry(call.number_or<std::uint16_t>("SLOT", 0), &is, sizeof is) != 0)
+        return call.fail(request{mktipcid_by_slot(tq_get_mcp_slot(), wire::chassis_manager),
+                                 wire::module_type, wire::module_of_slot},
+                         "the module's FRU can't be read");
+    call.out().record({{"Slot", "slot", std::uint32_t{is.slot}},
+                       {"Name", "name", field_text(is.name)},
+                       {"Serial number", "serial", field_text(is.serial)},
+                       {"Part number", "part_number", text_or_nothing(field_text(is.part_number))},
+                       {"Revision", "revision", text_or_nothing(field_text(is.revision))},
+                       {"Made (s since 1970)", "made", is.made != 0 ? cell(std::uint32_t{is.made}) : cell()},
+                       {"Platform", "platform", fmt::format("{:#x}", std::uint32_t{is.platform_id})}});
+    return outcome::done;
+}
+
+// --- the board that the shell runs on
+
+std::string storage_name(int type)
+{
+    char name[32] = {};
+    libchassisd_storage_type_2_string(static_cast<std::uint32_t>(type), name, sizeof name);
+    return name;
+}
+
+outcome show_board(invocation &call)
+{
+    std::uint32_t devices = 0;
+    libchassisd_get_block_storage_num(&devices);
+    call.out().record({{"Slot", "slot", tq_get_slot()},
+                       {"Master in slot", "master", tq_get_mcp_slot()},
+                       {"Platform", "platform", fmt::format("{:#x}", tq_platform_id())},
+                       {"Switch module", "switch_module", qsm_is_available() != 0},
+                       {"Storage devices", "storage_devices", devices},
+                       {"Internal storage", "internal_storage", storage_name(tq_get_internal_storage_type())},
+                       {"eMMC behind USB", "emmc_by_usb", check_emmc_convert_by_usb() != 0}});
+    return outcome::done;
+}
+
 // --- storage
 
 constexpr column storage_columns[] = {
@@ -289,10 +480,8 @@ void storage_row(table &rows, int which)
     libchassisd_block_storage one{};
     if (libchassisd_get_block_storage_info(&one, which) != 0)
         return;
-    char type[32] = {};
-    libchassisd_storage_type_2_string(one.type, type, sizeof type);
-    rows.row({which == 1 ? "internal" : "external", type, field_text(one.device), one.first_size,
-              one.second_size, field_text(one.description)});
+    rows.row({which == 1 ? "internal" : "external", storage_name(static_cast<int>(one.type)),
+              field_text(one.device), one.first_size, one.second_size, field_text(one.description)});
 }
 
 outcome show_storage(invocation &call)
@@ -310,10 +499,8 @@ outcome show_storage(invocation &call)
 outcome show_storage_path(invocation &call)
 {
     const char *path = call.text("PATH");
-    char type[32] = {};
-    libchassisd_storage_type_2_string(static_cast<std::uint32_t>(libchassisd_get_disk_type_bypath(path)),
-                                      type, sizeof type);
-    call.out().record({{"Path", "path", path}, {"Type", "type", type}});
+    call.out().record(
+        {{"Path", "path", path}, {"Type", "type", storage_name(libchassisd_get_disk_type_bypath(path))}});
     return outcome::done;
 }
 constexpr argument path_arguments[] = {value("PATH", kinds::file, "a path on the storage")};
@@ -347,20 +534,39 @@ cell trimmed(const char *text)
 outcome show_disk(invocation &call)
 {
     char serial[64] = {}, model[64] = {}, device[32] = {}, type[64] = {};
+    const int sata = call.has("sata") ? 1 : 0;
     const bool has_serial = libchassisd_get_harddisk_sn(serial, sizeof serial - 1) == 0;
-    const bool named = libchassisd_get_device_name(device, 0, sizeof device) == 0;
-    const bool has_model = named && libchassisd_get_disk_device_model(model, 0, sizeof model) == 0;
+    const bool named = libchassisd_get_device_name(device, sata, sizeof device) == 0;
+    const bool has_model = named && libchassisd_get_disk_device_model(model, sata, sizeof model) == 0;
     if (named)
         libchassisd_get_disk_filesystem_type_byname(device, type);
     if (!has_serial && !named)
         return call.fail("no disk of this machine tells its identity",
-                         "the start-up scripts name the system's disk in /tmp/tq_systemdevice");
+                         sata != 0 ? "the start-up scripts name the SATA disk in /tmp/sata_dev"
+                                   : "the start-up scripts name the system's disk in /tmp/tq_systemdevice");
     call.out().record({{"Device", "device", named ? trimmed(device) : cell()},
                        {"Serial number", "serial", has_serial ? trimmed(serial) : cell()},
                        {"Model", "model", has_model ? trimmed(model) : cell()},
                        {"File system", "filesystem", named ? trimmed(type) : cell()}});
     return outcome::done;
 }
+constexpr argument disk_arguments[] = {flag("sata", "the SATA disk instead of the system's")};
+
+// Of one disk, whatever the machine boots from.
+outcome show_serial(invocation &call)
+{
+    const char *device = call.text("DEVICE");
+    char serial[64] = {};
+    const int result = device != nullptr ? libchassisd_get_sata_ssd_disk_sn(device, serial, sizeof serial - 1)
+                                         : libchassisd_get_pcie_ssd_disk_sn(serial, sizeof serial - 1);
+    if (result != 0)
+        return call.fail("the disk can't be asked for its serial number",
+                         device != nullptr ? "" : "/bin/nvme asks the NVMe disk; it must be there");
+    call.out().record({{"Device", "device", device}, {"Serial number", "serial", trimmed(serial)}});
+    return outcome::done;
+}
+constexpr argument serial_arguments[] = {
+    optional_value("DEVICE", kinds::word, "a SATA disk's name; without one the NVMe disk", {.longest = 255})};
 
 constexpr command commands[] = {
     {"show slots", "the cards of the chassis", show_slots, board_arguments},
@@ -370,17 +576,27 @@ constexpr command commands[] = {
     {"set slot", "boot, stop or reboot a card of a virtual chassis", set_card, card_arguments},
     {"show cpu", "a processor's figures", show_cpu, board_arguments},
     {"show cpu system", "the figures of the busiest board", show_cpu_system},
+    {"show cpu average", "a processor's figures since its board started", show_cpu_average, board_arguments},
+    {"show cpu each", "a board's processors, each by itself", show_cpu_each, board_arguments},
+    {"show cpu processes", "what runs on a board", show_cpu_processes, process_arguments},
+    {"show cpu interrupts", "a board's interrupts", show_cpu_interrupts, board_arguments},
+    {"show cpu summary", "how many processors, their load, and since when", show_cpu_summary,
+     board_arguments},
+    {"show bypass", "whether a bypass of this board is on", show_bypass, bypass_arguments},
+    {"show board", "the board that the shell runs on", show_board},
     {"show memory", "a board's memory", show_memory, board_arguments},
     {"set memory", "what counts as used memory", set_memory_mode, memory_mode_arguments},
     {"show memory pool", "a data packet buffer pool", show_pool, pool_arguments},
     {"show temperature", "a processor's temperature", show_temperature, board_arguments},
     {"show modules", "the modules of the chassis", show_modules},
     {"show module", "the module of one slot", show_module, slot_arguments},
+    {"show module fru", "what a slot's module tells of itself", show_fru, slot_arguments},
     {"show storage", "this board's internal and external storage", show_storage},
     {"show storage path", "the kind of storage that holds a path", show_storage_path, path_arguments},
     {"show storage flash", "the size of a board's flash", show_flash, board_arguments},
     {"show storage disk", "the size of the hard disk", show_flash, board_arguments},
-    {"show disk", "the identity of the system's disk", show_disk},
+    {"show disk", "the identity of the system's disk", show_disk, disk_arguments},
+    {"show disk serial", "a disk's serial number", show_serial, serial_arguments},
 };
 
 } // namespace

@@ -34,10 +34,16 @@ temperature = -5
 memory_kib = 2048
 module_kind = 20
 serial = "S-2"
+part_number = "P-20"
+revision = "B3"
+made = 1700000000
 [[chassis.slot]]
 slot = 3
 card_type = 0x1052300
 cpu_busy = 90
+[[chassis.bypass]]
+number = 40
+on = true
 [[chassis.pool]]
 pool = 1
 total = 100
@@ -107,6 +113,33 @@ class Chassis(WithMixd):
         self.assertEqual(self.states()[3], "Online")
         self.refused("set slot 9 boot", "no such card")
 
+    def test_what_is_changed_of_a_card_outlives_mixd(self):
+        self.ok("set slot 3 stop")
+        self.ok("clear slot 2")
+        self.ok("set memory caches slot 3")
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertEqual(self.states(), {3: "Offline", 4: "Online"})
+        self.assertTrue(self.one("show memory slot 3")["with_caches"])
+        self.assertFalse(self.one("show memory slot 4")["with_caches"], "a board's mode is its own")
+        self.ok("set slot 3 reboot")
+        self.ok("set slot 2 boot")
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertEqual(set(self.states()), {2, 3, 4})
+        self.assertEqual(self.states()[3], "Online")
+
+    def test_a_card_is_detached_on_virtual_platforms_only(self):
+        failed = mixsh(self.mixd, "delete slot 3", MIX_BOARD="appliance")
+        self.assertEqual(failed.returncode, 1)
+        self.assertIn("Support detach slot on vFW platform", failed.stderr)
+        finished = mixsh(self.mixd, "delete slot 3", MIX_BOARD="vm")
+        self.assertEqual(finished.returncode, 0, finished.stderr)
+        self.until(lambda: 3 in self.states(), False)
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertNotIn(3, self.states())
+
     def test_each_board_answers_for_itself(self):
         self.assertEqual(self.one("show cpu slot 2")["busy"], 35)
         self.assertEqual(self.one("show cpu slot 3")["busy"], 90)
@@ -119,6 +152,39 @@ class Chassis(WithMixd):
         self.until(lambda: self.states()[2], "Online")
         self.assertEqual(self.one("show cpu system", MIX_BOARD="chassis-master")["busy"], 35,
                          "slot 3 is busier, but its card's type does not count")
+
+    def test_processors_by_themselves(self):
+        self.assertEqual(self.rows("show cpu each slot 2"),
+                         [{"processor": cpu, "busy": 35, "user": 35, "system": 0} for cpu in (0, 1)])
+        self.assertEqual(len(self.rows("show cpu each slot 3")), 1)
+        self.assertEqual(self.one("show cpu average slot 3")["busy"], 90)
+        self.assertEqual(self.one("show cpu summary slot 2")["processors"], 2)
+        self.assertEqual(self.rows("show cpu processes slot 2"), [], "a described board runs nothing")
+        self.refused("show cpu each slot 9", "figures can't be read")
+
+    def test_the_master_tells_a_modules_fru(self):
+        def fru(slot):
+            return self.one(f"show module fru {slot}", MIX_BOARD="chassis-master")
+        self.assertEqual(fru(2), {"slot": 2, "name": "service-a", "serial": "S-2", "part_number": "P-20",
+                                  "revision": "B3", "made": 1700000000, "platform": "0x1052200"})
+        self.assertEqual((fru(3)["name"], fru(3)["serial"], fru(3)["part_number"], fru(3)["made"]),
+                         ("service-b", "SN000003", None, None))
+        failed = mixsh(self.mixd, "show module fru 9", MIX_BOARD="chassis-master")
+        self.assertEqual(failed.returncode, 1)
+        self.assertIn("ipc error.", failed.stderr)
+        self.assertIn("FRU can't be read", failed.stderr)
+
+    def test_bypasses_are_those_that_are_described(self):
+        self.assertEqual(self.one("show bypass 40"), {"bypass": 40, "there": True, "on": True})
+        self.assertEqual(self.one("show bypass 41"), {"bypass": 41, "there": False, "on": None})
+        self.mixd.stop()
+        self.refused("show bypass 40", "[chassisd_get_bypass_info]some error occured: rc=-")
+
+    def test_the_board_of_the_shell(self):
+        shown = self.one("show board", MIX_BOARD="chassis-master")
+        self.assertEqual((shown["slot"], shown["master"], shown["switch_module"]), (4, 4, False))
+        self.assertEqual(shown["storage_devices"], 2)
+        self.assertEqual(self.one("show board", MIX_BOARD="appliance")["emmc_by_usb"], True)
 
     def test_modules_pools_and_flash(self):
         self.assertEqual([(row["where"], row["kind"], row["name"], row["serial"]) for row in self.rows("show modules")],
@@ -147,6 +213,47 @@ class ThisHost(WithMixd):
         self.assertLessEqual(self.one("show cpu")["busy"], 100)
         root = os.statvfs("/")
         self.assertEqual(self.one("show storage disk")["total"], root.f_blocks * root.f_frsize // 1024)
+
+    def test_processes_and_interrupts_are_the_kernels(self):
+        busiest = self.rows("show cpu processes")
+        self.assertEqual(busiest, sorted(busiest, key=lambda row: -row["cpu_s"]))
+        largest = self.rows("show cpu processes memory")
+        self.assertEqual(largest, sorted(largest, key=lambda row: -row["memory"]))
+        daemon = [row for row in busiest if row["pid"] == self.mixd.process.pid]
+        if len(busiest) < 365: # as many as fit
+            self.assertEqual([row["name"] for row in daemon], ["mixd"])
+            self.assertGreater(daemon[0]["memory"], 0)
+            self.assertIn(os.getpid(), {row["pid"] for row in largest})
+        with open("/proc/interrupts", encoding="ascii") as file:
+            names = [line.split(":")[0].strip() for line in file.readlines()[1:]][:146]
+        self.assertEqual([row["interrupt"] for row in self.rows("show cpu interrupts")], names)
+
+    def test_processors_are_the_kernels(self):
+        self.assertEqual([row["processor"] for row in self.rows("show cpu each")], list(range(os.cpu_count())))
+        with open("/proc/uptime", encoding="ascii") as file:
+            up = float(file.read().split()[0])
+        summary = self.one("show cpu summary")
+        self.assertEqual(summary["processors"], os.cpu_count())
+        self.assertLess(abs(summary["up_s"] - up), 30)
+        with open("/proc/stat", encoding="ascii") as file:
+            fields = [int(word) for word in file.readline().split()[1:9]]
+        busy = (sum(fields) - fields[3] - fields[4]) * 100 / sum(fields)
+        self.assertLess(abs(self.one("show cpu average")["busy"] - busy), 3)
+
+    def test_a_lone_board_is_its_own_master(self):
+        self.assertEqual(self.one("show vchassis mode")["mode"], 0)
+        self.assertEqual(self.one("show module fru 0")["name"], "this")
+        processors = os.cpu_count()
+        flavour = 8 if processors >= 8 else 4 if processors >= 4 else 2
+        self.assertEqual(self.one("show vchassis host 0"),
+                         {f"vssm_0{each}": processors // each if each == flavour else 0 for each in (2, 4, 8)})
+
+    def test_a_disk_that_is_no_name_reaches_no_shell(self):
+        mark = os.path.join(self.mixd.directory, "mark")
+        self.assertEqual(self.one(f'show disk serial "sda;touch$IFS{mark}"')["serial"], None)
+        self.assertFalse(os.path.exists(mark))
+        if not os.access("/bin/nvme", os.X_OK):
+            self.refused("show disk serial", "can't be asked for its serial number")
 
     def test_storage_of_this_machine_is_classified(self):
         self.assertIn(self.one("show storage path /")["type"],
@@ -217,6 +324,46 @@ class Upgrade(WithMixd):
         self.refused("set upgrade start none.img", "there is no image none.img")
         self.ok("set upgrade start other.img mode forced")
         self.until(lambda: self.one("show upgrade")["state"], "done")
+
+    def test_lists_are_read_as_the_check_reads_them(self):
+        self.assertEqual([row["entry"] for row in self.rows("show upgrade entries UP-LIST good.img")], ["6.0*"])
+        self.assertEqual([row["entry"] for row in self.rows("show upgrade entries DOWN-LIST good.img")], ["7.?"])
+        self.assertEqual(self.rows("show upgrade entries SIDE-LIST good.img"), [])
+        self.assertEqual(self.one("show upgrade compatible 6.0.3 good.img"),
+                         {"version": "6.0.3", "up": True, "down": False, "in_list": None})
+        self.assertEqual(self.one("show upgrade compatible 7.1 good.img list DOWN-LIST"),
+                         {"version": "7.1", "up": False, "down": True, "in_list": True})
+        self.assertEqual(self.one("show upgrade compatible 8.1 other.img")["down"], None)
+        self.assertNotIn("7.?", self.one("show upgrade lists good.img list up")["text"])
+        self.assertNotIn("6.0*", self.one("show upgrade lists good.img list down")["text"])
+        self.refused("show upgrade compatible 6.0.3 none.img", "can't be read")
+
+    def test_notices_arrive_where_they_are_sent(self):
+        def last():
+            shown = self.one("show upgrade notice")
+            return tuple(shown[key] for key in ("notices", "last", "slot", "cpu", "daemon", "words"))
+        self.assertEqual(last(), (0, None, None, None, None, None))
+        cases = [("lock on", "configuration lock", 4, 0, 2, "1 0 0 0"),
+                 ("nat 1 2 3 4", "NAT transfer", 4, 0, 0, "1 2 3 4"),
+                 ("nat merge 2 1", "NAT merge", 2, 1, 0, "0 0 0 0"),
+                 ("nat report 65537", "NAT transfer report", 4, 0, 17, "1 1 0 0"),
+                 ("sessions 3 0 7 8", "session transfer", 3, 0, 0, "3 0 7 8"),
+                 ("sessions report 2 1 5", "session transfer report", 2, 1, 17, "5 0 0 0"),
+                 ("sync 9", "warm synchronisation poll", 4, 0, 0, "9 0 0 0"),
+                 ("sync report 10", "warm synchronisation report", 4, 0, 17, "10 0 0 0"),
+                 ("switch 2 0", "control unit switch", 2, 0, 0, "0 0 0 0")]
+        for count, (words, name, slot, cpu, daemon, carried) in enumerate(cases, 1):
+            self.ok(f"set upgrade {words}")
+            self.until(last, (count, name, slot, cpu, daemon, carried))
+        self.refused("set upgrade switch 9 0", "Failed to send IPC message")
+
+    def test_a_module_is_shut_down(self):
+        self.assertEqual(self.one("show upgrade shutdown")["modules"], 0)
+        self.ok("set upgrade shutdown nat part gateway cpu 3 first 7 second 8")
+        self.assertEqual(self.one("show upgrade shutdown"),
+                         {"modules": 1, "last": "nat", "part": "gateway", "cpu": 3, "first": 7, "second": 8})
+        self.mixd.stop()
+        self.refused("set upgrade shutdown nat", "Failed to send IPC message")
 
     def test_the_configuration_lock_is_told(self):
         self.ok("set upgrade lock on")
