@@ -55,12 +55,19 @@ constexpr column stats_columns[] = {
     {.title = "Errors", .key = "out_errors"},   {.title = "Dropped", .key = "out_dropped"},
 };
 
-void stats_row(table &rows, const std::string &board, const wire::port_stats_record &one)
+std::vector<cell> stats_cells(const std::string &board, const wire::port_stats_record &one)
 {
     const auto n = [&](wire::port_counter which) { return std::uint64_t{one.counters[which]}; };
-    rows.row({board, field_text(one.name), n(wire::received_bytes), n(wire::received_packets),
-              n(wire::received_errors), n(wire::received_dropped), n(wire::sent_bytes), n(wire::sent_packets),
-              n(wire::sent_errors), n(wire::sent_dropped)});
+    return {board,
+            field_text(one.name),
+            n(wire::received_bytes),
+            n(wire::received_packets),
+            n(wire::received_errors),
+            n(wire::received_dropped),
+            n(wire::sent_bytes),
+            n(wire::sent_packets),
+            n(wire::sent_errors),
+            n(wire::sent_dropped)};
 }
 
 outcome show_stats(invocation &call)
@@ -80,15 +87,56 @@ outcome show_stats(invocation &call)
     const auto head = at<wire::port_stats_head>(asked.data(), wire::drv_data);
     table rows(call.out(), stats_columns);
     for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_port_stats); i++)
-        stats_row(rows, field_text(head.board),
-                  at<wire::port_stats_record>(asked.data(), wire::drv_data + sizeof head +
-                                                                i * sizeof(wire::port_stats_record)));
+        rows.row(
+            stats_cells(field_text(head.board),
+                        at<wire::port_stats_record>(asked.data(), wire::drv_data + sizeof head +
+                                                                      i * sizeof(wire::port_stats_record))));
     return outcome::done;
 }
 constexpr argument stats_arguments[] = {
     optional_value("PORT", kinds::number, "one port; without it every port", {.high = 65535}), slot_option,
     cpu_option};
 
+constexpr column driver_stats_columns[] = {{.title = "Board", .key = "board"},
+                                           {.title = "Counter", .key = "counter"},
+                                           {.title = "Value", .key = "value"}};
+
+outcome show_driver_stats(invocation &call)
+{
+    table rows(call.out(), driver_stats_columns);
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    const auto cpu = call.number_or<std::uint16_t>("cpu", 0);
+    std::uint32_t all = 1;
+    for (std::uint32_t first = 0, page = 0; first < all && page <= UINT8_MAX; page++) {
+        message asked = fresh();
+        drv_port_stats_msg_init(asked.data(), slot_of(call), cpu, port, wire::stats_of_driver,
+                                static_cast<std::uint8_t>(page));
+        if (drv_get_port_stats(asked.data(), static_cast<std::uint32_t>(asked.size())) != 0)
+            return call.fail(asking(wire::drv_port_stats), "the driver's counters can't be read");
+        const auto head = at<wire::port_stats_head>(asked.data(), wire::drv_data);
+        const auto count = std::min<std::uint32_t>(head.count, wire::most_driver_stats);
+        for (std::uint32_t i = 0; i < count; i++) {
+            const auto one = at<wire::driver_stats_record>(
+                asked.data(), wire::drv_data + sizeof head + i * sizeof(wire::driver_stats_record));
+            rows.row({field_text(head.board), field_text(one.name), std::uint64_t{one.value}});
+        }
+        all = count != 0 ? std::uint32_t{head.all} : 0;
+        first += count;
+    }
+    return outcome::done;
+}
+constexpr argument driver_stats_arguments[] = {port_value, slot_option, cpu_option};
+
+constexpr column bridge_columns[] = {
+    {.title = "Board", .key = "board"},         {.title = "Port", .key = "port"},
+    {.title = "State", .key = "state"},         {.title = "Cost", .key = "cost"},
+    {.title = "In bytes", .key = "in_bytes"},   {.title = "In packets", .key = "in_packets"},
+    {.title = "Errors", .key = "in_errors"},    {.title = "Dropped", .key = "in_dropped"},
+    {.title = "Out bytes", .key = "out_bytes"}, {.title = "Out packets", .key = "out_packets"},
+    {.title = "Errors", .key = "out_errors"},   {.title = "Dropped", .key = "out_dropped"},
+};
+
+// The bridge itself comes first, without a state of the spanning tree.
 outcome show_bridge(invocation &call)
 {
     void *buffer = nullptr;
@@ -97,11 +145,22 @@ outcome show_bridge(invocation &call)
     const std::unique_ptr<void, decltype(&ipcmsg_free)> owned(buffer, ipcmsg_free);
     const auto *bytes = static_cast<const std::uint8_t *>(buffer);
     const auto head = at<wire::bridge_stats_head>(bytes, wire::drv_data);
-    table rows(call.out(), stats_columns);
-    for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_bridge_ports); i++)
-        stats_row(rows, field_text(head.board),
-                  at<wire::port_stats_record>(bytes, wire::drv_data + sizeof head +
-                                                         i * sizeof(wire::port_stats_record)));
+    table rows(call.out(), bridge_columns);
+    const auto print = [&](const wire::port_stats_record &one, const cell &state, const cell &cost) {
+        std::vector<cell> cells = stats_cells(field_text(head.board), one);
+        cells.insert(cells.begin() + 2, {state, cost});
+        rows.row(std::move(cells));
+    };
+    print(head.bridge, cell(), cell());
+    for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_bridge_ports); i++) {
+        const auto one = at<wire::bridge_port_record>(bytes, wire::drv_data + sizeof head +
+                                                                 i * sizeof(wire::bridge_port_record));
+        const bool known = one.state < std::size(wire::bridge_port_states);
+        print(one.stats, known ? cell(wire::bridge_port_states[one.state]) : cell(), std::uint32_t{one.cost});
+    }
+    rows.end();
+    call.out().note(fmt::format("spanning tree {}, addresses age in {} s",
+                                head.spanning_tree != 0 ? "on" : "off", std::uint32_t{head.ageing_s}));
     return outcome::done;
 }
 constexpr argument bridge_arguments[] = {
@@ -151,11 +210,18 @@ constexpr argument count_arguments[] = {slot_option};
 outcome show_driver(invocation &call)
 {
     const auto port = call.number_or<std::uint16_t>("PORT", 0);
-    char name[48] = {};
-    if (drv_dp_get_port_drv_name(0, port, name, sizeof name) != 0)
-        return call.fail(request{wire::drv_main, wire::drv_type, wire::drv_dp_drv_info},
-                         "the data plane's driver can't be read");
-    call.out().record({{"Port", "port", std::uint32_t{port}}, {"Driver", "driver", name}});
+    const request exchange{wire::drv_main, wire::drv_type, wire::drv_dp_drv_info};
+    char name[sizeof(wire::dp_drv_record::driver)] = {};
+    std::uint64_t words[sizeof(wire::dp_drv_record) / sizeof(std::uint64_t)] = {};
+    if (drv_dp_get_port_drv_info(0, port, 0, words) != 0 ||
+        drv_dp_get_port_drv_name(0, port, name, sizeof name) != 0)
+        return call.fail(exchange, "the data plane's driver can't be read");
+    wire::dp_drv_record is;
+    std::memcpy(&is, words, sizeof is);
+    call.out().record({{"Port", "port", std::uint32_t{port}},
+                       {"Driver", "driver", name},
+                       {"Up", "up", is.up != 0},
+                       {"MAC address", "mac", text_or_nothing(mac_text(is.mac))}});
     return outcome::done;
 }
 constexpr argument driver_arguments[] = {port_value};
@@ -205,6 +271,29 @@ outcome measure_eye(invocation &call)
         return call.fail(asking(wire::drv_eye), "the message was not sent");
     return outcome::done;
 }
+
+outcome measure_serdes(invocation &call)
+{
+    message asked = fresh();
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    const auto given = call.texts("BYTES");
+    std::uint8_t record[wire::drv_serdes_size] = {};
+    if (given.size() > std::size(record))
+        return call.misused(fmt::format("at most {} bytes", std::size(record)));
+    for (std::size_t i = 0; i < given.size(); i++)
+        record[i] = static_cast<std::uint8_t>(std::strtoul(given[i], nullptr, 0));
+    drv_port_stats_msg_init_serdes(asked.data(), slot_of(call), 0, 0, port, record);
+    if (drv_get_port_stats(asked.data(), static_cast<std::uint32_t>(asked.size())) != 0)
+        return call.fail(asking(wire::drv_eye), "the lanes can't be measured");
+    const auto is = at<wire::port_lane_record>(asked.data(), wire::drv_data);
+    call.out().record({{"Board", "board", field_text(is.board)},
+                       {"Requests so far", "requests", std::uint32_t{is.requests}},
+                       {"Asked for", "asked", fmt::format("{:02x}", fmt::join(is.last, " "))}});
+    return outcome::done;
+}
+constexpr argument serdes_arguments[] = {
+    port_value, any_values("BYTES", kinds::number, "up to seven bytes for the lanes", {.high = 255}),
+    slot_option};
 
 // --- counters
 
@@ -256,25 +345,78 @@ outcome drain(invocation &call)
 
 outcome show_control(invocation &call)
 {
-    std::uint32_t who = 0;
-    if (remote_hwif_ioctl(slot_of(call), 0, 1, &who) != 0)
+    std::uint32_t who = wire::control_read_slot;
+    if (remote_hwif_ioctl(slot_of(call), 0, wire::control_read, &who) != 0)
         return call.fail(asking(wire::drv_hwif_ioctl), "the board does not answer control requests");
     call.out().record({{"Answered by slot", "slot", who}});
     return outcome::done;
 }
 
+const wire::port_control *find_control(std::uint32_t command)
+{
+    for (const wire::port_control &each : wire::port_controls)
+        if (each.command == command)
+            return &each;
+    return nullptr;
+}
+
 outcome set_control(invocation &call)
 {
-    std::uint32_t data[3] = {call.number_or<std::uint32_t>("VALUE", 0)};
-    if (remote_dev_ioctl(slot_of(call), call.number_or<std::uint16_t>("DEVICE", 0),
-                         call.number_or<std::uint32_t>("COMMAND", 0), data) != 0)
+    std::uint32_t data[wire::most_control_words] = {};
+    const auto given = call.texts("VALUES");
+    const auto command = call.number_or<std::uint32_t>("COMMAND", 0);
+    const wire::port_control *what = find_control(command);
+    if (given.size() > (what != nullptr ? what->words : std::size(data)))
+        return call.misused("the request takes fewer values");
+    for (std::size_t i = 0; i < given.size(); i++)
+        data[i] = static_cast<std::uint32_t>(std::strtoul(given[i], nullptr, 0));
+    if (remote_dev_ioctl(slot_of(call), call.number_or<std::uint16_t>("DEVICE", 0), command, data) != 0)
         return call.fail(asking(wire::drv_dev_ioctl), "the control request was not executed");
     return outcome::done;
 }
 constexpr argument control_arguments[] = {
-    value("DEVICE", kinds::number, "a device of the board", {.high = 65535}),
-    value("COMMAND", kinds::number, "62, 64, 66, 68, 69, 70, 77 or 78", {.low = 62, .high = 78}),
-    value("VALUE", kinds::number, "the request's first number"), slot_option};
+    value("DEVICE", kinds::number, "a port of the board", {.high = 65535}),
+    value("COMMAND", kinds::number,
+          "62 up or down, 64 MTU, 66 pause, 68 identify, 69 speed, 70 VLAN, 77 storm, 78 mirror",
+          {.low = 62, .high = 78}),
+    values("VALUES", kinds::number, "the request's words: one, or three"), slot_option};
+
+constexpr column setting_columns[] = {{.title = "Setting", .key = "setting"},
+                                      {.title = "First", .key = "first"},
+                                      {.title = "Second", .key = "second"},
+                                      {.title = "Third", .key = "third"}};
+
+// Word by word, as the one control request with an answer has it.
+outcome show_settings(invocation &call)
+{
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    table rows(call.out(), setting_columns);
+    for (const wire::port_control &each : wire::port_controls) {
+        std::vector<cell> cells(1 + wire::most_control_words);
+        cells[0] = each.name;
+        for (std::uint32_t word = 0; word < each.words; word++) {
+            std::uint32_t data = wire::control_place(each.command, word);
+            if (remote_hwif_ioctl(slot_of(call), port, wire::control_read, &data) != 0)
+                return call.fail(asking(wire::drv_hwif_ioctl), "the port's settings can't be read");
+            cells[1 + word] = data;
+        }
+        rows.row(std::move(cells));
+    }
+    return outcome::done;
+}
+
+// A whole message of the driver's, executed by the board.
+outcome set_lanes_remotely(invocation &call)
+{
+    message asked = fresh();
+    const auto port = call.number_or<std::uint16_t>("PORT", 0);
+    drv_port_stats_msg_init_set_px_config(asked.data(), 0, 0, 0, port,
+                                          call.number_or<std::uint8_t>("FIRST", 0),
+                                          call.number_or<std::uint8_t>("SECOND", 0));
+    if (remote_hwif_ioctl(slot_of(call), port, wire::control_message, asked.data()) != 0)
+        return call.fail(asking(wire::drv_hwif_ioctl), "the control request was not executed");
+    return outcome::done;
+}
 
 // --- direct uplink
 
@@ -297,16 +439,21 @@ constexpr command commands[] = {
     {"show port", "one port and its driver", show_port, port_arguments},
     {"show port count", "how many ports a board has", show_count, count_arguments},
     {"show port statistics", "counters of ports", show_stats, stats_arguments},
-    {"show port bridge", "counters of a bridge's ports", show_bridge, bridge_arguments},
+    {"show port details", "what a port's driver counts by itself", show_driver_stats, driver_stats_arguments},
+    {"show port bridge", "counters of a bridge and its ports", show_bridge, bridge_arguments},
     {"show port valid", "whether a board has a port", show_validity, port_arguments},
     {"show port lanes", "lane settings of a port", lanes, port_arguments},
     {"set port lanes", "change the lane settings of a port", lanes, set_lanes_arguments},
     {"set port eye", "let a port's eye diagram be measured", measure_eye, port_arguments},
+    {"show port serdes", "let a port's serial lanes be measured", measure_serdes, serdes_arguments},
     {"show port driver", "the data plane's driver of a port", show_driver, driver_arguments},
     {"show port counters", "packets that processors received", show_counters, counter_arguments},
     {"clear port buffers", "drain the packet buffers of a board", drain, count_arguments},
     {"show port control", "which board executes control requests", show_control, count_arguments},
     {"set port control", "execute a control request on a board", set_control, control_arguments},
+    {"set port control lanes", "execute a change of lane settings on a board", set_lanes_remotely,
+     set_lanes_arguments},
+    {"show port settings", "what control requests have set of a port", show_settings, port_arguments},
     {"show uplink", "direct uplink", show_uplink},
     {"set uplink", "switch direct uplink", set_uplink, uplink_arguments},
 };

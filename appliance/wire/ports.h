@@ -38,7 +38,7 @@ struct [[gnu::packed]] port_stats_head {
     char board[32];
     uint16_t cpu;
     uint16_t count; /* of records */
-    uint32_t reserved;
+    uint32_t all;   /* of a driver's own statistics: how many there are on all pages */
 };
 struct [[gnu::packed]] port_stats_record {
     char name[16];
@@ -46,6 +46,23 @@ struct [[gnu::packed]] port_stats_record {
 };
 inline constexpr uint32_t most_port_stats =
     (drv_message_size - drv_data - sizeof(port_stats_head)) / sizeof(port_stats_record);
+
+/* A statistics request whose first option byte is 1 asks for what the port's driver counts by itself; the
+ * second option byte is the page. The reply has port_stats_head, then these. */
+inline constexpr uint8_t stats_of_driver = 1;
+struct [[gnu::packed]] driver_stats_record {
+    char name[32];
+    uint64_t value;
+};
+inline constexpr uint32_t most_driver_stats =
+    (drv_message_size - drv_data - sizeof(port_stats_head)) / sizeof(driver_stats_record);
+
+/* At 48 of the reply to an eye or serdes request. */
+struct [[gnu::packed]] port_lane_record {
+    char board[32];
+    uint32_t requests; /* of this port so far, those without an answer included */
+    uint8_t last[drv_serdes_size];
+};
 
 /* At 48 of a driver information reply. */
 struct [[gnu::packed]] port_drv_record {
@@ -69,12 +86,60 @@ static_assert(offsetof(dp_drv_record, driver) == drv_dp_name);
 /* At 48 of a bridge statistics reply. */
 struct [[gnu::packed]] bridge_stats_head {
     char board[32];
-    char bridge[16];
-    uint32_t count; /* of the ports that follow as port_stats_record */
+    uint32_t spanning_tree; /* 1: it is on */
+    uint32_t ageing_s;
+    uint32_t count; /* of the bridge_port_record that follow */
     uint32_t reserved;
+    port_stats_record bridge; /* of the bridge itself */
 };
+struct [[gnu::packed]] bridge_port_record {
+    port_stats_record stats;
+    uint32_t state; /* of the spanning tree: 0 disabled, 1 listening, 2 learning, 3 forwarding, 4 blocking */
+    uint32_t cost;
+};
+inline constexpr const char *bridge_port_states[] = {"disabled", "listening", "learning", "forwarding",
+                                                     "blocking"};
 inline constexpr uint32_t most_bridge_ports =
-    (drv_bridge_size - drv_data - sizeof(bridge_stats_head)) / sizeof(port_stats_record);
+    (drv_bridge_size - drv_data - sizeof(bridge_stats_head)) / sizeof(bridge_port_record);
+
+/* --- control requests --------------------------------------------------------------------------------------
+ * A device control sets something of a port of the board that executes it; the device's number is the
+ * port's. Its data are one or three words. */
+inline constexpr uint32_t most_control_words = 3;
+struct port_control {
+    uint32_t command;
+    const char *name;
+    uint32_t words;
+    uint32_t low, high; /* of each word */
+    uint32_t usual;     /* until it is set */
+};
+enum port_control_command : uint32_t {
+    control_admin = 62,    /* 0: down */
+    control_mtu = 64,      /* 0: the interface's own */
+    control_pause = 66,    /* receive, send, threshold in KiB */
+    control_identify = 68, /* seconds that the port blinks */
+    control_speed = 69,    /* Mbit/s, full duplex, negotiated */
+    control_vlan = 70,     /* of untagged frames, tagged only, filter */
+    control_storm = 77,    /* broadcasts, multicasts, unknown ones a second; 0: any number */
+    control_mirror = 78    /* to port, what it receives, what it sends */
+};
+inline constexpr port_control port_controls[] = {
+    {control_admin, "admin", 1, 0, 1, 1},          {control_mtu, "mtu", 1, 0, 65535, 0},
+    {control_pause, "pause", 3, 0, 65535, 0},      {control_identify, "identify", 1, 0, 3600, 0},
+    {control_speed, "speed", 3, 0, 1000000, 0},    {control_vlan, "vlan", 3, 0, 4094, 0},
+    {control_storm, "storm", 3, 0, 0xffffffff, 0}, {control_mirror, "mirror", 3, 0, 65535, 0},
+};
+
+/* The interface control that has an answer: reads a word of the interface's setting. Its data are the word's
+ * place, then its value. */
+inline constexpr uint32_t control_read = 1;
+inline constexpr uint32_t control_read_slot = 0; /* the slot of the board that executes the request */
+constexpr uint32_t control_place(uint32_t command, uint32_t word)
+{
+    return command << 8 | word;
+}
+/* The other one executes a port message, of drv_message_size bytes, on the board. */
+inline constexpr uint32_t control_message = 12;
 
 /* Packet-receive counters of the kernel, one row a processor. */
 struct [[gnu::packed]] packet_counter_row {

@@ -12,9 +12,15 @@ import time
 MARK = "MIX_TEST_OWN_NETWORK"
 
 
-def enter():
-    """Returns inside a network namespace of the test's own; ends with 77 where that is not allowed."""
+def enter(own_sys=False):
+    """Returns inside a network namespace of the test's own; ends with 77 where that is not allowed.
+
+    own_sys: with a /sys that shows the interfaces of that namespace."""
     if os.environ.get(MARK):
+        if own_sys and subprocess.run(["mount", "-t", "sysfs", "sysfs", "/sys"], check=False,
+                                      stderr=subprocess.DEVNULL).returncode != 0:
+            print("skipped: /sys can't be mounted here")
+            sys.exit(77)
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         return
     user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
@@ -22,7 +28,8 @@ def enter():
         print("skipped: network namespaces are not allowed here")
         sys.exit(77)
     os.environ[MARK] = "1"
-    os.execvp("unshare", ["unshare", *user, "--net", sys.executable, *sys.argv])
+    mounts = ["--mount"] if own_sys else []
+    os.execvp("unshare", ["unshare", *user, *mounts, "--net", sys.executable, *sys.argv])
 
 
 def run(*words, check=True, text_in=None):

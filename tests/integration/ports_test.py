@@ -1,0 +1,119 @@
+"""The port driver on interfaces of the test's own: drivers, their counters, bridges, and what is written to the kernel."""
+
+import unittest
+
+from own_network import Peer, enter, ip, ip_json, ping, run, until
+from shell_case import ShellCase
+
+
+class Ports(ShellCase):
+    def setUp(self):
+        self.made = []
+        super().setUp()
+        self.addCleanup(lambda: [ip(f"link del {name}", check=False) for name in self.made])
+
+    def link(self, words, name):
+        ip(f"link add {name} {words}")
+        self.made.append(name)
+
+    def one(self, command):
+        found = self.json(command)
+        self.assertEqual(len(found), 1)
+        return found[0]
+
+    def number_of(self, name):
+        for port in range(self.one("show port count")["ports"]):
+            if self.one(f"show port {port}")["name"] == name:
+                return port
+        raise AssertionError(f"{name} is no port")
+
+    def test_the_driver_is_named_by_itself(self):
+        self.link("type veth peer name v1", "v0")
+        self.link("type bridge", "br0")
+        for name, driver in (("v0", "veth"), ("br0", "bridge")):
+            port = self.number_of(name)
+            told = dict(line.split(": ", 1) for line in run("sh", "-c", f"ethtool -i {name} 2>/dev/null", check=False).splitlines()
+                        if ": " in line)
+            self.assertEqual(told.get("driver", driver), driver)
+            self.assertEqual(self.one(f"show port {port}")["driver"], driver)
+            self.assertEqual(self.one(f"show port driver {port}")["driver"], driver)
+            self.assertEqual(self.one(f"show port {port}")["bus"], "virtual")
+
+    def test_the_drivers_own_counters(self):
+        self.link("type veth peer name v1", "v0")
+        peer = [link["ifindex"] for link in ip_json("link show v1")][0]
+        rows = self.json(f"show port details {self.number_of('v0')}")
+        self.assertEqual({row["counter"]: row["value"] for row in rows}["peer_ifindex"], peer)
+        self.assertEqual({row["board"] for row in rows}, {"this"})
+        self.refused("show port details 900", "can't be read")
+
+    def test_more_counters_than_fit_into_a_message(self):
+        self.link("numtxqueues 64 numrxqueues 64 type veth peer name v1", "v0")
+        ip("link set v0 up")
+        rows = self.json(f"show port details {self.number_of('v0')}")
+        if len(rows) < 313:
+            self.skipTest(f"this kernel's driver has {len(rows)} counters only")
+        names = [row["counter"] for row in rows]
+        self.assertEqual(len(set(names)), len(names), "a page came twice")
+
+    def test_a_bridge_and_its_ports(self):
+        self.refused("show port bridge 0", "can't be read")
+        self.link("type bridge stp_state 0 ageing_time 12300", "br0")
+        ip("link set br0 up")
+        ip("addr add 10.7.0.1/24 dev br0")
+        peer = Peer("p0", addresses=["10.7.0.2/24"])
+        self.addCleanup(peer.remove)
+        ip("link set p0 master br0")
+        self.link("type veth peer name d1", "d0")
+        ip("link set d0 master br0")
+        until(lambda: ping("10.7.0.2"), True, 10)
+        found = self.json("show port bridge 0")
+        self.assertEqual([(row["port"], row["state"]) for row in found],
+                         [("br0", None), ("d0", "disabled"), ("p0", "forwarding")])
+        with open("/sys/class/net/p0/brport/path_cost", encoding="ascii") as file:
+            self.assertEqual(found[2]["cost"], int(file.read()))
+        self.assertGreater(found[0]["in_packets"], 0)
+        self.assertGreater(found[2]["in_packets"], 0)
+        self.assertEqual(found[1]["in_packets"], 0)
+        self.assertIn("spanning tree off, addresses age in 123 s", self.ok("show port bridge 0").stdout)
+        self.refused("show port bridge 1", "can't be read")
+
+    def test_without_leave_the_kernel_stays_as_it_is(self):
+        self.link("type veth peer name d1", "d0")
+        ip("link set d0 up")
+        port = self.number_of("d0")
+        self.ok(f"set port control {port} 64 1000")
+        self.ok(f"set port control {port} 62 0")
+        shown = self.one(f"show port {port}")
+        self.assertEqual((shown["mtu"], shown["up"]), (1000, False))
+        link = ip_json("link show d0")[0]
+        self.assertEqual((link["mtu"], "UP" in link["flags"]), (1500, True))
+
+
+class Applied(Ports):
+    options = ["--apply"]
+
+    def kernel(self, name):
+        link = ip_json(f"link show {name}")[0]
+        return link["mtu"], "UP" in link["flags"]
+
+    def test_without_leave_the_kernel_stays_as_it_is(self):
+        """With --apply it does not."""
+        self.link("type veth peer name d1", "d0")
+        ip("link set d0 up")
+        port = self.number_of("d0")
+        self.ok(f"set port control {port} 64 1000")
+        self.ok(f"set port control {port} 62 0")
+        self.assertEqual(self.kernel("d0"), (1000, False))
+        ip("link set d0 mtu 1400 up")
+        self.restart()
+        self.assertEqual(self.kernel("d0"), (1000, False), "as it was left")
+        self.ok(f"set port control {port} 62 1")
+        self.assertEqual(self.kernel("d0"), (1000, True))
+        self.refused(f"set port control {port} 64 1", "was not executed") # so small: the kernel refuses it
+        self.assertEqual(self.one(f"show port {port}")["mtu"], 1000)
+
+
+if __name__ == "__main__":
+    enter(own_sys=True)
+    unittest.main()
