@@ -82,6 +82,7 @@ class upgrade : public service
     std::string image_, version_, text_ = "no upgrade so far";
     bool locked_ = false;
     uint32_t notices_ = 0;
+    upgrade_summary last_notice_{}; /* its notice fields */
     graceful_record graceful_{};
 };
 
@@ -213,29 +214,27 @@ int32_t upgrade::answer(const request &asked, reply &out)
 
 int32_t upgrade::take_notice(const request &asked)
 {
-    switch (static_cast<issu_code>(asked.field<uint32_t>(0))) {
-    case issu_code::lock_cfg:
-        locked_ = asked.record<issu_value_request>().value != 0;
-        break;
-    case issu_code::nat_transfer:
-    case issu_code::report_nat_transfer:
-    case issu_code::sess_transfer:
-    case issu_code::report_sess_transfer:
-    case issu_code::nat_merge:
-    case issu_code::report_ssmha_warm_sync:
-    case issu_code::ssmha_warm_sync_poll:
-    case issu_code::dmcu_switch:
-        break;
-    default:
+    const auto code = static_cast<issu_code>(asked.field<uint32_t>(0));
+    const bool known = std::any_of(std::begin(upgrade_notices), std::end(upgrade_notices),
+                                   [=](const upgrade_notice_name &each) { return each.code == code; });
+    if (!known)
         return EINVAL;
-    }
+    const auto words = asked.record<issu_words_request>();
+    if (code == issu_code::lock_cfg)
+        locked_ = asked.record<issu_value_request>().value != 0;
     notices_++;
+    last_notice_.last_notice = static_cast<uint32_t>(code);
+    last_notice_.notice_slot = static_cast<uint16_t>(asked.at.slot);
+    last_notice_.notice_cpu = asked.to.instance;
+    last_notice_.notice_daemon = asked.to.daemon;
+    const uint16_t carried[] = {words.a, words.b, words.c, words.d};
+    std::memcpy(last_notice_.notice_words, carried, sizeof carried);
     return 0;
 }
 
 int32_t upgrade::show_summary(reply &out) const
 {
-    upgrade_summary summary{};
+    upgrade_summary summary = last_notice_;
     summary.state = state_;
     summary.processors = static_cast<uint32_t>(processors_.size());
     uint32_t percent = 0;
@@ -313,6 +312,9 @@ int32_t upgrade::shut_module(const issu_shut_request &asked, reply &out)
     graceful_.modules++;
     fill_text(graceful_.last, text_in(asked.name));
     fill_text(graceful_.second, text_in(asked.second_name));
+    graceful_.cpu = asked.cpu;
+    graceful_.words[0] = asked.p;
+    graceful_.words[1] = asked.q;
     auto answered = headed<issu_result_reply>(issu_code::sm_shut);
     answered.result = upgrade_ok;
     out.append(answered);

@@ -5,6 +5,7 @@
 #include "appliance/wire/issu.h"
 #include "platform/ipcmsg.h"
 
+#include <fmt/format.h>
 #include <libmix/issu.h>
 
 namespace mixsh
@@ -50,6 +51,7 @@ outcome show_upgrade(invocation &call)
                        {"Target version", "target", field_text(is.target)},
                        {"Image", "image", field_text(is.image)},
                        {"Configuration locked", "locked", is.config_locked != 0},
+                       {"Notices taken", "notices", std::uint32_t{is.notices}},
                        {"Last step", "text", field_text(is.text)}});
     return outcome::done;
 }
@@ -157,18 +159,83 @@ outcome show_loaded(invocation &call)
     return outcome::done;
 }
 
+constexpr char loaded_or_named[] = "an image; without one the image that is loaded";
+constexpr choice list_choices[] = {{"up", "versions that it is an upgrade of", wire::lists_up},
+                                   {"down", "versions that it is a downgrade of", wire::lists_down}};
+
+// The text of the lists of the image that a command names.
+bool read_lists(invocation &call, std::uint8_t which, std::string &lists)
+{
+    lists.resize(wire::issu_reply_capacity);
+    auto length = static_cast<std::uint32_t>(lists.size());
+    if (issu_image_clist_get(0, call.text_or("IMAGE", ""), which, lists.data(), &length) != 0)
+        return false;
+    lists.resize(length);
+    return true;
+}
+
+outcome no_lists(invocation &call)
+{
+    return failed(call, wire::issu_code::image_clist, "the lists can't be read");
+}
+
 outcome show_lists(invocation &call)
 {
-    static char lists[wire::issu_reply_capacity + 1];
-    std::uint32_t length = sizeof lists - 1;
-    if (issu_image_clist_get(0, call.text_or("IMAGE", ""), wire::lists_all, lists, &length) != 0)
-        return failed(call, wire::issu_code::image_clist, "the lists can't be read");
-    lists[length] = '\0';
+    std::string lists;
+    if (!read_lists(call, static_cast<std::uint8_t>(call.chosen("list").value_or(wire::lists_all)), lists))
+        return no_lists(call);
     call.out().plain(lists);
     return outcome::done;
 }
 constexpr argument list_arguments[] = {
-    optional_value("IMAGE", kinds::word, "an image; without one the image that is loaded", {.longest = 127})};
+    optional_value("IMAGE", kinds::word, loaded_or_named, {.longest = 127}),
+    option("list", kinds::one_of, "one of the lists", {.choices = list_choices})};
+
+// Entries of a list, by the reader that decides with them.
+outcome show_entries(invocation &call)
+{
+    constexpr column columns[] = {{.title = "Entry", .key = "entry"}};
+    std::string lists;
+    char entry[256];
+    if (!read_lists(call, wire::lists_all, lists))
+        return no_lists(call);
+    const std::string name = call.text("LIST");
+    table rows(call.out(), columns);
+    if (issu_first_ver_get(lists.c_str(), name.c_str(), entry, sizeof entry) != 0)
+        return outcome::done; /* no such list, or an empty one */
+    const char *at = lists.c_str() + lists.find(name) + name.size();
+    while ((at = issu_get_clist_one(at, entry, sizeof entry)) != nullptr)
+        rows.row({entry});
+    return outcome::done;
+}
+constexpr argument entry_arguments[] = {
+    value("LIST", kinds::word, "the list's name: UP-LIST, DOWN-LIST", {.longest = 127}),
+    optional_value("IMAGE", kinds::word, loaded_or_named, {.longest = 127})};
+
+// Whether a version stands in a list; nothing where the image has no such list.
+cell listed(int answer)
+{
+    return answer < 0 ? cell() : cell(answer == 0);
+}
+
+outcome show_compatible(invocation &call)
+{
+    std::string lists;
+    if (!read_lists(call, wire::lists_all, lists))
+        return no_lists(call);
+    const char *version = call.text("VERSION");
+    const char *other = call.text("list");
+    call.out().record({{"Version", "version", version},
+                       {"Can be upgraded", "up", listed(issu_ver_up_ck(lists.c_str(), version))},
+                       {"Can be downgraded", "down", listed(issu_ver_down_ck(lists.c_str(), version))},
+                       {"In the named list", "in_list",
+                        other != nullptr ? listed(_issu_ver_ck_(lists.c_str(), version, other)) : cell()}});
+    return outcome::done;
+}
+constexpr argument compatible_arguments[] = {
+    value("VERSION", kinds::word, "a version", {.longest = 255}),
+    optional_value("IMAGE", kinds::word, loaded_or_named, {.longest = 127}),
+    option("list", kinds::word, "another list of the image", {.longest = 127})};
 
 outcome lock(invocation &call)
 {
@@ -185,8 +252,144 @@ outcome show_gshut(invocation &call)
     wire::graceful_record is;
     if (issu_show_gshut(0, &is) != 0)
         return failed(call, wire::issu_code::show_gshut, "the graceful shutdown can't be read");
-    call.out().record(
-        {{"Modules shut down", "modules", std::uint32_t{is.modules}}, {"Last", "last", field_text(is.last)}});
+    call.out().record({{"Modules shut down", "modules", std::uint32_t{is.modules}},
+                       {"Last", "last", text_or_nothing(field_text(is.last))},
+                       {"Its part", "part", text_or_nothing(field_text(is.second))},
+                       {"Processor", "cpu", std::uint32_t{is.cpu}},
+                       {"First number", "first", std::uint32_t{is.words[0]}},
+                       {"Second number", "second", std::uint32_t{is.words[1]}}});
+    return outcome::done;
+}
+
+outcome shut(invocation &call)
+{
+    std::uint32_t result = 0;
+    if (issu_sm_shut(call.number_or<std::uint32_t>("cpu", 0), &result,
+                     call.number_or<std::uint16_t>("first", 0), call.number_or<std::uint16_t>("second", 0),
+                     call.text("MODULE"), call.text_or("part", "")) != 0)
+        return failed(call, wire::issu_code::sm_shut, "the module was not shut down");
+    if (result != wire::upgrade_ok)
+        return call.fail(fmt::format("the upgrade manager answers {}", result));
+    return outcome::done;
+}
+constexpr limits words_of_16_bits{.high = 65535};
+constexpr argument shut_arguments[] = {
+    value("MODULE", kinds::word, "a service module", {.longest = 127}),
+    option("part", kinds::word, "a part of it", {.longest = 31}), option("cpu", kinds::number, "a processor"),
+    option("first", kinds::number, "a number for the module", words_of_16_bits),
+    option("second", kinds::number, "another", words_of_16_bits)};
+
+// --- notices: messages that nobody answers
+
+outcome told(invocation &call, wire::issu_code code, std::uint32_t to, int result)
+{
+    if (result == 0)
+        return outcome::done;
+    call.print()("%s\n", issu_err_str_get());
+    return call.fail(request{to, wire::issu_type, static_cast<std::uint32_t>(code)},
+                     "the notice was not sent");
+}
+
+struct processor_words {
+    std::uint16_t slot, cpu;
+    explicit processor_words(const invocation &call)
+        : slot(call.number_or<std::uint16_t>("SLOT", 0)), cpu(call.number_or<std::uint16_t>("CPU", 0))
+    {
+    }
+    std::uint32_t daemon(std::uint32_t number) const { return mktipcid(slot + 1u, cpu, number); }
+};
+
+constexpr argument value_arguments[] = {value("VALUE", kinds::number, "what is told")};
+constexpr argument short_value_arguments[] = {
+    value("VALUE", kinds::number, "what is told", words_of_16_bits)};
+constexpr argument processor_arguments[] = {
+    value("SLOT", kinds::number, "a board of the chassis", slots),
+    value("CPU", kinds::number, "a processor of the board", {.high = 63})};
+constexpr argument processor_value_arguments[] = {processor_arguments[0], processor_arguments[1],
+                                                  value_arguments[0]};
+constexpr argument nat_arguments[] = {value("A", kinds::number, "first number", words_of_16_bits),
+                                      value("B", kinds::number, "second number", words_of_16_bits),
+                                      value("C", kinds::number, "third number", words_of_16_bits),
+                                      value("D", kinds::number, "fourth number", words_of_16_bits)};
+constexpr argument session_arguments[] = {processor_arguments[0], processor_arguments[1], nat_arguments[2],
+                                          nat_arguments[3]};
+
+outcome send_nat(invocation &call)
+{
+    const auto n = [&](std::string_view name) { return call.number_or<std::uint16_t>(name, 0); };
+    return told(call, wire::issu_code::nat_transfer, wire::issu_main,
+                issu_send_nat_transfer(n("A"), n("B"), n("C"), n("D")));
+}
+
+outcome merge_nat(invocation &call)
+{
+    const processor_words of(call);
+    return told(call, wire::issu_code::nat_merge, of.daemon(wire::issu_main),
+                issu_send_nat_merge(of.slot, of.cpu));
+}
+
+outcome report_nat(invocation &call)
+{
+    return told(call, wire::issu_code::report_nat_transfer, wire::issu_manager,
+                issu_report_nat_transfer(call.number_or<std::uint32_t>("VALUE", 0)));
+}
+
+outcome send_sessions(invocation &call)
+{
+    const processor_words of(call);
+    return told(call, wire::issu_code::sess_transfer, of.daemon(wire::issu_main),
+                issu_send_sess_transfer(of.slot, of.cpu, call.number_or<std::uint16_t>("C", 0),
+                                        call.number_or<std::uint16_t>("D", 0)));
+}
+
+outcome report_sessions(invocation &call)
+{
+    const processor_words of(call);
+    return told(call, wire::issu_code::report_sess_transfer, of.daemon(wire::issu_manager),
+                issu_report_sess_transfer(of.slot, of.cpu, call.number_or<std::uint32_t>("VALUE", 0)));
+}
+
+outcome poll_sync(invocation &call)
+{
+    return told(call, wire::issu_code::ssmha_warm_sync_poll, wire::issu_main,
+                issu_send_ssmha_warm_sync_poll(call.number_or<std::uint16_t>("VALUE", 0)));
+}
+
+outcome report_sync(invocation &call)
+{
+    return told(call, wire::issu_code::report_ssmha_warm_sync, wire::issu_manager,
+                issu_report_ssmha_warm_sync(call.number_or<std::uint16_t>("VALUE", 0)));
+}
+
+outcome switch_unit(invocation &call)
+{
+    const processor_words of(call);
+    return told(call, wire::issu_code::dmcu_switch, of.daemon(wire::issu_main),
+                issu_send_dmcu_switch(of.slot, of.cpu));
+}
+
+const char *notice_name(std::uint32_t code)
+{
+    for (const wire::upgrade_notice_name &each : wire::upgrade_notices)
+        if (static_cast<std::uint32_t>(each.code) == code)
+            return each.name;
+    return "unknown";
+}
+
+outcome show_notice(invocation &call)
+{
+    wire::upgrade_summary is;
+    if (issu_show_sum(0, &is) != 0)
+        return failed(call, wire::issu_code::show_sum, "the notices can't be read");
+    const bool any = is.notices != 0;
+    const std::array words{std::uint16_t{is.notice_words[0]}, std::uint16_t{is.notice_words[1]},
+                           std::uint16_t{is.notice_words[2]}, std::uint16_t{is.notice_words[3]}};
+    call.out().record({{"Notices taken", "notices", std::uint32_t{is.notices}},
+                       {"Last", "last", any ? cell(notice_name(is.last_notice)) : cell()},
+                       {"Slot", "slot", any ? cell(std::uint32_t{is.notice_slot}) : cell()},
+                       {"Processor", "cpu", any ? cell(std::uint32_t{is.notice_cpu}) : cell()},
+                       {"Daemon", "daemon", any ? cell(std::uint32_t{is.notice_daemon}) : cell()},
+                       {"Words", "words", any ? cell(fmt::format("{}", fmt::join(words, " "))) : cell()}});
     return outcome::done;
 }
 
@@ -197,10 +400,25 @@ constexpr command commands[] = {
     {"show upgrade image", "the version of the image that is loaded", show_loaded},
     {"show upgrade check", "whether the loaded image can replace what runs", check},
     {"show upgrade lists", "the versions that an image can replace", show_lists, list_arguments},
+    {"show upgrade entries", "the entries of one of an image's lists", show_entries, entry_arguments},
+    {"show upgrade compatible", "whether an image can replace a version", show_compatible,
+     compatible_arguments},
+    {"show upgrade notice", "the last message of an upgrade's participants", show_notice},
     {"show upgrade shutdown", "the modules that were shut down gracefully", show_gshut},
     {"set upgrade image", "load an image", load, load_arguments},
     {"set upgrade start", "upgrade to an image", start, start_arguments},
     {"set upgrade lock", "lock the configuration", lock, lock_arguments},
+    {"set upgrade shutdown", "shut a service module down gracefully", shut, shut_arguments},
+    {"set upgrade nat", "let NAT state move", send_nat, nat_arguments},
+    {"set upgrade nat merge", "let a processor merge NAT state", merge_nat, processor_arguments},
+    {"set upgrade nat report", "report how far NAT state has moved", report_nat, value_arguments},
+    {"set upgrade sessions", "let a processor's sessions move", send_sessions, session_arguments},
+    {"set upgrade sessions report", "report how far a processor's sessions have moved", report_sessions,
+     processor_value_arguments},
+    {"set upgrade sync", "ask how far the warm synchronisation is", poll_sync, short_value_arguments},
+    {"set upgrade sync report", "report how far the warm synchronisation is", report_sync,
+     short_value_arguments},
+    {"set upgrade switch", "let a processor's control unit switch over", switch_unit, processor_arguments},
 };
 
 } // namespace

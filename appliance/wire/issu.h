@@ -22,8 +22,13 @@ struct [[gnu::packed]] upgrade_summary {
     char running[128];
     char target[128];
     char image[128];
-    char text[256]; /* of the last step, or of the last refusal */
-    uint8_t reserved[48];
+    char text[256];       /* of the last step, or of the last refusal */
+    uint32_t last_notice; /* its issu_code, when notices is not 0 */
+    uint16_t notice_slot; /* of the board that took it */
+    uint16_t notice_cpu;
+    uint16_t notice_daemon;
+    uint16_t notice_words[4]; /* what it carried: up to four words, or one number, low half first */
+    uint8_t reserved[30];
 };
 static_assert(sizeof(upgrade_summary) == sizeof(issu_sum_reply::summary));
 
@@ -32,7 +37,9 @@ struct [[gnu::packed]] graceful_record {
     uint32_t modules; /* shut down so far */
     char last[128];   /* name of the last one */
     char second[32];
-    uint8_t reserved[296];
+    uint32_t cpu; /* as it was asked for */
+    uint16_t words[2];
+    uint8_t reserved[288];
 };
 static_assert(sizeof(graceful_record) == sizeof(issu_gshut_reply::record));
 
@@ -44,6 +51,22 @@ struct [[gnu::packed]] upgrade_processor {
     char version[28];
 };
 static_assert(sizeof(upgrade_processor) == issu_status_entry_size);
+
+struct upgrade_notice_name {
+    issu_code code;
+    const char *name;
+};
+inline constexpr upgrade_notice_name upgrade_notices[] = {
+    {issu_code::nat_transfer, "NAT transfer"},
+    {issu_code::report_nat_transfer, "NAT transfer report"},
+    {issu_code::sess_transfer, "session transfer"},
+    {issu_code::report_sess_transfer, "session transfer report"},
+    {issu_code::nat_merge, "NAT merge"},
+    {issu_code::lock_cfg, "configuration lock"},
+    {issu_code::report_ssmha_warm_sync, "warm synchronisation report"},
+    {issu_code::ssmha_warm_sync_poll, "warm synchronisation poll"},
+    {issu_code::dmcu_switch, "control unit switch"},
+};
 
 /* issu_start: how strict. */
 enum upgrade_mode : uint32_t { upgrade_checked = 0, upgrade_forced = 1 };
