@@ -1,6 +1,7 @@
 /*
  * The virtual-chassis manager: message type 647 of daemon 97, on every board, so that the master's answers at
- * its own address, too. What it is told is kept in the store.
+ * its own address, too. What it is told is kept in the store, and what a scenario tells of hosts and tenants,
+ * too. This host's own slot needs no description: its processors are counted.
  *
  *     [vchassis]
  *     service_mode = 1
@@ -13,11 +14,13 @@
  *     ipv4 = "10.0.0.1"
  *     slot = 2
  */
+#include <array>
 #include <cerrno>
-#include <map>
 
 #include <fmt/format.h>
 
+#include "appliance/mixd/host_figures.h"
+#include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/vchassis.h"
@@ -35,20 +38,48 @@ constexpr const char *migrations[] = {
     "CREATE TABLE vchassis_vm(slot INTEGER PRIMARY KEY, type INTEGER, flavour INTEGER, state INTEGER);"
     "CREATE TABLE vchassis_address(key INTEGER PRIMARY KEY, b INTEGER, c INTEGER, text TEXT NOT NULL);"
     "CREATE TABLE vchassis_slot(slot INTEGER PRIMARY KEY, state INTEGER, disk INTEGER)",
+    MIXD_KEPT_ROWS_TABLE("vchassis_host") ";" MIXD_KEPT_ROWS_TABLE("vchassis_tenant"),
 };
 
 constexpr uint32_t state_active = 26, state_shutoff = 28;
 
 struct host {
-    uint32_t flavour, count;
+    uint32_t slot;
+    uint32_t flavour;
+    uint32_t count;
 };
+struct slot_of_host {
+    uint32_t operator()(const host &one) const { return one.slot; }
+};
+
+struct tenant {
+    char vm[40]; /* in canonical form */
+    tenant_vm_record is;
+};
+struct vm_of_tenant {
+    std::array<char, 40> operator()(const tenant &one) const { return std::to_array(one.vm); }
+};
+
+/* This host, by the largest flavour that fits on it. */
+host count_processors(uint32_t slot)
+{
+    const uint32_t processors = host_cpu_count();
+    const uint32_t flavour = processors >= 8 ? 8 : processors >= 4 ? 4 : 2;
+    return {slot, flavour, processors / flavour};
+}
 
 class vchassis : public service
 {
   public:
     explicit vchassis(setup &with);
+    void begin() override;
 
   private:
+    void read(scenario_table &table);
+    int32_t show_host(uint32_t slot, reply &) const;
+    int32_t show_tenant(const request &, reply &) const;
+    int32_t list_vms(const request &, reply &);
+    int32_t list_slots(const request &, reply &);
     int32_t answer(const request &, reply &);
     int32_t operate(const vm_oper_record &, reply &);
     int32_t metadata(const request &, vchassis_code, reply &);
@@ -62,35 +93,55 @@ class vchassis : public service
     int32_t commit(std::string_view sql, const Values &...values);
 
     store &store_;
+    bool described_;
+    uint32_t here_;
     uint16_t mode_ = 0;
     uint32_t crashes_ = 0;
-    std::map<uint32_t, host> hosts_;
-    std::map<std::string, tenant_vm_record> tenants_;
+    kept_rows<host, slot_of_host> hosts_;
+    kept_rows<tenant, vm_of_tenant> tenants_;
 };
 
-vchassis::vchassis(setup &with) : store_(with.state())
+vchassis::vchassis(setup &with)
+    : store_(with.state()), described_(!with.settings().host), here_(with.boards().here().slot),
+      hosts_(store_, "vchassis_host"), tenants_(store_, "vchassis_tenant")
 {
     scenario_table table = with.scenario("vchassis");
-    mode_ = static_cast<uint16_t>(table.number("service_mode", 0, 0, UINT16_MAX));
-    for (scenario_table &row : table.rows("host"))
-        hosts_[static_cast<uint32_t>(row.required_number("slot", 0, 253))] = {
-            static_cast<uint32_t>(row.required_number("flavour", 2, 8)),
-            static_cast<uint32_t>(row.required_number("count", 0, UINT32_MAX))};
-    for (scenario_table &row : table.rows("tenant")) {
-        tenant_vm_record one{};
-        one.ipv4 = row.ipv4("ipv4").value_or(0);
-        const ipv6_address ipv6 = row.ipv6("ipv6").value_or(ipv6_address{});
-        const mac_address mac = row.mac("mac").value_or(mac_address{});
-        std::memcpy(one.ipv6, ipv6.data(), sizeof one.ipv6);
-        std::memcpy(one.mac, mac.data(), sizeof one.mac);
-        one.vlan = static_cast<uint16_t>(row.number("vlan", 0, 0, 4094));
-        one.slot = static_cast<uint32_t>(row.number("slot", 0, 0, 253));
-        one.state = static_cast<uint32_t>(row.number("state", state_active, 0, 43));
-        tenants_[row.required_text("vm", 36)] = one;
-    }
+    read(table);
     with.serve_on_boards(vchassis_manager, vchassis_type,
                          [this](const request &asked, reply &out) { return answer(asked, out); },
                          {.instances = {0}});
+    with.serve(control_daemon, control_list_vms,
+               [this](const request &asked, reply &out) { return list_vms(asked, out); });
+    with.serve(control_daemon, control_list_vchassis_slots,
+               [this](const request &asked, reply &out) { return list_slots(asked, out); });
+}
+
+void vchassis::read(scenario_table &table)
+{
+    mode_ = static_cast<uint16_t>(table.number("service_mode", 0, 0, UINT16_MAX));
+    for (scenario_table &row : table.rows("host"))
+        hosts_.describe(row, {static_cast<uint32_t>(row.required_number("slot", 0, 253)),
+                              static_cast<uint32_t>(row.required_number("flavour", 2, 8)),
+                              static_cast<uint32_t>(row.required_number("count", 0, UINT32_MAX))});
+    for (scenario_table &row : table.rows("tenant")) {
+        tenant one{};
+        const ipv6_address ipv6 = row.ipv6("ipv6").value_or(ipv6_address{});
+        const mac_address mac = row.mac("mac").value_or(mac_address{});
+        fill_text(one.vm, row.required_text("vm", 36));
+        one.is.ipv4 = row.ipv4("ipv4").value_or(0);
+        std::memcpy(one.is.ipv6, ipv6.data(), sizeof one.is.ipv6);
+        std::memcpy(one.is.mac, mac.data(), sizeof one.is.mac);
+        one.is.vlan = static_cast<uint16_t>(row.number("vlan", 0, 0, 4094));
+        one.is.slot = static_cast<uint32_t>(row.number("slot", 0, 0, 253));
+        one.is.state = static_cast<uint32_t>(row.number("state", state_active, 0, 43));
+        tenants_.describe(row, one);
+    }
+}
+
+void vchassis::begin()
+{
+    hosts_.begin(described_);
+    tenants_.begin(described_);
 }
 
 template <class Data>
@@ -143,21 +194,10 @@ int32_t vchassis::answer(const request &asked, reply &out)
     case vchassis_addr_debug:
         log(priority::notice, fmt::format("address debugging {}", data_of<vchassis_word_data>(asked).value));
         return 0;
-    case vchassis_host_cpu_num: {
-        const auto found = hosts_.find(data_of<vchassis_slot_data>(asked).slot);
-        if (found == hosts_.end())
-            return -ENOENT;
-        out.append(vchassis_host_cpu_reply{found->second.flavour, found->second.count});
-        return 0;
-    }
-    case vchassis_tenant_vm_ip: {
-        const auto wanted = data_of<vchassis_text_data>(asked);
-        const auto found = tenants_.find(std::string(text_in(wanted.text)));
-        if (found == tenants_.end())
-            return -ENOENT;
-        out.append(found->second);
-        return 0;
-    }
+    case vchassis_host_cpu_num:
+        return show_host(data_of<vchassis_slot_data>(asked).slot, out);
+    case vchassis_tenant_vm_ip:
+        return show_tenant(asked, out);
     case vchassis_master_crash:
         log(priority::warning,
             fmt::format("board {}: the master's control VM crashed ({} times)", asked.at.name, ++crashes_));
@@ -174,6 +214,72 @@ int32_t vchassis::answer(const request &asked, reply &out)
     default:
         return refuse(out, EINVAL, "no such command");
     }
+}
+
+int32_t vchassis::show_host(uint32_t slot, reply &out) const
+{
+    const host *found = hosts_.rows().find(slot);
+    if (found == nullptr && (described_ || slot != here_))
+        return -ENOENT;
+    const host is = found != nullptr ? *found : count_processors(slot);
+    out.append(vchassis_host_cpu_reply{is.flavour, is.count});
+    return 0;
+}
+
+int32_t vchassis::show_tenant(const request &asked, reply &out) const
+{
+    tenant wanted{};
+    const auto text = data_of<vchassis_text_data>(asked);
+    fill_text(wanted.vm, text_in(text.text));
+    const tenant *found = tenants_.rows().find(vm_of_tenant{}(wanted));
+    if (found == nullptr)
+        return -ENOENT;
+    out.append(found->is);
+    return 0;
+}
+
+/* A page of what a query selects above the cursor, by slot; the cursor is the last slot and one. */
+template <class Row, class Convert>
+int32_t page_by_slot(statement rows, const request &asked, reply &out, Convert convert)
+{
+    control_page head{};
+    out.append(head);
+    rows.bind(int64_t{asked.record<control_list>().cursor} - 1);
+    while (rows.step()) {
+        if (out.bytes.size() + sizeof(Row) > control_page_size) {
+            out.put(0, head);
+            return 0;
+        }
+        const Row row = convert(rows);
+        out.append(row);
+        head.count++;
+        head.cursor = row.slot + 1;
+    }
+    head.cursor = 0;
+    out.put(0, head);
+    return 0;
+}
+
+int32_t vchassis::list_vms(const request &asked, reply &out)
+{
+    const auto column = [](const statement &row, int at) { return static_cast<uint32_t>(row.integer(at)); };
+    return page_by_slot<vchassis_vm_row>(
+        store_.prepare("SELECT slot, type, flavour, state FROM vchassis_vm WHERE slot>? ORDER BY slot"),
+        asked, out, [&](const statement &row) {
+            return vchassis_vm_row{column(row, 0), column(row, 1), column(row, 2), column(row, 3)};
+        });
+}
+
+int32_t vchassis::list_slots(const request &asked, reply &out)
+{
+    const auto column = [](const statement &row, int at) {
+        return row.null(at) ? vchassis_not_told : static_cast<uint32_t>(row.integer(at));
+    };
+    return page_by_slot<vchassis_slot_row>(
+        store_.prepare("SELECT slot, state, disk FROM vchassis_slot WHERE slot>? ORDER BY slot"), asked, out,
+        [&](const statement &row) {
+            return vchassis_slot_row{column(row, 0), column(row, 1), column(row, 2)};
+        });
 }
 
 int32_t vchassis::operate(const vm_oper_record &wanted, reply &out)

@@ -66,6 +66,43 @@ constexpr argument operate_arguments[] = {
     option("type", kinds::one_of, "of VM", {.choices = types}),
     option("flavour", kinds::one_of, "processors of a vSSM", {.choices = flavours})};
 
+constexpr column vm_columns[] = {{.title = "Slot", .key = "slot"},
+                                 {.title = "Type", .key = "type"},
+                                 {.title = "Flavour", .key = "flavour"},
+                                 {.title = "State", .key = "state"}};
+
+outcome show_vms(invocation &call)
+{
+    table rows(call.out(), vm_columns);
+    const bool read =
+        control::each_row<wire::vchassis_vm_row>(call, wire::control_list_vms, [&](const auto &row) {
+            return rows.row({std::uint32_t{row.slot}, vchassisd_vm_type2str(row.type),
+                             text_or_nothing(vchassisd_vm_flavor2str(row.flavour)),
+                             vchassisd_vm_state2str(row.state)});
+        });
+    rows.end();
+    return read ? outcome::done
+                : call.fail(control::about(wire::control_list_vms), "the VMs can't be listed");
+}
+
+constexpr column slot_columns[] = {
+    {.title = "Slot", .key = "slot"}, {.title = "State", .key = "state"}, {.title = "Disk", .key = "disk"}};
+
+outcome show_slots(invocation &call)
+{
+    table rows(call.out(), slot_columns);
+    const auto told = [](std::uint32_t number) { return number != wire::vchassis_not_told; };
+    const bool read = control::each_row<wire::vchassis_slot_row>(
+        call, wire::control_list_vchassis_slots, [&](const auto &row) {
+            return rows.row({std::uint32_t{row.slot},
+                             told(row.state) ? cell(vchassisd_vm_state2str(row.state)) : cell(),
+                             told(row.disk) ? cell(std::uint32_t{row.disk}) : cell()});
+        });
+    rows.end();
+    return read ? outcome::done
+                : call.fail(control::about(wire::control_list_vchassis_slots), "the slots can't be listed");
+}
+
 outcome show_tenant(invocation &call)
 {
     wire::tenant_vm_record is;
@@ -93,6 +130,21 @@ outcome show_host(invocation &call)
                        {"vSSM-08", "vssm_08", counts[2]}});
     return outcome::done;
 }
+
+// Whether the VMs that are wanted find their processors on the host.
+outcome show_capacity(invocation &call)
+{
+    std::uint32_t have[3] = {};
+    const auto n = [&](std::string_view name) { return call.number_or<std::uint32_t>(name, 0); };
+    const std::uint32_t need[] = {n("SMALL"), n("MEDIUM"), n("LARGE")};
+    if (libvchassisd_get_slot_host_cpu_num(call.number_or<std::uint16_t>("SLOT", 0), have) != 0)
+        return call.fail(asking(wire::vchassis_host_cpu_num), "the host's processors can't be read");
+    call.out().record({{"Room is left", "left", chassisd_vssm_cpu_cap_check(have, need) == 0}});
+    return outcome::done;
+}
+constexpr argument capacity_arguments[] = {slot_value, value("SMALL", kinds::number, "how many vSSM-02"),
+                                           value("MEDIUM", kinds::number, "how many vSSM-04"),
+                                           value("LARGE", kinds::number, "how many vSSM-08")};
 
 outcome show_mode(invocation &call)
 {
@@ -130,6 +182,85 @@ outcome set_metadata(invocation &call)
 }
 constexpr argument set_metadata_arguments[] = {
     key_value, value("VALUE", kinds::text, "its value", {.longest = 255}), number_option};
+
+// --- the cloud platform: what the metadata say of it
+
+constexpr const char *cloud_keys[] = {"cloud-platform", "cloud-switch", "cloud-range", "cloud-tag"};
+
+// False after a failure, whose reason stands in error.
+bool store_cloud(std::size_t which, const std::string &text, char (&error)[error_size])
+{
+    return libvchassisd_set_metadata(cloud_keys[which], 0, text.c_str(), 0, 0, error, sizeof error) == 0;
+}
+
+// Numbers are what is stored: the words of the cloud platforms have several spellings.
+outcome set_cloud(invocation &call)
+{
+    std::uint32_t switch_type = 0, address = 0;
+    std::uint8_t prefix = 0;
+    vchassisd_metadata tag{};
+    std::string switch_word = call.text_or("switch", "VSS"), range = call.text_or("range", ""),
+                tag_word = call.text_or("tag", "");
+    if (!range.empty() && vchassisd_trans_ip_range(range.data(), &address, &prefix) != 1)
+        return call.fail("the range is no A.B.C.D/N");
+    if (vchassisd_metadata_string_handler(tag_word.data(), &tag) != 0)
+        return call.fail("a tag is NAME:VALUE, of at most seven characters");
+    vchassisd_trans_vswitch_type(switch_word.data(), &switch_type);
+    char error[error_size] = {};
+    const bool stored =
+        store_cloud(0, std::to_string(vchassisd_cmp_type_str2type(call.text("PLATFORM"))), error) &&
+        store_cloud(1, std::to_string(switch_type), error) &&
+        (range.empty() || store_cloud(2, fmt::format("{}/{}", ipv4_text(address), prefix), error)) &&
+        (tag.count == 0 || store_cloud(3, tag.entry, error));
+    if (!stored)
+        return failed(call, asking(wire::vchassis_set_metadata), error, "the metadata was not stored");
+    return outcome::done;
+}
+constexpr argument cloud_arguments[] = {
+    value("PLATFORM", kinds::word, "VMWARE, NSX or another", {.longest = 15}),
+    option("switch", kinds::word, "its virtual switch: VSS, PER_HOST, NSX or another", {.longest = 15}),
+    option("range", kinds::word, "its addresses, A.B.C.D/N", {.longest = 63}),
+    option("tag", kinds::word, "NAME:VALUE", {.longest = 63})};
+
+outcome show_cloud(invocation &call)
+{
+    char texts[std::size(cloud_keys)][64] = {};
+    for (std::size_t i = 0; i < std::size(cloud_keys); i++)
+        libvchassisd_get_metadata(cloud_keys[i], 0, texts[i], sizeof texts[i], 0, nullptr, 0);
+    if (texts[0][0] == '\0')
+        return call.fail(asking(wire::vchassis_get_metadata), "no cloud platform is set");
+    char switch_name[4] = {};
+    auto switch_type = static_cast<std::uint32_t>(std::strtoul(texts[1], nullptr, 10));
+    vchassisd_trans_vswitch_type(switch_name, &switch_type);
+    call.out().record({{"Platform", "platform", std::uint64_t{std::strtoul(texts[0], nullptr, 10)}},
+                       {"Switch", "switch", field_text(switch_name)},
+                       {"Range", "range", text_or_nothing(texts[2])},
+                       {"Tag", "tag", text_or_nothing(texts[3])}});
+    return outcome::done;
+}
+
+// The texts of the numbers that the manager goes by.
+constexpr column name_columns[] = {
+    {.title = "Of", .key = "of"}, {.title = "Number", .key = "number"}, {.title = "Name", .key = "name"}};
+
+outcome show_names(invocation &call)
+{
+    struct names {
+        const char *of;
+        const char *(*name)(std::uint32_t);
+        std::uint32_t first, last;
+    };
+    constexpr names all[] = {
+        {"VM type", vchassisd_vm_type2str, 1, 3},      {"VM type, short", vchassisd_vm_type2low_str, 1, 3},
+        {"VM flavour", vchassisd_vm_flavor2str, 2, 8}, {"state", vchassisd_vm_state2str, 1, 43},
+        {"service", vchassisd_stauts_2str, 0, 4},      {"resource", vchassisd_resource_type2str, 0, 3}};
+    table rows(call.out(), name_columns);
+    for (const names &each : all)
+        for (std::uint32_t number = each.first; number <= each.last; number++)
+            if (const std::string_view name = each.name(number); !name.empty() && name != "Unknown")
+                rows.row({each.of, number, name});
+    return outcome::done;
+}
 
 // --- addresses
 
@@ -267,7 +398,6 @@ outcome restore(invocation &call)
     if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
         return call.fail(control::about(wire::control_restore_snapshot),
                          "the saved configuration was not restored");
-    call.out().note("restored; it is in force when mixd starts the next time");
     return outcome::done;
 }
 constexpr argument restore_arguments[] = {
@@ -293,6 +423,13 @@ constexpr argument isp_arguments[] = {value("ADDRESS", kinds::ipv4, "an address"
 
 constexpr command commands[] = {
     {"set vchassis vm", "create, delete, start or stop a slot's VM", operate, operate_arguments},
+    {"show vchassis vms", "the VMs of the slots", show_vms},
+    {"show vchassis slots", "what the manager was told of the slots", show_slots},
+    {"show vchassis capacity", "whether VMs find their processors on a slot's host", show_capacity,
+     capacity_arguments},
+    {"show vchassis cloud", "the cloud platform", show_cloud},
+    {"set vchassis cloud", "tell the manager its cloud platform", set_cloud, cloud_arguments},
+    {"show vchassis names", "the names of the manager's numbers", show_names},
     {"show vchassis tenant", "the addresses of a tenant's VM", show_tenant, tenant_arguments},
     {"show vchassis host", "the processors of a slot's host", show_host, host_arguments},
     {"show vchassis mode", "the service mode", show_mode},

@@ -3,6 +3,7 @@
 #ifndef MIX_APPLIANCE_WIRE_VCHASSIS_H
 #define MIX_APPLIANCE_WIRE_VCHASSIS_H
 
+#include "appliance/wire/control.h"
 #include "sys/vchassisd_wire.h"
 
 namespace mix::wire
@@ -41,6 +42,22 @@ struct [[gnu::packed]] tenant_vm_record {
     uint8_t reserved[8];
 };
 static_assert(sizeof(tenant_vm_record) == vchassis_tenant_vm_size);
+
+/* What libmix has no function for is listed by the control daemon: control_list; pages of these. */
+inline constexpr uint32_t control_list_vms = 242;
+inline constexpr uint32_t control_list_vchassis_slots = 243;
+struct [[gnu::packed]] vchassis_vm_row {
+    uint32_t slot;
+    uint32_t type;
+    uint32_t flavour;
+    uint32_t state;
+};
+inline constexpr uint32_t vchassis_not_told = 0xffffffff;
+struct [[gnu::packed]] vchassis_slot_row {
+    uint32_t slot;
+    uint32_t state; /* as it was told to the manager; vchassis_not_told */
+    uint32_t disk;
+};
 
 /* libvchassisd_exec_clear_mac2host: the one code that the manager takes. */
 inline constexpr uint32_t vchassis_clear_mac2host = 11;
