@@ -1,5 +1,7 @@
 #include "appliance/mixd/core.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <numeric>
 #include <sys/resource.h>
@@ -59,14 +61,67 @@ core::core(options chosen)
 
 core::~core() = default;
 
+/* Those that are missing: all of them when mixd starts. */
 void core::make_services()
 {
-    for (const service_entry *entry : entries) {
-        making_ = entry->name;
-        store_->migrate(entry->name, entry->migrations);
-        services_.push_back(entry->make(*this));
+    services_.resize(std::size(entries));
+    for (size_t i = 0; i < std::size(entries); ++i) {
+        if (services_[i])
+            continue;
+        making_ = entries[i]->name;
+        store_->migrate(entries[i]->name, entries[i]->migrations);
+        services_[i] = entries[i]->make(*this);
     }
     making_ = "";
+}
+
+void core::bring_all_to_store()
+{
+    for (const auto &one : services_)
+        one->bring_to_store();
+}
+
+void core::start_services_again()
+{
+    sd_event_source *source = nullptr;
+    need(sd_event_add_defer(loop_.get(), &source, on_store_replaced, this), "starting the services again");
+    again_.reset(source);
+    sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
+}
+
+int core::on_store_replaced(sd_event_source *, void *data)
+{
+    auto &self = *static_cast<core *>(data);
+    try {
+        self.remake_services();
+    } catch (const std::exception &failure) {
+        log(priority::error, fmt::format("the services can't start again: {}", failure.what()));
+        sd_event_exit(self.loop_.get(), -EIO);
+    }
+    return 0;
+}
+
+/* The addresses stay: boards and scenario are those that mixd started with. */
+void core::remake_services()
+{
+    std::vector<const service *> kept;
+    for (auto &one : services_) {
+        if (one->store_replaced())
+            kept.push_back(one.get());
+        else
+            one.reset();
+    }
+    shared_.clear();
+    gateway_ = {};
+    const registry before = std::move(registry_);
+    registry_ = {};
+    scenario_.begin_again();
+    make_services();
+    registry_.take_counts(before);
+    for (const auto &one : services_)
+        if (std::find(kept.begin(), kept.end(), one.get()) == kept.end())
+            one->begin();
+    log(priority::notice, "every service has started from the store again");
 }
 
 void core::watch_signals()
@@ -135,12 +190,14 @@ void core::serve_on_boards(uint8_t daemon, uint32_t type, handler call, const bo
             instances.resize(at.cpus);
             std::iota(instances.begin(), instances.end(), uint16_t{0});
         }
-        const uint32_t node = at.slot + (where.node == board_addresses::numbering::slot_plus_one ? 1 : 0);
+        const bool plus_one = where.node == board_addresses::numbering::slot_plus_one;
+        const uint32_t node = at.slot + (plus_one ? 1 : 0);
         for (const uint16_t instance : instances) {
             if (at.is_this)
                 add({0, instance, daemon}, type, at, call);
-            /* Node 0 always means this board, also where nodes are numbered as slots are. */
-            if (boards_.chassis && node != 0)
+            /* Node 0 always means this board, also where nodes are numbered as slots are. A board that is
+             * alone is asked by its slot, too: as the master of its own chassis. */
+            if (node != 0 && (boards_.chassis || plus_one))
                 add({static_cast<uint8_t>(node), instance, daemon}, type, at, call);
         }
     }

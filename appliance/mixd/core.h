@@ -32,6 +32,12 @@ class core final : public setup
     /* Until SIGTERM or SIGINT; the process's exit status. */
     int run();
 
+    /* So that a copy of the store has everything. */
+    void bring_all_to_store();
+    /* The store's content was replaced: once the request that is being answered has been answered, and before
+     * any other, every service starts from the store again. Clients stay connected. */
+    void start_services_again();
+
     void serve(uint8_t daemon, uint32_t type, handler) override;
     void serve_on_boards(uint8_t daemon, uint32_t type, handler, const board_addresses &) override;
     void on_commit(uint32_t object, commit_handler) override;
@@ -54,6 +60,8 @@ class core final : public setup
 
   private:
     void make_services();
+    void remake_services();
+    static int on_store_replaced(sd_event_source *, void *data);
     void watch_signals();
     void add(const address &, uint32_t type, const board &, const handler &);
     static int on_hangup(sd_event_source *, const struct signalfd_siginfo *, void *data);
@@ -73,6 +81,7 @@ class core final : public setup
     std::vector<std::unique_ptr<service>> services_;
     std::unique_ptr<server> server_;
     std::vector<event_source> signals_;
+    event_source again_;
 };
 
 } // namespace mixd

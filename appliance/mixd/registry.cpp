@@ -19,6 +19,13 @@ void registry::add(endpoint added)
     endpoints_.emplace(at, std::move(kept));
 }
 
+void registry::take_counts(const registry &before)
+{
+    for (const auto &[at, one] : before.endpoints_)
+        if (const auto found = endpoints_.find(at); found != endpoints_.end())
+            found->second->count = one->count;
+}
+
 endpoint *registry::find(uint32_t packed_address, uint32_t type)
 {
     const auto found = endpoints_.find(key(packed_address, type));

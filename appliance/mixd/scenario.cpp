@@ -347,4 +347,9 @@ std::vector<std::string> scenario::finish()
     return texts;
 }
 
+void scenario::begin_again()
+{
+    top_ = std::make_unique<scenario_table>(root_.get(), "", problems_);
+}
+
 } // namespace mixd

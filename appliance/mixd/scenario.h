@@ -106,6 +106,9 @@ class scenario
     /* All that was wrong, in line order; call it when every service has read its table. Closes the top table.
      */
     std::vector<std::string> finish();
+    /* Opens the top table again, for services that are made anew. It was in order the first time, so nobody
+     * asks what is wrong with it. */
+    void begin_again();
 
   private:
     std::shared_ptr<const void> root_;

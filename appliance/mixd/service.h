@@ -181,6 +181,11 @@ class service
      * store_error. */
     virtual void begin() {}
     virtual void reload() {} /* SIGHUP */
+    /* The store is about to be copied: what belongs into it and is not there yet goes there. */
+    virtual void bring_to_store() {}
+    /* The store has another content now. True: this service has taken it over by itself and goes on; for one
+     * that serves no messages. The others are made anew. */
+    virtual bool store_replaced() { return false; }
 };
 
 struct service_entry {

@@ -110,6 +110,8 @@ class application : public service
     explicit application(setup &with);
     ~application() override;
     void reload() override;
+    void bring_to_store() override;
+    bool store_replaced() override;
 
   private:
     void start_with_file(bool required);
@@ -120,6 +122,8 @@ class application : public service
     void load_again();
     void drop_left_overs() const;
     void restore() const;
+    void read_store();
+    void take_back();
     [[nodiscard]] bool is_known_segment();
     void note_segment();
     void follow();
@@ -144,12 +148,7 @@ application::application(setup &with) : store_(with.state()), file_(with.setting
     if (file_.empty())
         file_ = default_signatures();
     start_with_file(!with.settings().applications_file.empty());
-    stored_.resize(user_defined_slots);
-    statement rows = store_.prepare("SELECT * FROM application WHERE slot BETWEEN ? AND ?");
-    rows.bind(app_first_user_defined, app_entries - 1);
-    while (rows.step())
-        stored_[static_cast<size_t>(rows.integer(0)) - app_first_user_defined] = from_store(rows);
-
+    read_store();
     if (!take_segment(with.settings().share_catalogue))
         return;
     keeper_ = std::make_unique<lock_keeper>(*segment_);
@@ -170,6 +169,11 @@ application::application(setup &with) : store_(with.state()), file_(with.setting
 }
 
 application::~application()
+{
+    bring_to_store();
+}
+
+void application::bring_to_store()
 {
     if (segment_)
         follow();
@@ -277,6 +281,50 @@ void application::load() const
                                   one.subcategory_cn.c_str(), one.category.c_str(), one.category_cn.c_str(),
                                   one.technology.c_str());
     }
+}
+
+void application::read_store()
+{
+    stored_.assign(user_defined_slots, {});
+    statement rows = store_.prepare("SELECT * FROM application WHERE slot BETWEEN ? AND ?");
+    rows.bind(app_first_user_defined, app_entries - 1);
+    while (rows.step())
+        stored_[static_cast<size_t>(rows.integer(0)) - app_first_user_defined] = from_store(rows);
+}
+
+/* Here the store is the truth, for once: the segment follows it. */
+bool application::store_replaced()
+{
+    if (!segment_)
+        return true;
+    read_store();
+    take_back();
+    note_segment();
+    return true;
+}
+
+/* Without waiting for a writer that is stopped: then the segment stays the truth. */
+void application::take_back()
+{
+    if (!segment_->can_be_written_within(patience_at_reload)) {
+        log(priority::error, "the application catalogue can't be written now: its user-defined applications "
+                             "are not restored");
+        return;
+    }
+    const catalogue_write here(*segment_);
+    for (size_t i = 0; i < user_defined_slots; i++) {
+        app_entry &entry = user_defined()[i];
+        if (same(entry, stored_[i]))
+            continue;
+        __atomic_store_n(&entry.in_use, uint8_t{0}, __ATOMIC_RELEASE);
+        if (!is_in_use(stored_[i]))
+            continue;
+        app_entry fresh = stored_[i];
+        fresh.in_use = 0;
+        std::memcpy(&entry, &fresh, sizeof entry);
+        __atomic_store_n(&entry.in_use, uint8_t{1}, __ATOMIC_RELEASE);
+    }
+    recount(segment_->segment());
 }
 
 /* Puts the user-defined applications of the store back where they were; a slot that is taken stays. */

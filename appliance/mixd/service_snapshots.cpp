@@ -1,7 +1,7 @@
 /*
  * Saved configurations: the gateway's save makes a snapshot of the whole store, a file beside it in
- * "snapshots". A snapshot that is restored replaces the store's content; services read the store when mixd
- * starts, so it is in force from the next start on.
+ * "snapshots". A snapshot that is restored replaces the store's content, and the services start from it again
+ * before the next request is answered.
  */
 #include <array>
 #include <cerrno>
@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include "appliance/mixd/core.h"
 #include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/gateway.h"
@@ -35,7 +36,7 @@ enum save_text : size_t { text_kind, text_empty, text_saver, text_module, text_t
 class snapshots : public service
 {
   public:
-    explicit snapshots(setup &with) : store_(with.state())
+    explicit snapshots(setup &with) : store_(with.state()), all_(with.internals())
     {
         directory_ = fs::path(with.settings().store_file).parent_path() / "snapshots";
         with.serve(gateway_daemon, gateway_save,
@@ -57,6 +58,7 @@ class snapshots : public service
     }
 
     store &store_;
+    core &all_;
     fs::path directory_;
 };
 
@@ -85,6 +87,7 @@ gateway_reply snapshots::take(const save_request &wanted)
     const std::string name = fmt::format("{}-{}", module, id);
     fs::remove(file_of(name), failed); /* of a save that was cut short */
     try {
+        all_.bring_all_to_store();
         store_.run("VACUUM INTO ?", std::string_view(file_of(name).native()));
         transaction in(store_);
         in.run("INSERT INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", id, std::string_view(name),
@@ -176,13 +179,13 @@ try {
         return -ENOENT;
     if (const int failed = copy_database(file_of(name), store_.handle()); failed != 0)
         return failed;
+    all_.start_services_again();
     transaction in(store_);
     for (const entry &each : known)
         in.run("INSERT OR REPLACE INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
                std::string_view(each.name), std::string_view(each.saver), std::string_view(each.time));
     in.commit();
-    log(priority::notice,
-        fmt::format("snapshot {} is restored; it is in force from the next start on", name));
+    log(priority::notice, fmt::format("snapshot {} is restored", name));
     return 0;
 } catch (const store_error &failed) {
     log(priority::error, failed.what());

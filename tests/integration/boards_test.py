@@ -1,10 +1,11 @@
 """The virtual chassis, port drivers, saved configurations and the ISP table: the shell against mixd."""
 
+import json
 import os
 import socket
 import unittest
 
-from mixd import mixsh
+from mixd import Mixd, mixsh
 from system_test import WithMixd
 
 CHASSIS = """
@@ -103,6 +104,30 @@ class Ports(OnTheMaster):
         self.assertEqual(self.one("show port lanes 3 slot 3"), {"first": 0, "second": 0})
         self.ok("set port eye 3 slot 2")
 
+    def test_the_data_planes_driver_has_the_ports_address(self):
+        if not self.one("show port count")["ports"]:
+            self.skipTest("this machine has no interface but the loopback")
+        name = self.one("show port 0")["name"]
+        with open(f"/sys/class/net/{name}/address", encoding="ascii") as file:
+            address = file.read().strip()
+        self.assertEqual(self.one("show port driver 0")["mac"], address if address.strip("0:") else None)
+
+    def test_lanes_are_measured_by_the_board_that_is_asked_for(self):
+        self.ok("set port eye 3 slot 2")
+        self.until(lambda: self.one("show port serdes 3 1 2 250 slot 2")["requests"] > 1, True)
+        shown = self.one("show port serdes 3 1 2 250 slot 2")
+        self.assertEqual((shown["board"], shown["asked"]), ("service-a", "01 02 fa 00 00 00 00"))
+        self.assertEqual(self.one("show port serdes 3 slot 3")["requests"], 1)
+
+    def test_lane_settings_are_kept_and_set_remotely(self):
+        self.ok("set port lanes 3 4 5 slot 5")
+        self.ok("set port control lanes 3 6 7 slot 2")
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertEqual(self.one("show port lanes 3 slot 5"), {"first": 4, "second": 5})
+        self.assertEqual(self.one("show port lanes 3 slot 2"), {"first": 6, "second": 7})
+        self.assertEqual(self.one("show port lanes 3"), {"first": 0, "second": 0})
+
     def test_ports_are_valid_below_the_count(self):
         count = self.one("show port count")["ports"]
         self.assertEqual(self.one(f"show port valid {count}"), {"port": count, "valid": False, "counted": False})
@@ -110,8 +135,30 @@ class Ports(OnTheMaster):
             self.assertTrue(self.one("show port valid 0")["valid"])
 
     def test_control_requests_are_limited(self):
-        self.ok("set port control 1 62 5 slot 2")
-        self.refused("set port control 1 63 5 slot 2", "was not executed")
+        self.refused("set port control 0 63 1 slot 2", "was not executed")
+        self.refused("set port control 60000 62 1 slot 2", "was not executed")
+        self.refused("set port control 0 62 2 slot 2", "was not executed")
+
+    def settings(self, port, slot):
+        return {row["setting"]: (row["first"], row["second"], row["third"])
+                for row in self.rows(f"show port settings {port} slot {slot}")}
+
+    def test_control_requests_are_executed_on_their_board(self):
+        if not self.one("show port count")["ports"]:
+            self.skipTest("this machine has no interface but the loopback")
+        for command, values in {62: "0", 64: "900", 66: "1 2 3", 68: "30", 69: "1000 1 0", 70: "7 1 0",
+                                77: "8 9 10", 78: "1 1 0"}.items():
+            self.ok(f"set port control 0 {command} {values} slot 2")
+        wanted = {"admin": (0, None, None), "mtu": (900, None, None), "pause": (1, 2, 3), "identify": (30, None, None),
+                  "speed": (1000, 1, 0), "vlan": (7, 1, 0), "storm": (8, 9, 10), "mirror": (1, 1, 0)}
+        self.assertEqual(self.settings(0, 2), wanted)
+        self.assertEqual(self.settings(0, 3)["admin"], (1, None, None), "another board's port")
+        shown = self.one("show port 0 slot 2")
+        self.assertEqual((shown["mtu"], shown["up"]), (900, False))
+        self.assertNotEqual(self.one("show port 0 slot 3")["mtu"], 900)
+        self.mixd.kill()
+        self.mixd.start()
+        self.assertEqual(self.settings(0, 2), wanted)
 
 
 class VirtualChassis(OnTheMaster):
@@ -137,6 +184,12 @@ class VirtualChassis(OnTheMaster):
 
     def test_vms_are_created_once_and_deleted(self):
         self.ok("set vchassis vm 2 create type vssm flavour 4")
+        self.ok("set vchassis vm 3 create type vdsm flavour 8")
+        self.ok("set vchassis vm 3 stop")
+        self.assertEqual(self.rows("show vchassis vms"),
+                         [{"slot": 2, "type": "vSSM", "flavour": "vSSM-04", "state": "Active"},
+                          {"slot": 3, "type": "vDSM", "flavour": "vSSM-08", "state": "Shutoff"}])
+        self.ok("set vchassis vm 3 delete")
         self.refused("set vchassis vm 2 create", "slot 2 has a VM already")
         self.ok("set vchassis vm 2 stop")
         self.ok("set vchassis vm 2 delete")
@@ -151,6 +204,55 @@ class VirtualChassis(OnTheMaster):
         self.assertIsNone(shown[8]["address"])
         self.ok("delete vchassis address 7")
         self.assertIsNone(self.one("show vchassis addresses 7")["address"])
+
+    def test_many_vms_are_listed_page_by_page(self):
+        self.assertEqual(mixsh(self.mixd, *[f"set vchassis vm {slot} create" for slot in range(256)],
+                               MIX_BOARD=self.board).returncode, 0)
+        self.assertEqual([row["slot"] for row in self.rows("show vchassis vms")], list(range(256)))
+
+    def test_hosts_and_tenants_are_in_the_store(self):
+        self.mixd.stop()
+        scenario = os.path.join(self.mixd.directory, "scenario.toml")
+        with open(scenario, "w", encoding="ascii") as file:
+            file.write(CHASSIS.replace("count = 8", "count = 6"))
+        self.mixd.start()
+        self.assertEqual(self.one("show vchassis host 2")["vssm_04"], 6)
+        self.mixd.stop()
+        self.mixd.options = [option for option in self.mixd.options if option not in ("--scenario", scenario)]
+        self.mixd.start()
+        self.board = "appliance" # this host alone, which has the store
+        self.assertEqual(self.one("show vchassis host 2")["vssm_04"], 6)
+        self.assertEqual(self.one("show vchassis tenant 0123456789abcdef0123456789abcdef")["ipv4"], "10.0.0.1")
+
+    def test_capacity(self):
+        self.assertTrue(self.one("show vchassis capacity 2 0 7 0")["left"])
+        self.assertFalse(self.one("show vchassis capacity 2 0 8 0")["left"])
+        self.refused("show vchassis capacity 3 0 0 0", "can't be read")
+
+    def test_the_cloud_platform_is_metadata(self):
+        self.refused("show vchassis cloud", "no cloud platform is set")
+        self.ok("set vchassis cloud NSX switch nsx range 10.0.0.0/24 tag a:b")
+        self.assertEqual(self.one("show vchassis cloud"),
+                         {"platform": 4, "switch": "NSX", "range": "10.0.0.0/24", "tag": "a:b"})
+        self.ok("set vchassis cloud other switch other")
+        self.assertEqual((self.one("show vchassis cloud")["platform"], self.one("show vchassis cloud")["switch"]),
+                         (1, "VDS"))
+        self.refused("set vchassis cloud NSX range 10.0.0.0", "no A.B.C.D/N")
+        self.refused("set vchassis cloud NSX tag nothing", "NAME:VALUE")
+
+    def test_names_of_numbers(self):
+        names = {(row["of"], row["number"]): row["name"] for row in self.rows("show vchassis names")}
+        self.assertEqual(len(names), 3 + 3 + 3 + 38 + 5 + 4)
+        self.assertEqual((names["VM type", 2], names["VM type, short", 3], names["VM flavour", 8]),
+                         ("vSSM", "vdsm", "vSSM-08"))
+        self.assertEqual((names["state", 22], names["service", 2], names["resource", 3]),
+                         ("InCompatable", "vESA stop", "Session"))
+
+    def test_what_slots_tell_is_shown(self):
+        self.ok("set vchassis slot 2 15")
+        self.ok("set vchassis disk 3 1")
+        self.until(lambda: self.rows("show vchassis slots"), [{"slot": 2, "state": "Online", "disk": None},
+                                                              {"slot": 3, "state": None, "disk": 1}])
 
     def test_notices_are_taken(self):
         for command in ("set vchassis slot 2 15", "set vchassis disk 2 1", "set vchassis debug 3",
@@ -171,11 +273,73 @@ class SavedConfigurations(OnTheMaster):
         self.assertRegex(saved[0]["when"], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
         self.assertGreater(saved[0]["bytes"], 0)
         self.ok("set saved restore vchassis-1")
+        self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
         self.mixd.stop()
         self.mixd.start()
         self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
         self.assertEqual([row["name"] for row in self.rows("show saved")], ["vchassis-1", "vchassis-2"])
         self.refused("set saved restore nothing", "was not restored")
+
+
+    def test_what_services_keep_in_memory_is_restored_at_once(self):
+        def requests():
+            return [row["requests"] for row in self.rows("show daemons")
+                    if row["where"] == "node0/0.0" and row["type"] == 38][0]
+        self.ok("set fragment limit 71")
+        self.ok("set slot 3 stop")
+        self.ok("set port lanes 3 4 5 slot 2")
+        self.ok("add saved")
+        self.ok("set fragment limit 72")
+        self.ok("set slot 3 boot")
+        self.ok("set port lanes 3 6 7 slot 2")
+        counted, pid = requests(), self.mixd.process.pid
+        # One shell, which stays connected: its next commands are answered from the snapshot.
+        finished = mixsh(self.mixd, "show fragment", "set saved restore vchassis-1", "show fragment", "show slots",
+                         options=["--json"], MIX_BOARD=self.board)
+        self.assertEqual(finished.returncode, 0, finished.stderr)
+        rows = [json.loads(line) for line in finished.stdout.splitlines()]
+        self.assertEqual([rows[0]["limit"], rows[1]["limit"]], [72, 71])
+        self.assertEqual([row["state"] for row in rows[2:] if row["slot"] == 3], ["Offline"])
+        self.assertEqual(self.one("show port lanes 3 slot 2"), {"first": 4, "second": 5})
+        self.assertEqual(self.mixd.process.poll(), None)
+        self.assertEqual(self.mixd.process.pid, pid)
+        self.assertEqual(requests(), counted + 2, "the counters go on")
+
+    def test_restoring_again_and_again_leaves_nothing_behind(self):
+        self.ok("add saved")
+        files = f"/proc/{self.mixd.process.pid}/fd"
+        self.ok("set saved restore vchassis-1")
+        before = len(os.listdir(files))
+        for _ in range(5):
+            self.ok("set saved restore vchassis-1")
+        self.assertEqual(len(os.listdir(files)), before)
+        self.assertEqual(self.one("show vchassis mode")["mode"], 7)
+
+
+@unittest.skipUnless(os.environ.get("MIX_PRIVATE_SHM"), "needs a /dev/shm of its own")
+class SavedApplications(OnTheMaster):
+    """The application catalogue stands in shared memory, which follows a restored configuration, too."""
+
+    def setUp(self):
+        self.mixd = Mixd(scenario=self.scenario, catalogue=True)
+        self.addCleanup(self.mixd.remove)
+
+    def own(self):
+        return {row["name"] for row in self.rows("show application user-defined")}
+
+    def test_user_defined_applications_are_restored(self):
+        self.ok("add application first")
+        self.ok("add application second")
+        self.ok("add saved")
+        self.ok("delete application first")
+        self.ok("add application third")
+        self.assertEqual(self.own(), {"second", "third"})
+        self.ok("set saved restore vchassis-1")
+        self.assertEqual(self.own(), {"first", "second"})
+        self.assertEqual(self.one("show application counts")["user_defined"], 2)
+        self.mixd.stop()
+        self.mixd.start()
+        self.assertEqual(self.own(), {"first", "second"})
 
 
 class Isp(OnTheMaster):
