@@ -309,10 +309,11 @@ class SavedConfigurations(OnTheMaster):
         self.ok("add saved")
         files = f"/proc/{self.mixd.process.pid}/fd"
         self.ok("set saved restore vchassis-1")
-        before = len(os.listdir(files))
-        for _ in range(5):
+        before, times = len(os.listdir(files)), 10
+        for _ in range(times):
             self.ok("set saved restore vchassis-1")
-        self.assertEqual(len(os.listdir(files)), before)
+        # The last shell's connections may still be open.
+        self.assertLess(len(os.listdir(files)) - before, times)
         self.assertEqual(self.one("show vchassis mode")["mode"], 7)
 
 
