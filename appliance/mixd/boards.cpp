@@ -1,9 +1,12 @@
 #include "appliance/mixd/boards.h"
 
+#include <algorithm>
 #include <set>
 
 #include <fmt/format.h>
 #include <fmt/printf.h>
+
+#include "platform/board.h"
 
 namespace mixd
 {
@@ -69,7 +72,7 @@ board_model read_boards(scenario_table &top)
     }
     model.chassis = !model.boards.empty();
     if (model.boards.empty())
-        model.boards.push_back({0, "this", "main", 1, true});
+        model.boards.push_back({std::min(tq_get_slot(), highest_slot), "this", "main", 1, true});
     if (model.chassis && !main_seen)
         top.fail("board", "one board needs this = true: the one that node 0 means");
     return model;

@@ -37,7 +37,7 @@ struct board {
     bool is_this = false; /* the board that mixd itself runs on: also reached as node 0 */
 };
 
-/* Never empty: without boards in the scenario there is this board alone, in slot 0. */
+/* Never empty: without boards in the scenario there is this board alone, in the slot of its board profile. */
 struct board_model {
     std::vector<board> boards;
     bool chassis = false; /* boards were declared */

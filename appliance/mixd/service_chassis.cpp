@@ -2,8 +2,8 @@
  * The chassis manager: slots, processors, memory, modules and storage figures at daemon 17 of every board,
  * the slot operations at the main daemon.
  *
- * Boards are those of the scenario's [[board]] (without any: this host, in slot 0). What [[chassis.slot]]
- * says of a board replaces the host's figures, so a chassis can be shown on one machine:
+ * Boards are those of the scenario's [[board]] (without any: this host, in its profile's slot). What
+ * [[chassis.slot]] says of a board replaces the host's figures, so a chassis can be shown on one machine:
  *
  *     [[chassis.slot]]
  *     slot = 2

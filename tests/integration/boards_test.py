@@ -64,6 +64,51 @@ class OnTheMaster(WithMixd):
         self.assertIn(reason, finished.stderr)
 
 
+class TwoMainBoards(unittest.TestCase):
+    """The slave has a mixd of its own; each finds the other's boards by its endpoints."""
+
+    def setUp(self):
+        boards = CHASSIS.split("[[board]]")
+        slave = "[[board]]" + boards[2] + "this = true\n[vchassis]\nservice_mode = 1\n"
+        self.master = Mixd(scenario=CHASSIS.replace("[[board]]" + boards[2], ""))
+        self.addCleanup(self.master.remove)
+        self.slave = Mixd(scenario=slave)
+        self.addCleanup(self.slave.remove)
+        self.place(self.master, {6: self.slave})
+        self.place(self.slave, {3: self.master, 4: self.master, 5: self.master})
+
+    @staticmethod
+    def place(at, others):
+        with open(os.path.join(at.run_dir, "endpoints.toml"), "w", encoding="ascii") as file:
+            file.write("[node]\n" + "".join(f'{node} = "{of.run_dir}/node{node}"\n' for node, of in others.items()))
+
+    def ask(self, mixd, profile, command):
+        finished = mixsh(mixd, command, options=["--json"], MIX_BOARD=profile)
+        self.assertEqual(finished.returncode, 0, finished.stderr)
+        return [json.loads(line) for line in finished.stdout.splitlines()]
+
+    def answering(self, mixd, profile, slot):
+        return {row["board"] for row in self.ask(mixd, profile, f"show port statistics 0 slot {slot}")}
+
+    def test_a_request_of_either_reaches_its_board(self):
+        for slot, name in {0: "master", 2: "service-a", 3: "service-b", 4: "master", 5: "slave"}.items():
+            self.assertEqual(self.answering(self.master, "chassis-master", slot), {name})
+        for slot, name in {0: "slave", 2: "service-a", 3: "service-b", 4: "master", 5: "slave"}.items():
+            self.assertEqual(self.answering(self.slave, "chassis-slave", slot), {name})
+
+    def test_the_slave_asks_the_master_for_what_is_the_masters(self):
+        self.assertEqual(self.ask(self.slave, "chassis-slave", "show vchassis mode"), [{"mode": 7}])
+        self.assertEqual(self.ask(self.slave, "chassis-slave", "show module fru 2")[0]["name"], "service-a")
+        # A switch module's slot: the slave leaves it to the master, which has no board there.
+        for mixd, profile in ((self.slave, "chassis-slave"), (self.master, "chassis-master")):
+            finished = mixsh(mixd, "show port statistics 0 slot 6", MIX_BOARD=profile)
+            self.assertEqual(finished.returncode, 1)
+            self.assertIn("Failed to get statistic of slot 6", finished.stderr)
+        refused = [row["refused"] for row in self.ask(self.master, "chassis-master", "show daemons")
+                   if row["where"] == "node5/0.1" and row["type"] == 59]
+        self.assertEqual(refused, [1], "the master's own address took the slave's request")
+
+
 class Ports(OnTheMaster):
     def answering(self, words):
         return {row["board"] for row in self.rows(words)}

@@ -23,13 +23,14 @@ def program(name):
 class Mixd:
     """Starts mixd and waits until it answers. Use as a context manager, or call stop()."""
 
-    def __init__(self, *options, scenario=None, directory=None, start=True, catalogue=False):
+    def __init__(self, *options, scenario=None, directory=None, start=True, catalogue=False, board=None):
         self.mine = directory is None
         self.directory = directory or tempfile.mkdtemp(prefix="mixd-test-")
         self.run_dir = os.path.join(self.directory, "run")
         self.store = os.path.join(self.directory, "store.db")
         # There is one application catalogue on a machine: only on a /dev/shm of the test's own is it touched.
         self.options = list(options) if catalogue else ["--no-catalogue", *options]
+        self.board = {"MIX_BOARD": board} if board else {} # of mixd itself; clients say their own
         self.process = None
         if scenario is not None:
             path = os.path.join(self.directory, "scenario.toml")
@@ -56,7 +57,7 @@ class Mixd:
             notices.settimeout(0.1)
             self.process = subprocess.Popen(
                 [program("mixd"), "--run-dir", self.run_dir, "--store", self.store, *self.options],
-                env=self.environment(NOTIFY_SOCKET=ready), stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+                env=self.environment(NOTIFY_SOCKET=ready, **self.board), stdin=subprocess.DEVNULL, stdout=log, stderr=log)
             for _ in range(wait * 10):
                 try:
                     if b"READY=1" in notices.recv(4096):

@@ -248,6 +248,13 @@ class ThisHost(WithMixd):
         self.assertEqual(self.one("show vchassis host 0"),
                          {f"vssm_0{each}": processors // each if each == flavour else 0 for each in (2, 4, 8)})
 
+    def test_a_lone_board_is_in_the_slot_of_its_profile(self):
+        self.mixd.stop()
+        self.mixd.board = {"MIX_BOARD": "chassis-master"}
+        self.mixd.start()
+        self.assertEqual([(row["slot"], row["board"]) for row in self.rows("show slots")], [(4, "this")])
+        self.assertEqual(self.one("show vchassis mode", MIX_BOARD="chassis-master")["mode"], 0)
+
     def test_a_disk_that_is_no_name_reaches_no_shell(self):
         mark = os.path.join(self.mixd.directory, "mark")
         self.assertEqual(self.one(f'show disk serial "sda;touch$IFS{mark}"')["serial"], None)
