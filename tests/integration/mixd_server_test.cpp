@@ -193,7 +193,7 @@ struct few_descriptors : mixd_test {
     void prepare() override
     {
         mixd.before_exec = [] {
-            const rlimit limit = {32, 32};
+            const rlimit limit = {40, 40}; /* mixd's own take three quarters of them */
             return setrlimit(RLIMIT_NOFILE, &limit) == 0;
         };
     }
