@@ -1,9 +1,12 @@
 #include "support/scripted_platform.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <sanitizer/asan_interface.h>
 
 #include "platform/board.h"
 #include "platform/ipcmsg.h"
@@ -33,8 +36,10 @@ scripted_platform &scripted_platform::get()
 
 void scripted_platform::reset()
 {
-    for (auto &[buffer, size] : out_)
+    for (auto &[buffer, size] : out_) {
+        open_buffer(buffer);
         release(buffer);
+    }
     *this = scripted_platform();
     printed.clear();
     printed_formats.clear();
@@ -73,11 +78,18 @@ void scripted_platform::free(void *buffer)
 {
     if (buffer == nullptr)
         return;
+    open_buffer(buffer);
     if (out_.erase(buffer) == 0) {
         bad_frees++;
         return;
     }
     release(buffer);
+}
+
+void scripted_platform::open_buffer(void *buffer) const
+{
+    if (const auto found = out_.find(buffer); found != out_.end())
+        ASAN_UNPOISON_MEMORY_REGION(buffer, found->second);
 }
 
 void scripted_platform::free_as_caller(void *buffer)
@@ -90,6 +102,7 @@ int32_t scripted_platform::exchange(sender by, uint32_t destination, uint32_t ze
                                     const void *request, uint32_t request_length, int32_t *status,
                                     void *reply, uint32_t *reply_length, uint32_t timeout_ms)
 {
+    open_buffer(reply);
     const auto *from = static_cast<const uint8_t *>(request);
     messages.push_back({by, destination, zero, type, bytes(from, from + request_length), *reply_length,
                         request == reply, timeout_ms});
@@ -119,6 +132,8 @@ void scripted_platform::finish_reply(uint8_t *reply, uint32_t capacity, uint32_t
         std::memset(reply + received, *behind_reply, capacity - received);
     if (guarded_after == received)
         guarded.close(reply);
+    if (const auto found = out_.find(reply); closes_replies && found != out_.end())
+        ASAN_POISON_MEMORY_REGION(reply + received, found->second - received);
 }
 
 int32_t scripted_platform::one_way(sender by, uint32_t destination, uint32_t zero, uint32_t type,

@@ -92,6 +92,9 @@ class scripted_platform
     uint32_t bad_frees = 0;                   /* frees of what was not allocated here, or twice */
     /* When set, reading on behind the received bytes of a reply of that length is fatal. */
     std::optional<uint32_t> guarded_after;
+    /* Replies of all lengths at once, under the address sanitizer alone: reading or writing on is fatal until
+     * the next exchange. */
+    bool closes_replies = false;
     /* When set, what a reply leaves of its buffer is filled with it. */
     std::optional<uint8_t> behind_reply;
     /* Takes a buffer that the library handed over; fails the test when it is not one. */
@@ -165,6 +168,7 @@ class scripted_platform
   private:
     bool allocation_fails();
     void finish_reply(uint8_t *reply, uint32_t capacity, uint32_t received) const;
+    void open_buffer(void *buffer) const;
     uint32_t failing_ = 0;
     bool all_later_ = false;
     std::map<void *, uint32_t> out_; /* buffer to its size */
