@@ -8,6 +8,7 @@
 #ifndef MIXD_DEAD_LOCK_H
 #define MIXD_DEAD_LOCK_H
 
+#include <compare>
 #include <pthread.h>
 #include <sys/types.h>
 

@@ -19,7 +19,9 @@ void lan_table::set_entry(int32_t k, lan_network network)
 {
     static_assert(sizeof(lan_entry) == sizeof(uint64_t));
     const auto both = std::bit_cast<uint64_t>(lan_entry{network.address, network.length});
-    __atomic_store_n(reinterpret_cast<uint64_t *>(&shared_.entries[k]), both, __ATOMIC_RELEASE);
+    auto *whole =
+        reinterpret_cast<uint64_t *>(&shared_.entries[k]); /* aligned: it stands at 8 + 8 k of a page */
+    __atomic_store_n(whole, both, __ATOMIC_RELEASE);
 }
 
 /* Another mixd may have left the segment, or anybody: its count is not to be believed. */

@@ -7,6 +7,8 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <sanitizer/asan_interface.h>
+
 #include "appliance/mixd/version.h"
 
 namespace mixd
@@ -145,6 +147,7 @@ int server::on_ready(sd_event_source *, int, uint32_t events, void *data)
 
 void server::receive(connection &client)
 {
+    ASAN_UNPOISON_MEMORY_REGION(input_.data(), input_.size());
     const ssize_t received =
         recv(client.socket.get(), input_.data(), input_.size(), MSG_DONTWAIT | MSG_TRUNC);
     if (received < 0 && (errno == EAGAIN || errno == EINTR))
@@ -156,7 +159,10 @@ void server::receive(connection &client)
     if (client.closing)
         return;
     const auto length = static_cast<size_t>(received);
-    take(client, {input_.data(), std::min(length, input_.size())}, length);
+    const std::span<const uint8_t> datagram(input_.data(), std::min(length, input_.size()));
+    /* In a build with the address sanitizer a handler that reads on is stopped; else this is nothing. */
+    ASAN_POISON_MEMORY_REGION(input_.data() + datagram.size(), input_.size() - datagram.size());
+    take(client, datagram, length);
 }
 
 void server::take(connection &client, std::span<const uint8_t> datagram, size_t received)

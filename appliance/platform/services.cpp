@@ -33,7 +33,7 @@ int debug_level()
     return level;
 }
 
-void log_line(int priority, const char *format, va_list arguments)
+[[gnu::format(printf, 2, 0)]] void log_line(int priority, const char *format, va_list arguments)
 {
     if (log_to_standard_error())
         std::vfprintf(stderr, format, arguments);
@@ -43,6 +43,8 @@ void log_line(int priority, const char *format, va_list arguments)
 
 } // namespace
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* printed is what the caller formats */
 int console_print(const char *format, ...)
 {
     va_list arguments;
@@ -69,6 +71,7 @@ void tq_debug_print(int level, const char *format, ...)
     log_line(LOG_DEBUG, format, arguments);
     va_end(arguments);
 }
+#pragma GCC diagnostic pop
 
 int tq_localtime(const time_t *when, struct tm *out)
 {
