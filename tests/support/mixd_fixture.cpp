@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
@@ -34,27 +33,6 @@ void pause_step()
 }
 
 } // namespace
-
-temporary_directory::temporary_directory()
-{
-    const char *base = std::getenv("TMPDIR");
-    path_ = std::string(base && *base ? base : "/tmp") + "/mixXXXXXX";
-    if (!mkdtemp(path_.data()))
-        std::abort();
-}
-
-temporary_directory::~temporary_directory()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string temporary_directory::file(const std::string &name, const std::string &content) const
-{
-    const std::string path = path_ + "/" + name;
-    std::ofstream(path) << content;
-    return path;
-}
 
 mixd_process::mixd_process(std::string run_dir) : run_dir_(std::move(run_dir))
 {

@@ -17,27 +17,12 @@
 #include "appliance/wire/control.h"
 #include "appliance/wire/gateway.h"
 #include "appliance/wire/message.h"
+#include "support/temporary_directory.h"
 
 namespace mixtest
 {
 
 using bytes = std::vector<uint8_t>;
-
-/* A directory below $TMPDIR that goes away with all that is in it. */
-class temporary_directory
-{
-  public:
-    temporary_directory();
-    ~temporary_directory();
-    temporary_directory(const temporary_directory &) = delete;
-    temporary_directory &operator=(const temporary_directory &) = delete;
-    [[nodiscard]] const std::string &path() const { return path_; }
-    /* Writes a file there; its path. */
-    [[nodiscard]] std::string file(const std::string &name, const std::string &content) const;
-
-  private:
-    std::string path_;
-};
 
 class mixd_process
 {
