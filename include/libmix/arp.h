@@ -137,8 +137,11 @@ MIX_API const char *get_vrname_by_vrid(uint32_t vrid) MIX_NOEXCEPT;
 
 /*
  * Changes of static entries go through the management gateway. They return the commit's result, 0 for
- * success, and print a refusal as "%s" with the gateway's text; language is the text's language. They use
- * get_vrname_by_vrid, so they are not for concurrent use.
+ * success, and print a refusal as "%s" with the gateway's text; language is the text's language.
+ *
+ * Not for concurrent use, with each other or with get_vrname_by_vrid, whose buffer they use: the five
+ * functions arp_add_static_items, arp_remove_static_items, arp_remove_static_conf,
+ * arp_remove_one_static_items_vrouter and arp_remove_all_static_items_vrouter.
  */
 
 /*

@@ -10,6 +10,11 @@
  *   "wrong msg len"               its reply is shorter than the command's, or does not fit its buffer
  *   "Wrong msg"                   its reply holds fewer entries than it says
  * Outputs are untouched on failure. Names are cut to their fields: 127 characters, second names to 31.
+ *
+ * The store has no lock, so set_err_str, issu_err_str_get and a failure of any function here but the
+ * compatibility lists' are not for concurrent use: failures at the same time overwrite each other's text, and
+ * a text that is read meanwhile may be a mixture, which ends within the store all the same. Results and
+ * outputs are each caller's own.
  */
 #ifndef LIBMIX_ISSU_H
 #define LIBMIX_ISSU_H
@@ -29,12 +34,12 @@ MIX_BEGIN_DECLS
 
 /*
  * Formats a text into the store, cut to 255 characters. The store's memory is taken at the first call and
- * never freed; when it can't be had nothing is stored. The store has no lock: concurrent failures overwrite
- * each other's text.
+ * never freed; when it can't be had nothing is stored. Not for concurrent use.
  */
 MIX_API void set_err_str(const char *format, ...) MIX_NOEXCEPT ISSU_FORMAT(1, 2);
 
-/* The last text stored, or "null" when there was none. A success does not clear it. Not to be freed. */
+/* The last text stored, or "null" when there was none. A success does not clear it. Not to be freed. Not for
+ * concurrent use with a failure. */
 MIX_API const char *issu_err_str_get(void) MIX_NOEXCEPT;
 
 /* --- messages without an answer: 0 when sent, -1 otherwise -----------------------------------------------

@@ -91,6 +91,28 @@ for line in output_of("readelf", "-lW", library).splitlines():
     if "GNU_STACK" in line and "E" in line.split()[-2]:
         problems.append("the stack is executable")
 
+# All that the library keeps between calls. What is added here is state of the process: either it is safe to share or
+# the headers name the functions that are not for concurrent use.
+KEPT = {
+    "vrname": "the name that get_vrname_by_vrid returns: named in arp.h",
+    "err_str": "the upgrade's error text: named in issu.h",
+    "tqac_compile_cb": "a hook, registered at the start: named in tqac.h",
+    "tqac_free_cb": "a hook, registered at the start: named in tqac.h",
+    "lan_addrs": "set by init_lan_addr: named in ip_util.h",
+    "tq_app_ext_table": "set once, under `attaching`",
+    "app_table_rwlock": "set once, under `attaching`",
+    "cur_app_num": "set once, under `attaching`",
+    "cur_predef_app_num": "set once, under `attaching`",
+    "attaching": "a mutex",
+    "in_use": "atomic: the vector unit, the same for all",
+    "chosen": "atomic: the way to count bits, the same for all",
+}
+COMPILERS_OWN = {"completed.0", "__dso_handle", "__TMC_END__", ".data", ".bss", "$d"}
+kept = set(re.findall(r"\s\.(?:data|bss)\t[0-9a-f]+\s+(?:\.hidden )?(.+)$", output_of("objdump", "-tC", library), re.M))
+kept = {name.split("::")[-1] for name in kept} - COMPILERS_OWN
+for name in sorted(kept ^ set(KEPT)) if kept else []:
+    problems.append(f"{name} is {'kept between calls, which nobody has thought about' if name in kept else 'not kept any more'}")
+
 for problem in problems:
     print(problem)
 print(f"{len(exported)} symbols exported, {len(listed)} promised; needs {' '.join(needed)}")
