@@ -83,5 +83,5 @@ BENCHMARK(arp_listing);
 int main(int argc, char **argv)
 {
     return mixbench::run(argc, argv, {},
-                         {{"fragment_settings", 150}, {"arp_listing", 5, arp_pages * arp_rows}});
+                         {{"fragment_settings", 150}, {"arp_listing", 5, arp_pages * arp_rows, "a row"}});
 }

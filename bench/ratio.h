@@ -25,6 +25,7 @@ struct limit {
     const char *measured;
     double nanoseconds;
     double items = 1; /* the time is divided by these, e.g. rows */
+    const char *item = "a call";
 };
 
 class median_reporter : public benchmark::ConsoleReporter
@@ -79,7 +80,8 @@ inline int run(int argc, char **argv, const std::vector<ratio> &ratios, const st
         if (!medians.contains(each.measured))
             continue;
         const double value = medians[each.measured] / each.items;
-        std::printf("%-44s %8.2f ns   (at most %.0f ns)", each.measured, value, each.nanoseconds);
+        std::printf("%-44s %8.2f ns %s   (at most %.0f ns)", each.measured, value, each.item,
+                    each.nanoseconds);
         print_verdict(value <= each.nanoseconds);
     }
     return 0;
