@@ -75,10 +75,13 @@ inline matcher_pointer new_matcher()
     return matcher_pointer(tqac_new(tracked_memory::allocate, tracked_memory::release, 0));
 }
 
-/* Fresh memory and no hooks for each test; nothing left, nothing freed twice at its end. */
+/*
+ * Fresh memory and no hooks for each test; nothing left, nothing freed twice at its end. From the constructor
+ * to the destructor, so that matchers which are members of a test count as well.
+ */
 struct matcher_test : testing::Test {
-    void SetUp() override { memory() = {}; }
-    void TearDown() override
+    matcher_test() { memory() = {}; }
+    ~matcher_test() override
     {
         tqac_register_callback(nullptr, nullptr);
         EXPECT_TRUE(memory().out.empty()) << memory().out.size() << " allocations left";
