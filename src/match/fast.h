@@ -37,6 +37,7 @@ struct fast_data {
     int32_t shortest;      /* of the shortest */
     uint8_t chains;        /* not 0: chains may be used */
     uint8_t filter;        /* not 0: the filter may be used */
+    uint8_t few;           /* not 0: so few patterns that the filter pays for short texts, too */
     uint8_t spare_column;  /* not 0: bytes in no pattern have a column that is empty in every row */
     uint16_t columns[256]; /* a byte's column as a search takes it */
     filter_masks masks;

@@ -12,6 +12,8 @@ namespace
 
 /* Patterns beyond this number leave so little for the filter to refuse that it is not worth its tables. */
 constexpr int filter_patterns = 1500;
+/* Up to this number the filter pays for texts of some dozen bytes. */
+constexpr int few_patterns = 128;
 /* Chains warm up over the longest pattern; with longer ones the warming would cost more than it brings. */
 constexpr int chain_longest = 128;
 
@@ -129,6 +131,7 @@ void prepare_fast(tqac_matcher *matcher)
     fast.chains = fast.shortest >= 1 && fast.longest <= chain_longest;
     if (fast.chains && fast.shortest >= 3 && count <= filter_patterns)
         prepare_filter(matcher, fast);
+    fast.few = count <= few_patterns;
 }
 
 } // namespace mix::match

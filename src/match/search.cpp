@@ -98,13 +98,13 @@ void scan(const search &in, position &now, int end, Tags &tags)
 {
     using cell_type = typename Shape::cell_type;
     const cell_type *table = static_cast<const cell_type *>(in.matcher->table);
-    const uint8_t *map = in.matcher->input_map;
+    const uint8_t *map = in.matcher->input_map, *text = in.text;
     const unsigned shift = in.matcher->charset_shift;
     const cell_type *row = table + (static_cast<size_t>(now.row) << shift);
     uint32_t state = now.state;
-    int at = now.at;
+    ptrdiff_t at = now.at; /* as wide as an address, or each byte would cost a second count */
     for (; at < end && !(UntilRoot && row == table); ++at) {
-        const uint8_t byte = in.text[at];
+        const uint8_t byte = text[at];
         const bool hidden = tags.hidden(byte);
         const uint32_t column = map[byte];
         if (column == 0) {
@@ -113,12 +113,13 @@ void scan(const search &in, position &now, int end, Tags &tags)
         }
         state = row[Shape::column_256 && byte == 255 ? 256 : column];
         row = table + (static_cast<size_t>(state) << shift);
-        if (row[0] != 0 && !hidden && report_matches<Shape::nocase>(in, state, at, now.count)) {
+        if (row[0] != 0 && !hidden &&
+            report_matches<Shape::nocase>(in, state, static_cast<int>(at), now.count)) {
             now.stopped = true;
             break;
         }
     }
-    now.at = at;
+    now.at = static_cast<int>(at);
     now.row = row == table ? 0 : state;
     now.state = state;
 }
@@ -286,11 +287,18 @@ void run_chains(const search &in, position &now, int end)
 
 /* ---- filter ---- */
 
-/* What the filter has cost, in rough processor cycles, and what it may cost before chains are cheaper. */
+/*
+ * What the filter has cost, in rough processor cycles, and what it may cost before chains are cheaper: less
+ * in a short text, where there is less to win back, and with many patterns, where there is less hope to.
+ */
 constexpr int group_cost = 6, place_cost = 12, step_cost = 6;
+constexpr int64_t first_allowance(int length, bool few)
+{
+    return few ? 200 : std::min(200, length / 8);
+}
 constexpr int64_t allowance(int bytes)
 {
-    return 200 + static_cast<int64_t>(bytes) * 3 / 2;
+    return static_cast<int64_t>(bytes) * 3 / 2;
 }
 
 /* The automaton's run from one possible beginning; false: a callback stopped the search. */
@@ -342,7 +350,7 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
     const fast_data &fast = *fast_of(in.matcher);
     const bool three = fast.shortest == 3;
     const int limit = in.length - filter_window + 1;
-    int64_t cost = 0;
+    int64_t cost = -first_allowance(in.length, fast.few != 0);
     int end = in.length;
     position run = now;
     if (run.row != 0)
@@ -386,7 +394,9 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
 }
 
 /* Texts below this are left to the plain loop. */
-constexpr int least_fast = 48;
+constexpr int least_fast = 64;
+/* Texts below this leave no time to find out that many patterns let too much pass. */
+constexpr int least_filtered = 256;
 /* Bytes that chains go over before the filter is tried again; doubled each time. */
 constexpr int first_rest = 16384, longest_rest = 1 << 24;
 
@@ -396,7 +406,8 @@ void run_fast(const search &in, position &now)
     const fast_data &fast = *fast_of(in.matcher);
     if (!fast.chains || in.length < least_fast)
         return scan_plain<Shape>(in, now, in.length);
-    const vector_filter filter = fast.filter ? filter_in_use() : vector_filter{nullptr, 0, 1};
+    const bool filtered = fast.filter && (fast.few || in.length >= least_filtered);
+    const vector_filter filter = filtered ? filter_in_use() : vector_filter{nullptr, 0, 1};
     for (int rest = first_rest; !now.stopped && now.at < in.length; rest = std::min(rest * 2, longest_rest)) {
         const int from = now.at;
         if (filter.find && in.length - now.at >= least_fast)
