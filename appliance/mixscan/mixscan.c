@@ -175,12 +175,12 @@ static int on_match(uint64_t id, int start, uint64_t arg, int len)
     return 0;
 }
 
-/* Progress of a long file, on a terminal only, about four times a second. */
+/* Progress of a long input, on a terminal only, about four times a second. */
 struct progress {
     const char *name;
-    uint64_t size; /* 0: not known, nothing is shown */
+    uint64_t size; /* 0: not known, a stream */
     struct timespec last;
-    int shown;
+    int wanted, shown;
 };
 
 static void begin_progress(struct progress *progress, const char *name, int file,
@@ -189,7 +189,8 @@ static void begin_progress(struct progress *progress, const char *name, int file
     struct stat about;
     memset(progress, 0, sizeof(*progress));
     progress->name = name;
-    if (!options->quiet && isatty(STDERR_FILENO) && fstat(file, &about) == 0 && S_ISREG(about.st_mode))
+    progress->wanted = !options->quiet && isatty(STDERR_FILENO);
+    if (fstat(file, &about) == 0 && S_ISREG(about.st_mode))
         progress->size = (uint64_t)about.st_size;
     clock_gettime(CLOCK_MONOTONIC, &progress->last);
 }
@@ -197,15 +198,19 @@ static void begin_progress(struct progress *progress, const char *name, int file
 static void show_progress(struct progress *progress, uint64_t done)
 {
     struct timespec now;
-    if (progress->size == 0)
+    if (!progress->wanted)
         return;
     clock_gettime(CLOCK_MONOTONIC, &now);
     if ((now.tv_sec - progress->last.tv_sec) * 1000 + (now.tv_nsec - progress->last.tv_nsec) / 1000000 < 250)
         return;
     progress->last = now;
     progress->shown = 1;
-    fprintf(stderr, "\r%s: %llu%% of %llu MiB\033[K", progress->name,
-            (unsigned long long)(done * 100 / progress->size), (unsigned long long)(progress->size >> 20));
+    if (progress->size)
+        fprintf(stderr, "\r%s: %llu%% of %llu MiB\033[K", progress->name,
+                (unsigned long long)(done * 100 / progress->size),
+                (unsigned long long)(progress->size >> 20));
+    else
+        fprintf(stderr, "\r%s: %llu MiB\033[K", progress->name, (unsigned long long)(done >> 20));
 }
 
 static void end_progress(const struct progress *progress)

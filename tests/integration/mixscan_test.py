@@ -6,6 +6,7 @@ import random
 import re
 import subprocess
 import tempfile
+import threading
 import unittest
 
 MIXSCAN = os.path.join(os.environ["MIX_BIN"], "mixscan")
@@ -168,6 +169,35 @@ class Program(unittest.TestCase):
         process.kill()
         process.wait()
         os.close(leader)
+
+    def test_progress_of_a_stream_tells_how_much_has_been_read(self):
+        leader, follower = pty.openpty()
+        process = subprocess.Popen([MIXSCAN, "--piece=1", "he"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                   stderr=follower)
+        os.close(follower)
+        piece = bytes(4096)
+        feeder = threading.Thread(target=self.feed, args=(process.stdin, piece))
+        feeder.start()
+        seen = b""
+        while not re.search(rb"\r\(standard input\): \d+ MiB", seen):
+            seen += os.read(leader, 1000)
+        process.kill()
+        process.wait()
+        feeder.join()
+        os.close(leader)
+
+    @staticmethod
+    def feed(pipe, piece):
+        """Writes until nobody reads any more."""
+        try:
+            while True:
+                pipe.write(piece)
+        except BrokenPipeError:
+            pass
+        try:
+            pipe.close()
+        except BrokenPipeError:
+            pass
 
     def test_help_is_the_manual_in_short(self):
         text = mixscan("--help").stdout.decode()
