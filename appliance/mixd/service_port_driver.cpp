@@ -172,7 +172,7 @@ class port_driver : public service
     const board_model &boards_;
     kept_rows<port_setting, place_of_setting> settings_;
     std::map<std::pair<uint32_t, uint32_t>, lane_requests> measured_; /* by board and port */
-    uint32_t drained_ = 0;
+    std::map<uint32_t, uint32_t> drained_;                            /* by board */
 };
 
 port_driver::port_driver(setup &with)
@@ -500,7 +500,7 @@ int32_t port_driver::counters(const request &asked, reply &out)
 {
     const auto wanted = asked.record<counter_request>();
     if (wanted.code == counter_drain) {
-        drained_++;
+        drained_[asked.at.slot]++;
         return 0;
     }
     if (wanted.code != counter_show)
@@ -524,6 +524,7 @@ int32_t port_driver::counters(const request &asked, reply &out)
     fill_text(head.board, asked.at.name);
     head.cpu = asked.to.instance;
     head.count = static_cast<uint32_t>(rows.size());
+    head.drained = drained_[asked.at.slot];
     out.append(head);
     out.append(rows.data(), rows.size() * sizeof rows[0]);
     return 0;

@@ -301,7 +301,8 @@ constexpr column counter_columns[] = {{.title = "Board", .key = "board"},
                                       {.title = "Row", .key = "row"},
                                       {.title = "Processed", .key = "processed"},
                                       {.title = "Dropped", .key = "dropped"},
-                                      {.title = "Squeezed", .key = "squeezed"}};
+                                      {.title = "Squeezed", .key = "squeezed"},
+                                      {.title = "Drained", .key = "drained", .programs_only = true}};
 
 outcome show_counters(invocation &call)
 {
@@ -316,19 +317,24 @@ outcome show_counters(invocation &call)
     const std::unique_ptr<void, decltype(&ipcmsg_free)> owned(buffer, ipcmsg_free);
     const auto *bytes = static_cast<const std::uint8_t *>(buffer);
     table rows(call.out(), counter_columns);
-    const auto print = [&](const std::string &board, const cell &row, const wire::packet_counter_row &one) {
+    const auto print = [&](const std::string &board, const cell &row, const wire::packet_counter_row &one,
+                           const cell &drained) {
         rows.row({board, row, std::uint64_t{one.processed}, std::uint64_t{one.dropped},
-                  std::uint64_t{one.squeezed}});
+                  std::uint64_t{one.squeezed}, drained});
     };
     if (sum) {
         const auto all = at<wire::packet_counter_sum>(bytes, 0);
-        print(field_text(all.board), cell(), all.sum);
+        print(field_text(all.board), cell(), all.sum, cell());
         return outcome::done;
     }
     const auto head = at<wire::packet_counters>(bytes, 0);
     for (std::uint32_t i = 0; i < std::min(std::uint32_t{head.count}, wire::most_counter_rows); i++)
         print(field_text(head.board), i,
-              at<wire::packet_counter_row>(bytes, sizeof head + i * sizeof(wire::packet_counter_row)));
+              at<wire::packet_counter_row>(bytes, sizeof head + i * sizeof(wire::packet_counter_row)),
+              std::uint32_t{head.drained});
+    rows.end();
+    if (head.drained != 0)
+        call.out().note(fmt::format("packet buffers were drained {} times", std::uint32_t{head.drained}));
     return outcome::done;
 }
 constexpr argument counter_arguments[] = {slot_option, cpu_option, flag("sum", "one row for all")};

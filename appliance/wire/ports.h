@@ -151,6 +151,8 @@ struct [[gnu::packed]] packet_counters {
     char board[32];
     uint32_t cpu;
     uint32_t count;
+    uint32_t drained; /* how often the board's packet buffers were drained */
+    uint32_t reserved;
     /* rows follow */
 };
 inline constexpr uint32_t most_counter_rows =

@@ -141,7 +141,12 @@ class Ports(OnTheMaster):
         with open("/proc/net/softnet_stat", encoding="ascii") as file:
             rows = len(file.readlines())
         self.assertEqual(len(self.rows("show port counters")), rows)
+
+    def test_buffers_are_drained_on_the_board_that_is_told(self):
+        def drained(slot):
+            return self.rows(f"show port counters slot {slot}")[0]["drained"]
         self.ok("clear port buffers slot 2")
+        self.until(lambda: [drained(slot) for slot in (2, 3, 4)], [1, 0, 0])
 
     def test_lane_settings_are_a_boards_own(self):
         self.ok("set port lanes 3 1 2 slot 2")

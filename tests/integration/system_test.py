@@ -326,6 +326,33 @@ class Upgrade(WithMixd):
         self.mixd.start()
         self.assertEqual(self.one("show upgrade version slot 2 cpu 1")["version"], "6.1.0")
 
+    def test_one_processor_after_the_other_takes_every_step(self):
+        self.mixd.stop()
+        with open(os.path.join(self.mixd.directory, "scenario.toml"), "w", encoding="ascii") as file:
+            file.write(CHASSIS.replace("step_ms = 20", "step_ms = 60"))
+        self.mixd.start()
+        self.ok("set upgrade start good.img")
+        steps = {25: "loading", 50: "moving sessions", 75: "restarting", 100: "done"}
+        before, seen = [], set()
+        for _ in range(1000):
+            rows = self.rows("show upgrade processors")
+            percents = [row["percent"] for row in rows]
+            self.assertEqual(len(percents), 5)
+            self.assertGreaterEqual(percents, before, "an upgrade never goes back")
+            for row in rows:
+                self.assertEqual(row["state"], steps.get(row["percent"], "checking"))
+                self.assertEqual(row["version"], "6.1.0" if row["percent"] == 100 else "6.0.0")
+            under_way = [percent for percent in percents if percent not in (0, 100)]
+            self.assertLessEqual(len(under_way), 1, "the others go on working")
+            self.assertEqual(percents, sorted(percents, reverse=True), "in their order")
+            seen |= {row["state"] for row in rows}
+            before = percents
+            if percents == [100] * 5:
+                break
+        self.assertEqual(before, [100] * 5)
+        self.assertEqual(seen & {"checking", "done"}, {"checking", "done"})
+        self.assertTrue(seen & {"loading", "moving sessions", "restarting"}, "no step was seen on the way")
+
     def test_a_refused_start_says_why_and_can_be_forced(self):
         self.refused("set upgrade start other.img", "refused: 9.0 can't replace 6.0.0")
         self.refused("set upgrade start none.img", "there is no image none.img")
