@@ -226,16 +226,32 @@ memory_figures host_memory(uint32_t mode)
     return out;
 }
 
+namespace
+{
+
+/* The files of a class of devices whose names begin and end so, in thousandths of a degree. */
+void look_for_temperatures(const char *folder, std::string_view begins, std::string_view ends,
+                           std::optional<int16_t> &hottest)
+{
+    std::error_code failed;
+    for (const auto &device : std::filesystem::directory_iterator(folder, failed))
+        for (const auto &entry : std::filesystem::directory_iterator(device.path(), failed)) {
+            const std::string name = entry.path().filename();
+            int milli = 0;
+            if (name.starts_with(begins) && name.ends_with(ends) && std::ifstream(entry.path()) >> milli)
+                hottest = std::max(hottest.value_or(INT16_MIN), static_cast<int16_t>(milli / 1000));
+        }
+}
+
+} // namespace
+
+/* Where the kernel has no thermal zones, the sensors of the board. */
 std::optional<int16_t> host_temperature()
 {
     std::optional<int16_t> hottest;
-    std::error_code failed;
-    for (const auto &zone : std::filesystem::directory_iterator("/sys/class/thermal", failed)) {
-        int milli = 0;
-        if (zone.path().filename().string().rfind("thermal_zone", 0) == 0 &&
-            std::ifstream(zone.path() / "temp") >> milli)
-            hottest = std::max(hottest.value_or(INT16_MIN), static_cast<int16_t>(milli / 1000));
-    }
+    look_for_temperatures("/sys/class/thermal", "temp", "temp", hottest);
+    if (!hottest)
+        look_for_temperatures("/sys/class/hwmon", "temp", "_input", hottest);
     return hottest;
 }
 

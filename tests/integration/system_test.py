@@ -2,6 +2,7 @@
 
 import json
 import os
+import subprocess
 import time
 import unittest
 
@@ -247,6 +248,45 @@ class ThisHost(WithMixd):
         flavour = 8 if processors >= 8 else 4 if processors >= 4 else 2
         self.assertEqual(self.one("show vchassis host 0"),
                          {f"vssm_0{each}": processors // each if each == flavour else 0 for each in (2, 4, 8)})
+
+    def sensors(self, folder, files):
+        """Lets a folder of this test's own /sys hold these files."""
+        if not os.environ.get("MIX_PRIVATE_SHM") or not os.path.isdir(folder):
+            self.skipTest(f"no {folder} that is the test's own")
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
+        self.addCleanup(subprocess.run, ["umount", folder], check=True)
+        for name, text in files.items():
+            os.makedirs(os.path.join(folder, os.path.dirname(name)), exist_ok=True)
+            with open(os.path.join(folder, name), "w", encoding="ascii") as file:
+                file.write(text)
+
+    def test_temperature_is_that_of_the_hottest_zone(self):
+        self.sensors("/sys/class/thermal", {"thermal_zone0/temp": "41000\n", "thermal_zone1/temp": "43999\n",
+                                            "thermal_zone1/trip_point_0_temp": "99000\n"})
+        self.assertEqual(self.one("show temperature")["temperature"], 43)
+        self.sensors("/sys/class/thermal", {"thermal_zone0/temp": "-9000\n", "thermal_zone1/temp": "-7000\n"})
+        self.assertEqual(self.one("show temperature")["temperature"], -7)
+
+    def test_temperature_without_zones_is_that_of_the_hottest_sensor(self):
+        self.sensors("/sys/class/thermal", {})
+        self.sensors("/sys/class/hwmon", {"hwmon0/temp1_input": "31000\n", "hwmon1/temp2_input": "33000\n",
+                                          "hwmon1/temp2_max": "99000\n"})
+        self.assertEqual(self.one("show temperature")["temperature"], 33)
+
+    def test_a_host_without_sensors_tells_no_temperature(self):
+        self.sensors("/sys/class/thermal", {})
+        if os.path.isdir("/sys/class/hwmon"):
+            self.sensors("/sys/class/hwmon", {})
+        self.refused("show temperature", "the temperature can't be read")
+
+    @unittest.skipIf(os.path.exists("/flash"), "this machine has a /flash")
+    def test_direct_uplink_needs_its_place(self):
+        self.assertEqual(self.one("show uplink", MIX_BOARD="appliance"), {"enabled": False})
+        failed = mixsh(self.mixd, "set uplink on", MIX_BOARD="appliance")
+        self.assertEqual(failed.returncode, 1)
+        self.assertIn("direct uplink was not changed", failed.stderr)
+        finished = mixsh(self.mixd, "set uplink on", MIX_BOARD="vm") # which has none, so nothing is done
+        self.assertEqual(finished.returncode, 0, finished.stderr)
 
     def test_a_lone_board_is_in_the_slot_of_its_profile(self):
         self.mixd.stop()
