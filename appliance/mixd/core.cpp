@@ -113,11 +113,9 @@ void core::remake_services()
     }
     shared_.clear();
     gateway_ = {};
-    const registry before = std::move(registry_);
-    registry_ = {};
+    registry_.begin_again();
     scenario_.begin_again();
     make_services();
-    registry_.take_counts(before);
     for (const auto &one : services_)
         if (std::find(kept.begin(), kept.end(), one.get()) == kept.end())
             one->begin();

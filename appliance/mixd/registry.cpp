@@ -8,7 +8,13 @@ namespace mixd
 void registry::add(endpoint added)
 {
     const uint64_t at = key(added.to.packed(), added.type);
-    if (const auto there = endpoints_.find(at); there != endpoints_.end())
+    const auto there = endpoints_.find(at);
+    if (there != endpoints_.end() && !there->second->call) {
+        there->second->service = added.service;
+        there->second->call = std::move(added.call);
+        return;
+    }
+    if (there != endpoints_.end())
         throw startup_error(fmt::format("services {} and {} both serve type {} at {}", there->second->service,
                                         added.service, added.type, socket_name(added.to)));
     if (added.to.packed() == mix::wire::no_address)
@@ -19,11 +25,10 @@ void registry::add(endpoint added)
     endpoints_.emplace(at, std::move(kept));
 }
 
-void registry::take_counts(const registry &before)
+void registry::begin_again()
 {
-    for (const auto &[at, one] : before.endpoints_)
-        if (const auto found = endpoints_.find(at); found != endpoints_.end())
-            found->second->count = one->count;
+    for (const auto &[at, one] : endpoints_)
+        one->call = nullptr;
 }
 
 endpoint *registry::find(uint32_t packed_address, uint32_t type)

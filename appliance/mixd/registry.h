@@ -33,8 +33,8 @@ class registry
 {
   public:
     void add(endpoint);
-    /* The counters of what another registry served, too. */
-    void take_counts(const registry &before);
+    /* The services are about to be made anew: what they add again keeps its place and its counters. */
+    void begin_again();
     endpoint *find(uint32_t packed_address, uint32_t type);
     /* The services at an address, for the welcome: "ipdefrag", or "ipdefrag+2" when there are more. */
     [[nodiscard]] std::string name_at(const address &) const;
