@@ -60,6 +60,22 @@ TEST_P(finding, short_names_and_the_empty_one)
     EXPECT_EQ(find("AB"), 0u);
 }
 
+/* Wherever an entry stands among those that are compared together, and behind entries of the same key. */
+TEST_P(finding, finds_each_of_all_user_defined_entries)
+{
+    const auto name_of = [](uint32_t index) {
+        return std::to_string(index / 2) + "-" + std::to_string(index);
+    };
+    for (uint32_t index = 16382; index >= 15871; index--) {
+        const std::string name =
+            name_of(index).substr(1); /* the key holds the lower digits: two entries share one */
+        ASSERT_EQ(app_ext_table_add(name.c_str(), name.c_str(), 65535, 1), static_cast<int>(index));
+    }
+    for (uint32_t index = 16382; index >= 15871; index--)
+        EXPECT_EQ(find(name_of(index).substr(1)), index);
+    EXPECT_EQ(find("000-0"), 0u);
+}
+
 TEST_P(finding, drops_a_star_at_the_end)
 {
     const uint32_t index = add("Starred");

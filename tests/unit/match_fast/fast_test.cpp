@@ -141,7 +141,7 @@ std::vector<fast_case> fast_table()
         {"many", 1600, 2, 12, 26, 80},       {"short", 30, 1, 6, 20, 90},
         {"single_bytes", 3, 1, 1, 3, 50},    {"long", 5, 100, 128, 30, 95},
         {"too_long", 3, 4, 200, 30, 95},     {"all_bytes", 60, 3, 20, 256, 70},
-        {"column_256", 10, 3, 9, 257, 97},   {"many_states", 640, 120, 128, 4, 95},
+        {"column_256", 10, 3, 9, 257, 97},   {"many_states", 900, 120, 128, 4, 95},
     };
     std::vector<fast_case> table;
     uint32_t seed = 5000;

@@ -100,6 +100,20 @@ TEST_F(vectors, set_takes_the_lowest_hole)
     EXPECT_EQ(vector_empty_slot(v), 5u);
 }
 
+TEST_F(vectors, empty_slot_is_the_first_hole_wherever_it_is)
+{
+    make(16);
+    for (uint32_t active = 1; active <= 12; active++) {
+        vector_set_index(v, active - 1, slot(active));
+        EXPECT_EQ(vector_empty_slot(v), active);
+        for (uint32_t hole = 0; hole < active; hole++) {
+            v->index[hole] = nullptr;
+            EXPECT_EQ(vector_empty_slot(v), hole) << "of " << active;
+            v->index[hole] = slot(1);
+        }
+    }
+}
+
 TEST_F(vectors, empty_slot_of_an_empty_vector_is_0)
 {
     make(4);
