@@ -397,11 +397,7 @@ const char *get_vrname_by_vrid(uint32_t vrid) noexcept
     std::memset(vrname, 0, sizeof(vrname));
     const frame::outcome got = frame::run<wire::vrname_request>(
         router_name, frame::local(), nullptr, [&](wire::vrname_request &request) { request.vrid = vrid; },
-        [](frame::reply_view &reply) {
-            char text[wire::vrname_size];
-            reply.copy(text, 0, sizeof(text));
-            std::memcpy(vrname, text, strnlen(text, sizeof(text)));
-        });
+        [](frame::reply_view &reply) { reply.text(vrname, sizeof(vrname), 0, wire::vrname_size); });
     if (got.at == frame::stage::not_sent)
         set_vrname("ipc-fail");
     if (got.at == frame::stage::refused)

@@ -162,6 +162,16 @@ TEST_P(finding, goes_by_the_key_before_the_name)
 INSTANTIATE_TEST_SUITE_P(lookups, finding, testing::Values(by_name, by_chinese_name, by_user_defined_name),
                          [](const auto &one) { return one.param.name; });
 
+/* However many entries of the same key have been passed when the last ones are looked at. */
+TEST_F(seeded, a_lookup_of_user_defined_names_never_reaches_the_predefined_ones)
+{
+    ASSERT_EQ(app_ext_table_add("Same-name", "Decoy", 0, 15870), 15870);
+    for (int i = 0; i < 9; i++) {
+        EXPECT_EQ(tq_app_userdefined_name2type("Same-name"), 0u) << i;
+        ASSERT_NE(app_ext_table_add(("Same-key" + std::to_string(i)).c_str(), "Decoy", 65535, 1), 0);
+    }
+}
+
 using name2type = seeded;
 
 TEST_F(name2type, finds_from_the_first_entry_to_the_last)
