@@ -1,6 +1,7 @@
 /*
- * Writers are killed at random moments, over and over: readers never crash and see untouched entries as they
- * were, the writers that are left go on in bounded time, and at the end the counters are exact.
+ * Writers are killed at random moments, over and over, and so are processes that come and read: readers never
+ * crash and see untouched entries as they were, the writers that are left go on in bounded time, and at the
+ * end the counters are exact and whoever comes reads all of it.
  *
  * MIX_TEST_KILLS says how many (default 20); MIX_TEST_SEED repeats a run.
  */
@@ -58,28 +59,45 @@ bool ends(const char *text, size_t room)
     return strnlen(text, room) < room;
 }
 
-bool read_on(board &on, uint32_t steady)
+/* A part of the catalogue, from entry `at` on, and one page of the export. False: something is not as it must
+ * be. */
+bool read_part(uint32_t &at, uint32_t steady)
 {
     std::vector<uint8_t> page(50 * 686);
-    for (uint32_t at = 0; !on.stop; ++on.reads) {
-        if (tq_app_name2type("FTPS-DATA") != 6102 ||
-            tq_app_name2type_cn("域名系统") != tq_app_name2type("dns") ||
-            tq_app_userdefined_name2type("Steady") != steady ||
-            std::string(tq_app_type2category(steady)) != "Steady category")
-            return false;
-        for (int i = 0; i < 500; i++, at = (at + 1) % entry_count) {
-            const int type = static_cast<int>(at);
-            if (!ends(tq_app_type2name(at), 96) || !ends(tq_app_type2name_cn(at), 96) ||
-                !ends(tq_app_type2category(at), 96) || !ends(tq_app_type2category_cn(at), 96) ||
-                !ends(tq_app_type2subcategory(at), 96) || !ends(tq_app_type2subcategory_cn(at), 96) ||
-                !ends(tq_app_type2technology(type), 64))
-                return false;
-        }
-        uint32_t cursor = at;
-        int length = 0;
-        if (tq_get_all_app_to_x86(page.data(), static_cast<int>(page.size()), &cursor, &length) != 0)
+    if (tq_app_name2type("FTPS-DATA") != 6102 || tq_app_name2type_cn("域名系统") != tq_app_name2type("dns") ||
+        tq_app_userdefined_name2type("Steady") != steady ||
+        std::string(tq_app_type2category(steady)) != "Steady category")
+        return false;
+    for (int i = 0; i < 500; i++, at = (at + 1) % entry_count) {
+        const int type = static_cast<int>(at);
+        if (!ends(tq_app_type2name(at), 96) || !ends(tq_app_type2name_cn(at), 96) ||
+            !ends(tq_app_type2category(at), 96) || !ends(tq_app_type2category_cn(at), 96) ||
+            !ends(tq_app_type2subcategory(at), 96) || !ends(tq_app_type2subcategory_cn(at), 96) ||
+            !ends(tq_app_type2technology(type), 64))
             return false;
     }
+    uint32_t cursor = at;
+    int length = 0;
+    return tq_get_all_app_to_x86(page.data(), static_cast<int>(page.size()), &cursor, &length) == 0;
+}
+
+bool read_on(board &on, uint32_t steady)
+{
+    for (uint32_t at = 0; !on.stop; ++on.reads)
+        if (!read_part(at, steady))
+            return false;
+    return true;
+}
+
+/* A process that comes, attaches and reads all of it. */
+bool visit(uint32_t steady)
+{
+    detach();
+    tq_app_table_init();
+    uint32_t at = 0;
+    for (uint32_t read = 0; read < entry_count; read += 500)
+        if (!read_part(at, steady))
+            return false;
     return true;
 }
 
@@ -138,6 +156,9 @@ TEST_F(killing, of_writers_at_random_moments_stops_nobody_else)
         longest = std::max(longest, seconds() - start);
         if (!buried_at_once)
             waitpid(all[victim], nullptr, 0);
+        const pid_t visitor = beside([&] { return visit(steady); });
+        usleep(random() % 2000);
+        end(visitor);
         all[victim] = start_writer(static_cast<int>(victim));
     }
     on->stop = true;
@@ -145,6 +166,7 @@ TEST_F(killing, of_writers_at_random_moments_stops_nobody_else)
         EXPECT_TRUE(ends_well(writer, goes_on_within));
     EXPECT_TRUE(ends_well(reader, 10)) << "the reader saw what it should not";
     EXPECT_GT(on->reads, 0u);
+    EXPECT_TRUE(ends_well(beside([&] { return visit(steady); }), 10)) << "who comes afterwards can't read it";
 
     std::printf("%u kills, %zu of them inside the lock; the longest wait was %.3f s\n", done, freed(),
                 longest);
