@@ -80,6 +80,21 @@ class run_directory_test : public testing::Test
     std::string run_;
 };
 
+/* Clients' ends of connections: their peer has a name. */
+inline size_t client_sockets()
+{
+    size_t count = 0;
+    for (const auto &each : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::atoi(each.path().filename().c_str());
+        sockaddr_un name{};
+        socklen_t size = sizeof(name);
+        if (getpeername(fd, reinterpret_cast<sockaddr *>(&name), &size) == 0 && name.sun_family == AF_UNIX &&
+            size > sizeof(sa_family_t))
+            count++;
+    }
+    return count;
+}
+
 inline int listen_at(const std::string &path)
 {
     const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);

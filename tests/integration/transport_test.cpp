@@ -64,21 +64,6 @@ size_t open_descriptors()
     return count;
 }
 
-/* Clients' ends of connections: their peer has a name. */
-size_t client_sockets()
-{
-    size_t count = 0;
-    for (const auto &each : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int fd = std::atoi(each.path().filename().c_str());
-        sockaddr_un name{};
-        socklen_t size = sizeof(name);
-        if (getpeername(fd, reinterpret_cast<sockaddr *>(&name), &size) == 0 && name.sun_family == AF_UNIX &&
-            size > sizeof(sa_family_t))
-            count++;
-    }
-    return count;
-}
-
 struct transport : run_directory_test {
     std::string here() const { return path("node0/0.17.sock"); }
 };

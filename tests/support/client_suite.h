@@ -7,6 +7,7 @@
 
 #include <libmix/mix_base.h>
 
+#include "support/case_name.h"
 #include "support/scripted_platform.h"
 
 namespace mixtest
@@ -85,9 +86,6 @@ inline void check_failures(const failure_case &with)
                       with.when_refused.value_or(with.failure));
     }
 }
-
-/* Names instances after their cases. */
-inline constexpr auto case_name = [](const auto &info) { return std::string(info.param.name); };
 
 inline void PrintTo(const request_case &one, std::ostream *out)
 {

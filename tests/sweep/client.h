@@ -185,6 +185,32 @@ struct client {
     }
 #define MIX_ROWS mixtest::given::take_row, &g
 
+/* --- what the caller sees of a call -----------------------------------------------------------------------
+ */
+
+struct seen {
+    int64_t result;
+    bytes output;
+    bytes error;
+    bytes rows;
+    size_t row_count;
+    std::vector<int> first_flags;
+    bytes handed;
+    std::optional<uint32_t> told_length;
+
+    /* The output, and the error buffer too unless told otherwise, are as a failure leaves them. */
+    [[nodiscard]] bool is_untouched(const shape &of, bool error_too = true) const;
+};
+
+/* Makes the call. `with` has its print callback, maximum and batch; all else is set here. */
+seen call(const client &one, given &with);
+
+/* Where two calls differ for their caller; empty: nowhere. */
+std::string difference(const seen &one, const seen &other);
+
+/* That the call failed at an exchange by the documented result: nothing written, no row of a later page. */
+void expect_failed(const client &one, const seen &got, size_t at, int64_t result, bool refused = false);
+
 /* Bytes that differ from each other. */
 inline bytes some_bytes(size_t size)
 {

@@ -33,6 +33,62 @@ const uint8_t *guarded_row(const bytes &row)
     return static_cast<const uint8_t *>(std::memcpy(place.room(row.size()), row.data(), row.size()));
 }
 
+seen call(const client &one, given &with)
+{
+    std::memset(with.output, given::untouched, sizeof with.output);
+    std::memset(with.error, given::untouched, sizeof with.error);
+    with.row_size = one.is.row_size;
+    const int64_t result = one.call(with);
+    return {result,
+            bytes(with.output, with.output + std::min(one.is.output_size + 64, sizeof with.output)),
+            bytes(with.error, with.error + sizeof with.error),
+            std::move(with.rows),
+            with.row_count,
+            std::move(with.first_flags),
+            std::move(with.handed),
+            with.told_length};
+}
+
+bool seen::is_untouched(const shape &of, bool error_too) const
+{
+    const auto is_clean = [](uint8_t each) { return each == given::untouched; };
+    const bool error_clean = !error_too || std::all_of(error.begin(), error.end(), is_clean);
+    if (of.own_message)
+        return error_clean;
+    const auto left = static_cast<ptrdiff_t>(of.failed_output.size());
+    return error_clean && std::equal(of.failed_output.begin(), of.failed_output.end(), output.begin()) &&
+           std::all_of(output.begin() + left, output.end(), is_clean);
+}
+
+std::string difference(const seen &one, const seen &other)
+{
+    std::string out;
+    const auto compare = [&](const char *what, bool equal) {
+        if (!equal)
+            out += std::string(what) + ", ";
+    };
+    compare("result", one.result == other.result);
+    compare("output", one.output == other.output);
+    compare("error text", one.error == other.error);
+    compare("rows", one.rows == other.rows && one.row_count == other.row_count);
+    compare("first-row flags", one.first_flags == other.first_flags);
+    compare("handed buffer", one.handed == other.handed && one.told_length == other.told_length);
+    return out;
+}
+
+void expect_failed(const client &one, const seen &got, size_t at, int64_t result, bool refused)
+{
+    const exchange &failed = one.is.exchanges[at];
+    if (failed.tolerated) {
+        EXPECT_EQ(got.result, one.is.good) << "goes on without exchange " << at;
+        return;
+    }
+    EXPECT_EQ(got.result, one.is.of_rows != nullptr ? one.is.of_rows(failed.rows_before) : result);
+    EXPECT_TRUE(got.is_untouched(one.is, !refused)) << "outputs are untouched on failure";
+    EXPECT_EQ(got.row_count, one.is.row_size != 0 ? failed.rows_before : 0) << "no row after the failure";
+    EXPECT_TRUE(got.handed.empty());
+}
+
 /* Their callbacks take no first-row flag. */
 static int take_record(const void *record, void *arg)
 {

@@ -29,23 +29,13 @@ struct script {
     int batch_error = 0;
 };
 
-struct outcome {
-    int64_t result;
-    bytes output;
-    bytes error;
-    bytes rows;
-    size_t row_count;
-    std::vector<int> first_flags;
-    bytes handed;
-    std::optional<uint32_t> told_length;
+struct outcome : seen {
     std::string told;    /* on the console, in the log, in the error text */
     std::string printed; /* through the print callback */
     std::vector<sent_message> messages;
     size_t commits; /* of every kind, records and reads included */
     std::vector<size_t> allocated_after;
     uint32_t heap_requests;
-
-    [[nodiscard]] bool wrote_nothing(const shape &of, bool error_too = true) const;
 };
 
 /* Runs the call and sees to it that nothing stays allocated and nothing is freed twice. */
@@ -56,7 +46,7 @@ outcome run_with_and_without_print(const client &one, const script &with);
 /* Whether the general heap's requests are counted at all: not where a sanitizer or valgrind has its own. */
 bool library_heap_is_watched();
 
-/* Where two outcomes differ in what the caller sees; empty: nowhere. */
+/* Where two outcomes differ, in what was said and asked, too. */
 std::string difference(const outcome &one, const outcome &other);
 
 /* What a good daemon answers to the n-th message; the last exchange goes on for ever. */
