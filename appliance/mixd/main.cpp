@@ -1,5 +1,6 @@
 /* mixd: the daemons of the reference appliance, in one process. */
 #include <cstdlib>
+#include <memory>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -10,13 +11,24 @@
 namespace
 {
 
+// Help without CLI11's remarks on which options exclude each other: the texts say so where it isn't plain.
+class plain_help : public CLI::Formatter
+{
+    std::string make_option_opts(const CLI::Option *of) const override
+    {
+        const auto type = of->get_type_name();
+        return type.empty() ? type : " " + type;
+    }
+};
+
 int run(int argc, char **argv)
 {
     CLI::App program("The daemons of the mix appliance: answers what libmix asks, from this host's kernel\n"
                      "or from a scenario, and keeps what is configured in a store.",
                      "mixd");
+    program.formatter(std::make_shared<plain_help>());
     mixd::options chosen;
-    bool host = false;
+    bool host = false, without_catalogue = false;
     program.set_version_flag("--version", fmt::format("mixd {}", mixd::version));
     auto *host_flag = program.add_flag("--host", host, "describe this host (the default)");
     auto *scenario = program
@@ -39,7 +51,7 @@ int run(int argc, char **argv)
                     "the predefined applications of the catalogue (default: the file that comes with mixd)")
         ->type_name("FILE");
     auto *no_catalogue = program.add_flag(
-        "!--no-catalogue", chosen.keep_catalogue,
+        "--no-catalogue", without_catalogue,
         "leave the application catalogue in /dev/shm alone: it is kept by one mixd of a machine");
     program
         .add_flag("--share-catalogue", chosen.share_catalogue,
@@ -55,6 +67,7 @@ int run(int argc, char **argv)
         ->excludes(scenario);
     CLI11_PARSE(program, argc, argv);
 
+    chosen.keep_catalogue = !without_catalogue;
     const bool by_hand = run_dir->count() > 0 || std::getenv("MIX_RUN_DIR") != nullptr;
     if (chosen.run_dir.empty())
         chosen.run_dir = mixd::default_run_dir();
