@@ -33,10 +33,9 @@ constexpr daemon_name daemons[] = {
     {201, "control daemon"},
 };
 
-// libmix prints a daemon's refusal as "..., ret is -22": the number is an error number of the system.
-std::optional<int> refusal_status(std::string_view said)
+// The negative number behind a mark: an error number of the system.
+std::optional<int> status_behind(std::string_view mark, std::string_view said)
 {
-    constexpr std::string_view mark = "ret is ";
     const auto at = said.rfind(mark);
     if (at == std::string_view::npos)
         return {};
@@ -48,10 +47,11 @@ std::optional<int> refusal_status(std::string_view said)
     return status;
 }
 
-// Adds what the transport knows. A daemon that refused did answer, so only its number is explained.
+// Adds what the transport knows. A daemon that refused did answer, so only its number is explained: libmix
+// prints it as "..., ret is -22", or prints nothing, and then the transport tells it.
 void explain(failure &into, std::string_view library)
 {
-    if (const auto status = refusal_status(library)) {
+    if (const auto status = status_behind("ret is ", library)) {
         into.reasons.push_back(
             fmt::format("the daemon's answer {} means: {}", *status, std::strerror(-*status)));
         return;
@@ -59,6 +59,10 @@ void explain(failure &into, std::string_view library)
     const std::string transport = mixplatform_last_reason();
     if (transport.empty())
         return;
+    if (const auto status = status_behind("answered with status ", transport)) {
+        into.reasons.push_back(fmt::format("{}: {}", transport, std::strerror(-*status)));
+        return;
+    }
     into.reasons.push_back(transport);
     into.advice.emplace_back(
         "is mixd running, with the same run directory? \"show daemons\" tells who answers");
