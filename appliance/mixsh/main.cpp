@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <langinfo.h>
 #include <optional>
 #include <sys/ioctl.h>
@@ -71,8 +72,8 @@ Exit status: 0 done; 1 a command failed, or its answer could not be written;
 2 wrong words or options; 3 a command was not complete; 130 interrupted.
 With several commands it is the first failure's.
 
-Environment: MIX_RUN_DIR (where the daemons listen), MIX_TRACE (a file that
-records every exchange), XDG_STATE_HOME (history).)";
+Environment: MIX_RUN_DIR (where the daemons listen), MIX_BOARD (what board this
+is), MIX_TRACE (a file that records every exchange), XDG_STATE_HOME (history).)";
 
 int print(const std::string &text)
 {
@@ -125,6 +126,15 @@ int main(int argc, char **argv)
     options.set_version_flag("--version", "mixsh " MIXSH_VERSION);
     try {
         options.parse(argc, argv);
+    } catch (const CLI::ExtrasError &error) {
+        const auto words = options.remaining();
+        if (words.empty() || words.front().starts_with('-')) {
+            options.exit(error);
+        } else {
+            fmt::print(stderr, "mixsh: a command goes behind -c, all its words as one: mixsh -c '{}'\n",
+                       fmt::join(words, " "));
+        }
+        return static_cast<int>(status::wrong);
     } catch (const CLI::ParseError &error) {
         return options.exit(error) == 0 ? 0 : static_cast<int>(status::wrong);
     }

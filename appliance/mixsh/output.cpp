@@ -191,6 +191,12 @@ bool output::unwanted() const
     return interrupted() || std::ferror(stream_);
 }
 
+void output::write(std::string_view text)
+{
+    silent_ = silent_ && text.empty();
+    std::fwrite(text.data(), 1, text.size(), stream_);
+}
+
 bool output::flush()
 {
     return std::fflush(stream_) == 0 && !std::ferror(stream_);
@@ -211,7 +217,7 @@ void output::record(std::span<const field> fields)
             text += fmt::format("{}{:{}}{}\n", one.title, "", widest - display_width(one.title) + gap,
                                 one.value.shown());
     }
-    std::fwrite(text.data(), 1, text.size(), stream_);
+    write(text);
 }
 
 void output::note(std::string_view line)
@@ -219,7 +225,7 @@ void output::note(std::string_view line)
     if (as_ == form::json)
         return;
     const auto text = printable(line) + "\n";
-    std::fwrite(text.data(), 1, text.size(), stream_);
+    write(text);
 }
 
 void output::plain(std::string_view text)
@@ -234,7 +240,7 @@ void output::plain(std::string_view text)
         safe += printable(text.substr(0, end)) + "\n";
         text.remove_prefix(std::min(end + 1, text.size()));
     }
-    std::fwrite(safe.data(), 1, safe.size(), stream_);
+    write(safe);
 }
 
 // --- tables
@@ -260,7 +266,7 @@ bool table::row(std::vector<cell> cells)
         for (const auto i : shown_)
             text += fmt::format("{}{}: {}", i ? ", " : "", json_string(columns_[i].key), cells[i].json());
         text += "}\n";
-        std::fwrite(text.data(), 1, text.size(), out_.stream());
+        out_.write(text);
         if (count_ == measured_rows)
             out_.flush();
         return !out_.unwanted();
@@ -341,7 +347,7 @@ void table::print(const std::vector<std::string> &texts)
         owed = gap + (right_[i] ? 0 : fill);
     }
     line += '\n';
-    std::fwrite(line.data(), 1, line.size(), out_.stream());
+    out_.write(line);
 }
 
 void table::end()

@@ -98,7 +98,10 @@ class output
 
     form as() const { return as_; }
     std::size_t width() const { return width_; }
-    std::FILE *stream() const { return stream_; }
+    // A text as it is, of which the functions above and tables are made.
+    void write(std::string_view text);
+    // Nothing has been written yet.
+    bool silent() const { return silent_; }
     // Writes what is buffered; false: the output can't be written (a full disk).
     bool flush();
     // The user pressed Ctrl-C or the output is gone: rows need not be fetched any more.
@@ -108,6 +111,7 @@ class output
     std::FILE *stream_;
     form as_;
     std::size_t width_;
+    bool silent_ = true;
 };
 
 // Rows of one table. Ends by itself when it goes out of scope.

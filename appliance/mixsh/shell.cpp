@@ -95,6 +95,8 @@ status shell::run(std::string_view line, std::string_view source, std::size_t pr
     set_interrupted(false);
     invocation call(*read.which, std::move(read.words), out, how_.language);
     const auto ended = read.which->run(call);
+    if (ended == outcome::done && out.silent() && read.which->words.starts_with("show ") && !interrupted())
+        out.note("nothing to show");
     const bool written = out.flush();
     const auto result = ended == outcome::misused  ? status::wrong
                         : ended == outcome::failed ? status::failed

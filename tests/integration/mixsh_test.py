@@ -268,6 +268,35 @@ class Help(WithMixd):
         self.assertEqual(found, {"show fragment"})
         self.assertEqual(mixsh(self.mixd, "help nonsense").returncode, 1)
 
+    def test_help_finds_later_words_where_no_command_begins_with_them(self):
+        found = {row["usage"].split(" [")[0] for row in rows(self.run_ok("help frag", options=["--json"]))}
+        self.assertEqual(found, {"show fragment", "set fragment"})
+
+    def test_help_keeps_to_the_width_of_a_page(self):
+        for words in ("help", "help show", "help set upgrade"):
+            with self.subTest(words=words):
+                lines = self.run_ok(words).stdout.splitlines()
+                self.assertLessEqual(max(map(len, lines[:-1])), 100)
+        self.assertEqual(self.run_ok("help show arp summary").stdout.splitlines()[:2], [
+            "show arp summary [vr <0-65535>] [vsys <0-65535>] [node <0-255>]",
+            "        numbers of ARP entries by kind and state"])
+
+    def test_words_without_c_are_told_where_they_go(self):
+        failed = mixsh(self.mixd, options=["show", "fragment"])
+        self.assertEqual((failed.returncode, failed.stdout), (2, ""))
+        self.assertIn("mixsh -c 'show fragment'", failed.stderr)
+
+    def test_an_empty_answer_says_so_to_people_only(self):
+        self.assertEqual(self.run_ok("show saved").stdout, "nothing to show\n")
+        self.assertEqual(self.run_ok("show saved", options=["--json"]).stdout, "")
+        self.assertEqual(self.run_ok("set fragment limit 64").stdout, "")
+
+    def test_a_daemon_that_answered_is_not_called_absent(self):
+        failed = mixsh(self.mixd, "show virtual-router 77")
+        self.assertEqual(failed.returncode, 1)
+        self.assertIn("status -2: No such file or directory", failed.stderr)
+        self.assertNotIn("is mixd running", failed.stderr)
+
     def test_a_question_mark_shows_what_may_follow(self):
         found = {row["word"] for row in rows(self.run_ok("set fragment ?", options=["--json"]))}
         self.assertEqual(found, {"limit", "seconds", "<enter>"})
@@ -346,7 +375,7 @@ class Terminal(WithMixd):
     def test_a_question_mark_in_quotes_is_a_character(self):
         child = self.open()
         child.send('help "a?b"\r')
-        child.expect("no command begins with these words")
+        child.expect("no command has such words")
         child.expect(self.PROMPT)
         self.leave(child)
 
