@@ -45,9 +45,13 @@ struct connection_fault {
     void (*act)(int fd, const message_header &request, const bytes &good);
 };
 
+/* With what has been sent already: it would be served later, as a request of the next call. */
 void hang_up(int fd, const message_header &, const bytes &)
 {
     shutdown(fd, SHUT_RDWR);
+    uint8_t unread[64];
+    while (recv(fd, unread, sizeof unread, MSG_DONTWAIT) > 0)
+        continue;
 }
 
 message_header header_of(const bytes &message)
