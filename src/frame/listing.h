@@ -21,7 +21,9 @@ enum class page_rule : uint8_t {
 };
 
 struct listing {
-    exchange ask = {}; /* with a reply buffer of its own; its length rule is not used: a page has its own */
+    /* With a reply buffer of its own (never reply_in_request). A length rule of its own comes before the
+     * page's. */
+    exchange ask = {};
 
     /* Fields of the request that change from page to page. */
     field request_cursor = {};

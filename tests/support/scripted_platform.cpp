@@ -362,6 +362,7 @@ int prepare_mgi_exchange(const void *header, int one, int two, uint32_t record_s
                                        mask,
                                        zero3,
                                        {body, body + record_size},
+                                       record,
                                        nullptr,
                                        0});
     return 0;
@@ -370,8 +371,13 @@ int prepare_mgi_exchange(const void *header, int one, int two, uint32_t record_s
 int make_mgi_exchange(mgi_response_hook hook, uint32_t record_size)
 {
     EXPECT_FALSE(platform().record_calls.empty()) << "an exchange that was not prepared";
-    platform().record_calls.back().hook = hook;
-    platform().record_calls.back().made_size = record_size;
+    record_call &made = platform().record_calls.back();
+    EXPECT_EQ(std::memcmp(made.record.data(), made.record_at, made.record.size()), 0)
+        << "the record is sent now, not when it was prepared";
+    EXPECT_EQ(platform().exchange_text_arguments.size() + 1, platform().record_calls.size())
+        << "the text is that of this exchange: it is asked for afterwards";
+    made.hook = hook;
+    made.made_size = record_size;
     return 0;
 }
 

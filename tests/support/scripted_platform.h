@@ -70,6 +70,7 @@ struct record_call {
     uint32_t mask;
     int zero3;
     bytes record;
+    const void *record_at; /* the caller's, alive until the exchange is made */
     mgi_response_hook hook;
     uint32_t made_size;
 };

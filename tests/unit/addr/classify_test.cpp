@@ -124,6 +124,7 @@ class lan_table : public mixtest::platform_test
     {
         platform_test::SetUp();
         lan_addrs = nullptr;
+        std::memset(segment.data() + 4, 0xA5, 4); /* between the count and the entries: anything */
         platform().shared_memory = [this](const char *, size_t) -> void * { return segment.data(); };
     }
     void TearDown() override

@@ -29,6 +29,7 @@ namespace
 /* What the played kernel does. Unset: the real one answers. */
 struct played_kernel {
     bool no_socket = false;
+    std::vector<std::pair<int, int>> sockets; /* domain and type of each */
     std::function<int(unsigned long request, void *argument)> on_ioctl;
     std::function<int(int level, int option, const void *value, socklen_t length)> on_set;
     std::function<int(int level, int option, void *value, socklen_t *length)> on_get;
@@ -52,6 +53,7 @@ int socket(int domain, int type, int protocol) noexcept
         errno = EMFILE;
         return -1;
     }
+    kernel.sockets.emplace_back(domain, type);
     return static_cast<int>(syscall(SYS_socket, domain, type, protocol));
 }
 
@@ -179,6 +181,9 @@ TEST_F(is_linux_ip_played, knows_nothing_without_a_list)
     };
     EXPECT_EQ(is_linux_ip(0), 0);
     EXPECT_EQ(open_descriptors(), before);
+    ASSERT_EQ(kernel.sockets.size(), 1u);
+    EXPECT_EQ(kernel.sockets[0].first, AF_INET);
+    EXPECT_EQ(kernel.sockets[0].second & ~(SOCK_CLOEXEC | SOCK_NONBLOCK), SOCK_DGRAM);
 }
 
 TEST_F(is_linux_ip_played, asks_for_each_record_from_the_last_to_the_first)
@@ -200,6 +205,11 @@ TEST_F(is_linux_ip_played, asks_for_each_record_from_the_last_to_the_first)
         EXPECT_EQ(request, static_cast<unsigned long>(SIOCGIFADDR));
         auto *record = static_cast<ifreq *>(argument);
         asked.emplace_back(record->ifr_name);
+        /* The list's own record: by its address the kernel tells an interface's addresses apart. */
+        sockaddr_in listed = {};
+        std::memcpy(&listed, &record->ifr_addr, sizeof listed);
+        EXPECT_EQ(listed.sin_family, AF_INET);
+        EXPECT_EQ(listed.sin_addr.s_addr, network_order("192.0.2.9"));
         if (asked.back() == "if2")
             return -1; /* gone since: what the list said doesn't count */
         put_address(*record, network_order(asked.back() == "if1" ? "192.0.2.1" : "192.0.2.0"));
