@@ -40,7 +40,7 @@
 
 MIX_BEGIN_DECLS
 
-/* printf-like. Texts end in a newline; the result is ignored. */
+/* printf-like. The result is ignored unless a function says otherwise. */
 typedef int (*print_callback)(const char *format, ...);
 
 /*

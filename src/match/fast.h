@@ -39,6 +39,7 @@ struct fast_data {
     uint8_t filter;        /* not 0: the filter may be used */
     uint8_t few;           /* not 0: so few patterns that the filter pays for short texts, too */
     uint8_t spare_column;  /* not 0: bytes in no pattern have a column that is empty in every row */
+    uint8_t nocase;        /* the matcher's when it was compiled: the columns below are for it */
     uint16_t columns[256]; /* a byte's column as a search takes it */
     filter_masks masks;
     uint64_t beginnings[512]; /* a bit for each hash of a pattern's first bytes */
@@ -102,7 +103,7 @@ vector_filter filter_in_use();
 using row_marker = uint32_t (*)(const uint32_t *matching, const uint32_t *rows, unsigned count);
 row_marker marker_in_use();
 
-/* Offset of the first occurrence, or -1; the pattern has 2 to 33 bytes and is not longer than the text. */
+/* Offset of the first occurrence, or -1; the pattern has 1 to 33 bytes and is not longer than the text. */
 int find_substring(const uint8_t *text, int length, const uint8_t *pattern, int pattern_length);
 
 } // namespace mix::match

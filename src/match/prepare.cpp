@@ -105,6 +105,7 @@ void prepare_filter(tqac_matcher *matcher, fast_data &fast)
 /* A matcher that ignores case takes the map entry for the column, whatever the byte. */
 void prepare_columns(const tqac_matcher *matcher, fast_data &fast)
 {
+    fast.nocase = matcher->nocase;
     fast.spare_column = matcher->real_charset < matcher->charset;
     const uint16_t unmapped = fast.spare_column ? matcher->real_charset : uint16_t{0};
     for (unsigned byte = 0; byte < 256; ++byte)

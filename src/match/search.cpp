@@ -404,7 +404,9 @@ template <class Shape>
 void run_fast(const search &in, position &now)
 {
     const fast_data &fast = *fast_of(in.matcher);
-    if (!fast.chains || in.length < least_fast)
+    /* A pattern added since may have made the matcher ignore case: its columns are not those prepared then.
+     */
+    if (!fast.chains || in.length < least_fast || fast.nocase != in.matcher->nocase)
         return scan_plain<Shape>(in, now, in.length);
     const bool filtered = fast.filter && (fast.few || in.length >= least_filtered);
     const vector_filter filter = filtered ? filter_in_use() : vector_filter{nullptr, 0, 1};

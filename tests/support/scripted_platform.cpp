@@ -371,7 +371,7 @@ int prepare_mgi_exchange(const void *header, int one, int two, uint32_t record_s
 int make_mgi_exchange(mgi_response_hook hook, uint32_t record_size)
 {
     EXPECT_FALSE(platform().record_calls.empty()) << "an exchange that was not prepared";
-    record_call &made = platform().record_calls.back();
+    mixtest::record_call &made = platform().record_calls.back();
     EXPECT_EQ(std::memcmp(made.record.data(), made.record_at, made.record.size()), 0)
         << "the record is sent now, not when it was prepared";
     EXPECT_EQ(platform().exchange_text_arguments.size() + 1, platform().record_calls.size())

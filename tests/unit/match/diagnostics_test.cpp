@@ -217,6 +217,17 @@ TEST_F(diagnostics, memory_is_printed_in_kilobytes_up_to_1048575_bytes_and_in_me
     }
 }
 
+/* The short summary always speaks of 32-bit cells, in its memory figure too. */
+TEST_F(diagnostics, info_takes_cells_of_two_bytes_for_four)
+{
+    tqac_matcher made = figures(10, 24, 8);
+    made.state_size = 2;
+    const std::string info = standard_output([&] { tqac_print_info(&made); });
+    made.state_size = 4;
+    EXPECT_EQ(info, standard_output([&] { tqac_print_info(&made); }));
+    EXPECT_NE(info.find("Sizeof State     : 4 bytes\n"), std::string::npos);
+}
+
 TEST_F(diagnostics, trans_table_is_silent_unless_a_matcher_is_being_compiled)
 {
     matcher_pointer made = compiled(example);

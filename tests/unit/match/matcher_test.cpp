@@ -1,5 +1,7 @@
 #include "model.h"
 
+#include <numeric>
+
 using namespace mixtest;
 
 namespace
@@ -126,6 +128,27 @@ TEST_F(matcher, accepts_a_pattern_after_compilation_without_effect)
     matcher_pointer made = compiled({{"one", false, 1}});
     add_all(made.get(), {{"two", false, 2}});
     EXPECT_EQ(library_scan(made.get(), "two one", {}).matches, (std::vector<match>{{1, 4, 3}}));
+}
+
+/* The column of byte 255 is another one then; long and short texts agree on it. */
+TEST_F(matcher, that_ignores_case_after_compilation_does_so_for_every_length_of_text)
+{
+    std::vector<pattern> all = {{"\xfe", false, 254}, {"\xff", false, 255}};
+    for (int byte = 0; byte < 254; byte += 127) {
+        std::string some(127, '\0');
+        std::iota(some.begin(), some.end(), static_cast<char>(byte));
+        all.push_back({some, false, 1});
+    }
+    matcher_pointer made = compiled(all);
+    ASSERT_EQ(made->real_charset, 257);
+    const std::string short_text(20, '\xff'), long_text(200, '\xff');
+    EXPECT_EQ(library_scan(made.get(), long_text, {}).matches.at(0).id, 255u);
+    add_all(made.get(), {{"x", true, 2}});
+    for (const std::string &text : {short_text, long_text}) {
+        const scan_result found = library_scan(made.get(), text, {});
+        EXPECT_EQ(found.count, text.size());
+        EXPECT_TRUE(found.matches.empty()) << "byte 255 is not what the pattern of byte 254 holds";
+    }
 }
 
 TEST_F(matcher, copies_a_pattern_record_whole_but_for_its_link)
