@@ -6,7 +6,9 @@ target_compile_options(mix_settings INTERFACE -Wall -Wextra -Wshadow -Wcast-alig
     $<$<BOOL:${MIX_DEVELOPER}>:-Werror>)
 if(MIX_SANITIZE)
     target_compile_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE} -fno-omit-frame-pointer
-        -fno-sanitize-recover=all)
+        -fno-sanitize-recover=all
+        # The compiler takes the instrumented copies of standard algorithms for something they are not.
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
     target_link_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE})
 endif()
 

@@ -15,6 +15,7 @@ namespace
 
 const uint8_t mac[6] = {2, 0, 0, 1, 2, 3};
 const uint8_t address[16] = {0x20, 1, 0xd, 0xb8};
+const uint8_t search_filter[108] = {10, 0, 0, 1};
 
 constexpr page_format entries{3000, 8, 56, {0, 4}, {4, 4}};
 constexpr page_format joined{3000, 8, 280, {0, 4}, {4, 4}};
@@ -122,7 +123,7 @@ std::vector<client> neighbour_clients()
         {MIX_CALL(get_arp_items_vr, 1, 2, 3, 4, MIX_ROWS, g.print, 1, g.maximum), entry_list()},
         {MIX_BODY(search_arp_items, const uint32_t key = 1; const uint16_t scope = 2;
                   search of{{&key, &scope, g.as<uint32_t>()}, &g};
-                  return search_arp_items(0, 0, take_found, &of, g.print, address);),
+                  return search_arp_items(0, 0, take_found, &of, g.print, search_filter);),
          search_page()},
         {MIX_CALL(get_arp_items_count, 1, 2, 3, 4, 0, 0), answers_status(always(0))},
         {MIX_CALL(get_proxy_arp_items_count, 1, 2, nullptr, 4, 0, 0), answers_status(always(0))},
