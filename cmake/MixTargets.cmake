@@ -2,13 +2,14 @@
 
 add_library(mix_settings INTERFACE)
 target_compile_options(mix_settings INTERFACE -Wall -Wextra -Wshadow -Wcast-align -Wformat=2
-    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual>
-    $<$<BOOL:${MIX_DEVELOPER}>:-Werror>)
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual>)
+# Not of instrumented code, where the compiler takes copies of standard algorithms for something they are not.
+if(MIX_DEVELOPER AND NOT MIX_SANITIZE)
+    target_compile_options(mix_settings INTERFACE -Werror)
+endif()
 if(MIX_SANITIZE)
     target_compile_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE} -fno-omit-frame-pointer
-        -fno-sanitize-recover=all
-        # The compiler takes the instrumented copies of standard algorithms for something they are not.
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
+        -fno-sanitize-recover=all)
     target_link_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE})
 endif()
 
