@@ -21,6 +21,7 @@ struct static_commit {
     std::optional<uint16_t> vrid = {};
     std::optional<bytes> mac = {};
     std::optional<std::string> vrname = {};
+    const char *vrname_at = nullptr;
     std::optional<uint8_t> option = {};
     std::string description = {};
     int others = 0;
@@ -41,6 +42,8 @@ static_commit read_commit(const mgi_message &message, const std::string &object)
     static_commit out{.object = object};
     if (object == "final_set_md_macd") {
         out.description = *static_cast<const char *const *>(message.attr[1]);
+        for (int number = 2; number < 16; number++)
+            out.others += message.attr[number] != nullptr ? 1 : 0;
         return out;
     }
     out.address = value_of<uint32_t>(message, 0);
@@ -48,7 +51,7 @@ static_commit read_commit(const mgi_message &message, const std::string &object)
     if (const auto *from = static_cast<const uint8_t *>(message.attr[2]))
         out.mac = bytes(from, from + 6);
     if (const auto *text = static_cast<const char *const *>(message.attr[3]))
-        out.vrname = *text;
+        out.vrname = out.vrname_at = *text;
     out.option = value_of<uint8_t>(message, 6);
     for (const int number : {4, 5, 7, 8, 9, 10, 11, 12, 13, 14, 15})
         out.others += message.attr[number] != nullptr ? 1 : 0;
@@ -115,6 +118,7 @@ TEST_F(arp_static, add_describes_the_mac_first)
     ASSERT_EQ(commits.size(), 2u);
     EXPECT_EQ(commits[0].object, "final_set_md_macd");
     EXPECT_EQ(commits[0].description, "printer");
+    EXPECT_EQ(commits[0].others, 0);
     const gateway_call &call = platform().gateway_calls[0];
     EXPECT_EQ(call.type, 4u);
     EXPECT_EQ(call.language, 1);
@@ -248,6 +252,52 @@ TEST_F(arp_static, remove_conf_tells_a_refusal_on_standard_output)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error: unset install in arp refused\n");
     EXPECT_EQ(platform().console, "");
 }
+
+/* --- a router without a name ------------------------------------------------------------------------------
+ */
+
+struct nameless_case {
+    const char *name;
+    std::function<int()> change;
+};
+
+struct nameless_router : arp_static, testing::WithParamInterface<nameless_case> {
+    void expect_committed_as(const std::string &name)
+    {
+        commits.clear();
+        EXPECT_EQ(GetParam().change(), 0);
+        ASSERT_EQ(commits.size(), 1u) << name;
+        EXPECT_EQ(commits[0].vrname, name);
+        EXPECT_EQ(commits[0].vrname_at, get_vrname_by_vrid(0x1122)) << "what the look-up handed over";
+    }
+};
+
+TEST_P(nameless_router, is_committed_with_what_stands_for_its_name)
+{
+    platform().fallback = {-1, 0, {}, {}};
+    expect_committed_as("ipc-fail");
+    platform().fallback = {0, -1, text_field("main-router", 32), {}};
+    expect_committed_as("not-found-name");
+    platform().fallback = {0, 0, {}, {}};
+    expect_committed_as("");
+    platform().fallback = {0, 0, text_field("main-router", 32), {}};
+    platform().fail_allocation(platform().allocations + 1, true);
+    expect_committed_as("");
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(platform().console, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    arp, nameless_router,
+    testing::Values(
+        nameless_case{"add",
+                      [] {
+                          return arp_add_static_items(0x1122, 1, mac, nullptr, 0, collect_print, nullptr, 0,
+                                                      0, 0, 0);
+                      }},
+        nameless_case{"remove", [] { return arp_remove_static_items(0x1122, 1, collect_print, 0, 0, 0, 0); }},
+        nameless_case{"remove_conf", [] { return arp_remove_static_conf(0x1122, 0, 0); }}),
+    case_name);
 
 /* --- removing what a listing shows ------------------------------------------------------------------------
  */
@@ -399,19 +449,22 @@ TEST_P(arp_clear_failures, are_told_and_answered)
 
 INSTANTIATE_TEST_SUITE_P(
     arp, arp_clear_failures,
-    testing::Values(failure_case{"arp_remove_dynamic_items_detail",
-                                 [](print_callback print) {
-                                     return arp_remove_dynamic_items_detail(0, 0, 0, 0, print, 0, 0, 0);
-                                 },
-                                 "ARP clear failed, ret is -7\n", -1,
-                                 "arp_remove_dynamic_items_detail, No enough memory\n", "No enough memory\n"},
-                    failure_case{
-                        "arp_remove_dynamic_items",
-                        [](print_callback print) { return arp_remove_dynamic_items(0, 0, print, 0); },
-                        "ARP clear failed, ret is -7\n", -1,
-                        "arp_remove_dynamic_items_detail, No enough memory\n", "No enough memory\n"},
-                    failure_case{"arp_active_scan", [](print_callback) { return arp_active_scan(0, 0, 0); },
-                                 "", -1, "", "", ""}),
+    testing::Values(
+        failure_case{
+            "arp_remove_dynamic_items_detail",
+            [](print_callback print) { return arp_remove_dynamic_items_detail(0, 0, 0, 0, print, 0, 0, 0); },
+            "ARP clear failed, ret is -7\n", -1, "arp_remove_dynamic_items_detail, No enough memory\n",
+            "No enough memory\n"},
+        failure_case{"arp_remove_dynamic_items",
+                     [](print_callback print) { return arp_remove_dynamic_items(0, 0, print, 0); },
+                     "ARP clear failed, ret is -7\n", -1,
+                     "arp_remove_dynamic_items_detail, No enough memory\n", "No enough memory\n"},
+        failure_case{"arp_remove_dynamic_items_vr",
+                     [](print_callback print) { return arp_remove_dynamic_items_vr(0, 0, 0, print, 0); },
+                     "ARP clear failed, ret is -7\n", -1,
+                     "arp_remove_dynamic_items_detail, No enough memory\n", "No enough memory\n"},
+        failure_case{"arp_active_scan", [](print_callback) { return arp_active_scan(0, 0, 0); }, "", -1, "",
+                     "", ""}),
     case_name);
 
 TEST_F(arp_static, clears_and_scans_give_the_status_whatever_the_reply_is)

@@ -228,6 +228,21 @@ INSTANTIATE_TEST_SUITE_P(
                                                             0);
                      },
                      "ARP show failed, ret is -7\n", 0},
+        failure_case{"get_arp_mac_items_count2",
+                     [](print_callback print) {
+                         return get_arp_mac_items_count2(print, 0, mac, nullptr, nullptr, nullptr, 0, 0);
+                     },
+                     "ARP show failed, ret is -7\n", 0},
+        failure_case{"get_arp_mac_items_count",
+                     [](print_callback print) {
+                         return get_arp_mac_items_count(print, 0, mac, nullptr, nullptr, nullptr);
+                     },
+                     "ARP show failed, ret is -7\n", 0},
+        failure_case{"get_arp_mac_items_count_vr",
+                     [](print_callback print) {
+                         return get_arp_mac_items_count_vr(print, 0, mac, nullptr, nullptr, nullptr, 0);
+                     },
+                     "ARP show failed, ret is -7\n", 0},
         failure_case{"get_arp_reduplicate_mac_items_count",
                      [](print_callback print) { return get_arp_reduplicate_mac_items_count(print, nullptr); },
                      "ARP get reduplicate mac count failed, ret is -7\n", 0},
@@ -252,6 +267,9 @@ TEST_F(arp_counts, are_the_status_whatever_the_reply_is)
         EXPECT_EQ(get_proxy_arp_items_count(0, 0, proxy_key, 0, 0, 0), 4711);
         EXPECT_EQ(get_arp_mac_items_count2_vr(collect_print, 0, nullptr, nullptr, nullptr, nullptr, 0, 0, 0),
                   4711);
+        EXPECT_EQ(get_arp_mac_items_count2(collect_print, 0, nullptr, nullptr, nullptr, nullptr, 0, 0), 4711);
+        EXPECT_EQ(get_arp_mac_items_count(collect_print, 0, nullptr, nullptr, nullptr, nullptr), 4711);
+        EXPECT_EQ(get_arp_mac_items_count_vr(collect_print, 0, nullptr, nullptr, nullptr, nullptr, 0), 4711);
         EXPECT_EQ(get_arp_reduplicate_mac_items_count(collect_print, nullptr), 4711);
     }
     EXPECT_EQ(printed, "");
@@ -387,6 +405,19 @@ TEST_F(arp_search, gives_one_page_and_the_next_position)
     EXPECT_EQ(call(), 1u);
     EXPECT_EQ(platform().messages.at(1).request[20], 0x45) << "goes on where the first page ended";
     EXPECT_EQ(position, 0u);
+    EXPECT_EQ(printed, "");
+}
+
+TEST_F(arp_search, goes_on_where_an_empty_page_says)
+{
+    for (const uint32_t cursor : {0x12345u, 0u}) {
+        position = 0x778899aa;
+        platform().answers = {{0, 0, page(cursor, 0), {}}};
+        EXPECT_EQ(call(), 0u);
+        EXPECT_EQ(position, cursor);
+    }
+    EXPECT_EQ(platform().messages.size(), 2u) << "one page for each call";
+    EXPECT_TRUE(state.rows.empty());
     EXPECT_EQ(printed, "");
 }
 
