@@ -301,6 +301,33 @@ TEST_F(dhcpsn_batches, a_read_delivers_every_row_and_marks_the_first)
     EXPECT_EQ(printed, "");
 }
 
+TEST_F(dhcpsn_batches, a_read_tells_what_is_wrong_with_a_batch)
+{
+    std::vector<int> results;
+    platform().exchange_text = "100% lost\n";
+    platform().on_read = [&](mgi_batch_callback callback, void *with) {
+        const bytes one = batch(1);
+        results.push_back(callback(nullptr, 0, 0, with));
+        results.push_back(callback(one.data(), static_cast<uint32_t>(one.size()), 5, with));
+        return 0;
+    };
+    const std::function<int(print_callback)> reads[] = {
+        [this](print_callback print) { return dhcpsn_if_config_show("ge1/1", 0, collect_row, &got, print); },
+        [this](print_callback print) { return dhcpsn_vlan_config_show(10, collect_row, &got, print); }};
+    for (const auto &read : reads) {
+        for (const print_callback print : {print_callback{collect_print}, print_callback{nullptr}}) {
+            results.clear();
+            printed.clear();
+            got = {.row_size = 40};
+            EXPECT_EQ(read(print), 0);
+            EXPECT_EQ(results, (std::vector<int>{-1, -1}));
+            EXPECT_EQ(got.first_flags, (std::vector<int>{1})) << "no data does not use up the mark";
+            EXPECT_EQ(printed,
+                      print != nullptr ? "Error: the para data of callback is NULL\n100% lost\n" : "");
+        }
+    }
+}
+
 TEST_F(dhcpsn_batches, a_row_callback_that_does_not_answer_0_ends_it)
 {
     for (const int answer : {1, -1}) {
@@ -345,6 +372,11 @@ TEST_F(dhcpsn_batches, no_data_is_an_error_of_its_own)
 {
     EXPECT_EQ(dhcpsn_cfg_show_callback(nullptr, 100, 0, &context), -1);
     EXPECT_EQ(printed, "Error: the para data of callback is NULL\n");
+    printed.clear();
+    platform().exchange_text = "100% lost\n";
+    EXPECT_EQ(dhcpsn_cfg_show_callback(nullptr, 100, 5, &context), -1);
+    EXPECT_EQ(printed, "Error: the para data of callback is NULL\n") << "it comes before the error";
+    EXPECT_TRUE(platform().exchange_text_arguments.empty()) << "whose text is not even asked for";
     context.print = nullptr;
     EXPECT_EQ(dhcpsn_cfg_show_callback(nullptr, 100, 0, &context), -1);
     EXPECT_EQ(context.first, 1);
