@@ -168,6 +168,10 @@ int scripted_platform::commit(const char *object, mgi_message *message)
     gateway_calls.push_back(call);
     if (on_commit)
         on_commit(*message, object);
+    if (!response_types.empty()) {
+        message->resp_type = response_types.front();
+        response_types.pop_front();
+    }
     if (commit_results.empty())
         return 0;
     const int result = commit_results.front();
@@ -327,14 +331,9 @@ void mgi_set_rqt_cookie(mgi_message *message, const void *cookie, uint32_t lengt
     message->cookie_length = length;
 }
 
-int get_mgi_resp_type(const mgi_message *)
+int get_mgi_resp_type(const mgi_message *message)
 {
-    auto &types = platform().response_types;
-    if (types.empty())
-        return 0;
-    const int type = types.front();
-    types.pop_front();
-    return type;
+    return message->resp_type;
 }
 
 uint16_t get_mgi_vsysid(void)

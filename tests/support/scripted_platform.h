@@ -113,7 +113,7 @@ class scripted_platform
     std::vector<gateway_call> gateway_calls;
     std::vector<record_call> record_calls;
     std::deque<int> commit_results;       /* taken in order; then 0 */
-    std::deque<int> response_types;       /* of get_mgi_resp_type; then 0 */
+    std::deque<int> response_types;       /* taken in order, one by each commit for its message; then 0 */
     const char *refusal_text = "refused"; /* of mgi_get_rsp_err_string, for every result */
     std::vector<int> refusal_results;     /* the results it was asked for */
     const char *exchange_text = nullptr;  /* of get_errString */

@@ -1,5 +1,6 @@
 #include <libmix/mac.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "support/client_suite.h"
@@ -194,6 +195,8 @@ TEST_F(mac_replies, bound_in_vlans_is_the_replys_byte)
     EXPECT_EQ(is_if_bound_with_l2_mac_vlan_bitmap(0, bitmap().data()), 0);
     platform().fallback = {0, 0, {1, 1}, {}};
     EXPECT_EQ(is_if_bound_with_l2_mac_vlan_bitmap(0, bitmap().data()), 0);
+    platform().fallback = {0, -7, {1}, {}};
+    EXPECT_EQ(is_if_bound_with_l2_mac_vlan_bitmap(0, bitmap().data()), 0) << "a good reply, but refused";
 }
 
 /* --- bound entries and conversion -------------------------------------------------------------------------
@@ -242,6 +245,13 @@ std::optional<std::string> text_of(const void *slot)
     return text != nullptr ? std::optional<std::string>(text) : "(null)";
 }
 
+/* How many attributes are there from this number on. */
+int others_from(const mgi_message &message, int number)
+{
+    return static_cast<int>(std::count_if(message.attr + number, message.attr + 16,
+                                          [](const void *slot) { return slot != nullptr; }));
+}
+
 mac_commit read_commit(const mgi_message &message, const std::string &object)
 {
     mac_commit out{object, message.rqt_type};
@@ -249,6 +259,7 @@ mac_commit read_commit(const mgi_message &message, const std::string &object)
         if (const auto *from = static_cast<const uint8_t *>(message.attr[0]))
             out.mac = bytes(from, from + 6);
         out.second = text_of(message.attr[1]);
+        out.others = others_from(message, 2);
         return out;
     }
     out.interface = text_of(message.attr[0]);
@@ -260,8 +271,7 @@ mac_commit read_commit(const mgi_message &message, const std::string &object)
         std::memcpy(&vlan, message.attr[3], sizeof vlan);
         out.vlan = vlan;
     }
-    for (int number = 4; number < 16; number++)
-        out.others += message.attr[number] != nullptr ? 1 : 0;
+    out.others = others_from(message, 4);
     return out;
 }
 
@@ -280,7 +290,7 @@ struct mac_static : platform_test {
     }
     int add(const char *ifname, const char *second = "eth1", print_callback print = collect_print)
     {
-        return mac_add_static_items(ifname, second, mac, 10, print, error, sizeof error, 1, 0x55);
+        return mac_add_static_items(ifname, second, mac, 10, print, error, sizeof error, 0x101, 0x55);
     }
     void expect_error_untouched() const
     {
@@ -299,10 +309,13 @@ struct mac_static : platform_test {
 
 TEST_F(mac_static, a_listing_tells_whether_something_is_bound)
 {
-    platform().answers = {{0, 0, mac_page(0, {mac_entry(4, 1, {'a'}, {'b'})}), {}},
-                          {0, 0, mac_page(0, {}), {}}};
+    platform().answers = {
+        {0, 0, mac_page(0, {mac_entry(4, 1, {'a'}, {'b'})}), {}},
+        {0, 0, mac_page(0, {}), {}},
+        {0, 0, mac_page(0, {mac_entry(4, 1, {'a'}, {'b'}), mac_entry(4, 2, {'a'}, {'b'})}), {}}};
     EXPECT_EQ(is_if_bound_with_l2_mac(1, 2), 1);
     EXPECT_EQ(is_if_bound_with_l2_mac(1, 2), 0);
+    EXPECT_EQ(is_if_bound_with_l2_mac(1, 2), 1) << "however many there are";
 }
 
 TEST_F(mac_static, add_creates_an_interface_that_is_not_there)
@@ -343,12 +356,16 @@ TEST_F(mac_static, add_prints_that_an_interface_can_not_be_created_and_goes_on)
 
 TEST_F(mac_static, add_names_the_interface_after_the_vlan)
 {
-    platform().response_types = {15, 15};
+    platform().response_types = {15, 0, 15, 0, 15};
     EXPECT_EQ(add(nullptr), 0);
     EXPECT_EQ(commits, (std::vector<mac_commit>{interface(7, "vlan10"), entry(4, "vlan10")}));
     commits.clear();
     EXPECT_EQ(mac_add_static_items(nullptr, "eth1", mac, 65535, nullptr, nullptr, 0, 0, 0), 0);
     EXPECT_EQ(commits[1].interface, "vlan65535");
+    commits.clear();
+    EXPECT_EQ(mac_add_static_items(nullptr, "eth1", mac, 0, nullptr, nullptr, 0, 0, 0), 0);
+    EXPECT_EQ(commits, (std::vector<mac_commit>{interface(7, "vlan0"), entry(4, "vlan0", "eth1", 0)}))
+        << "unlike removing";
 }
 
 TEST_F(mac_static, add_needs_a_second_name_and_an_address)
@@ -392,7 +409,7 @@ TEST_F(mac_static, add_tells_a_refusal_wherever_there_is_a_place)
 
 TEST_F(mac_static, remove_commits_the_entry)
 {
-    EXPECT_EQ(mac_remove_static_items("br0", "eth1", mac, 10, collect_print, 0, 1, 0x55, 0x3344), 0);
+    EXPECT_EQ(mac_remove_static_items("br0", "eth1", mac, 10, collect_print, 0, 0x101, 0x55, 0x3344), 0);
     EXPECT_EQ(commits, (std::vector<mac_commit>{entry(5, "br0")}));
     const gateway_call &call = platform().gateway_calls[0];
     EXPECT_EQ(call.language, 1);
@@ -412,12 +429,16 @@ TEST_F(mac_static, remove_names_the_interface_after_the_vlan_unless_it_is_0)
 
 TEST_F(mac_static, remove_all_unsets_the_whole_table)
 {
-    EXPECT_EQ(mac_remove_static_items("br0", "eth1", nullptr, 10, collect_print, 1, 1, 0x55, 0x3344), 0);
-    EXPECT_EQ(commits, (std::vector<mac_commit>{{"final_set_mac_mace", 9}}));
-    const gateway_call &call = platform().gateway_calls[0];
-    EXPECT_FALSE(call.language_set);
-    EXPECT_EQ(call.request_flag, 0x55);
-    EXPECT_EQ(call.vsysid, 0x3344);
+    for (const int all : {1, -1, 0x100}) {
+        commits.clear();
+        EXPECT_EQ(mac_remove_static_items("br0", "eth1", nullptr, 10, collect_print, all, 1, 0x55, 0x3344),
+                  0);
+        EXPECT_EQ(commits, (std::vector<mac_commit>{{"final_set_mac_mace", 9}})) << all;
+        const gateway_call &call = platform().gateway_calls.back();
+        EXPECT_FALSE(call.language_set);
+        EXPECT_EQ(call.request_flag, 0x55);
+        EXPECT_EQ(call.vsysid, 0x3344);
+    }
     EXPECT_EQ(printed, "");
 }
 
@@ -455,6 +476,17 @@ TEST_F(mac_static, show_callback_adds_what_is_not_static)
     EXPECT_EQ(platform().gateway_calls[1].language, 0);
 }
 
+TEST_F(mac_static, show_callback_returns_0_when_the_entry_is_refused)
+{
+    const uint32_t tag = 0;
+    platform().response_types = {15};
+    platform().commit_results = {0, 42};
+    const bytes one = mac_entry(0, 10, text_field("br0", 32), text_field("eth1", 32));
+    EXPECT_EQ(show_callback(one.data(), &tag), 0);
+    EXPECT_EQ(commits.size(), 2u);
+    EXPECT_TRUE(platform().commit_results.empty());
+}
+
 TEST_F(mac_static, show_callback_leaves_static_entries)
 {
     const uint32_t tag = 0;
@@ -475,7 +507,7 @@ TEST_F(mac_static, show_callback_reads_names_within_their_fields)
 
 TEST_F(mac_static, conversion_adds_each_dynamic_entry_and_counts_all)
 {
-    platform().response_types = {15, 15};
+    platform().response_types = {15, 0, 15};
     platform().commit_results = {0, 42, 0, 0};
     platform().answers = {
         {0,
@@ -543,20 +575,25 @@ TEST_F(mac_static, a_refused_description_is_told_wherever_there_is_a_place)
 
 TEST_F(mac_static, description_is_removed_by_its_address)
 {
-    EXPECT_EQ(mac_description_remove(mac, collect_print, 0, 1, 0x3344), 0);
+    EXPECT_EQ(mac_description_remove(mac, collect_print, 0, 0x101, 0x3344), 0);
     EXPECT_EQ(commits, (std::vector<mac_commit>{{"final_set_md_macd", 5, {}, mac_bytes}}));
     const gateway_call &call = platform().gateway_calls[0];
     EXPECT_EQ(call.language, 1);
+    EXPECT_EQ(call.request_flag, 0) << "there is no tag";
     EXPECT_EQ(call.vsysid, 0x3344);
 }
 
 TEST_F(mac_static, every_description_is_removed_without_an_address)
 {
-    EXPECT_EQ(mac_description_remove(mac, collect_print, 1, 1, 0x3344), 0);
-    EXPECT_EQ(commits, (std::vector<mac_commit>{{"final_set_md_macd", 9}}));
-    const gateway_call &call = platform().gateway_calls[0];
-    EXPECT_EQ(call.language, 1);
-    EXPECT_EQ(call.vsysid, 0x3344);
+    for (const int all : {1, -1, 0x100}) {
+        commits.clear();
+        EXPECT_EQ(mac_description_remove(mac, collect_print, all, 0x101, 0x3344), 0);
+        EXPECT_EQ(commits, (std::vector<mac_commit>{{"final_set_md_macd", 9}})) << all;
+        const gateway_call &call = platform().gateway_calls.back();
+        EXPECT_EQ(call.language, 1);
+        EXPECT_EQ(call.request_flag, 0);
+        EXPECT_EQ(call.vsysid, 0x3344);
+    }
 }
 
 TEST_F(mac_static, a_refused_removal_of_a_description_is_printed)
