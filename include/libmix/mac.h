@@ -53,7 +53,8 @@ MIX_API int mac_dynamic2static(uint16_t a, print_callback print, uint32_t tag) M
  * number whose low 8 bits become the request's flag byte. Returns 0. */
 MIX_API int show_callback(const void *entry, const uint32_t *tag) MIX_NOEXCEPT;
 
-/* 1 when a static entry is bound to what the selectors b and c (low 16 bits each) name, else 0. */
+/* 1 when get_mac_items lists an entry in mode 1 for the selectors b and c (low 16 bits each), else 0, also on
+ * failure. Prints nothing. */
 MIX_API int is_if_bound_with_l2_mac(uint32_t b, uint32_t c) MIX_NOEXCEPT;
 
 /* Whether an entry is bound in one of the VLANs of the bitmap (512 bytes, bit v mod 8 of byte v div 8): the
