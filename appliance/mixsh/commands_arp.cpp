@@ -7,6 +7,9 @@
 
 #include <libmix/arp.h>
 
+#include <array>
+#include <bit>
+
 namespace mixsh
 {
 
@@ -341,8 +344,9 @@ outcome show_proxies(invocation &call)
     }
     if (const char *name = call.text("interface"))
         std::strncpy(key.interface, name, sizeof key.interface - 1);
+    const auto passed_on = std::bit_cast<std::array<std::uint8_t, sizeof key>>(key);
     const int entries = get_proxy_arp_items_count(call.number_or<std::uint16_t>("vsys", 0),
-                                                  call.number_or<std::uint16_t>("vr", 0), &key, 0,
+                                                  call.number_or<std::uint16_t>("vr", 0), passed_on.data(), 0,
                                                   call.number_or<std::uint32_t>("node", 0), 0);
     if (failed_silently())
         return call.fail(asking(wire::arp_proxy_count), "the proxy entries can't be counted");

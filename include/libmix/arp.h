@@ -61,7 +61,7 @@ MIX_API uint32_t search_arp_items(uint32_t unused_first, uint32_t unused_second,
 MIX_API int get_arp_items_count(uint16_t vsysid, uint16_t vrid, uint16_t second, uint32_t third,
                                 uint32_t node, uint16_t instance) MIX_NOEXCEPT;
 /* Number of proxy entries. key: 24 bytes, passed on; NULL counts as zero. 0 on any failure, silently. */
-MIX_API int get_proxy_arp_items_count(uint16_t vsysid, uint16_t vrid, const void *key, uint32_t third,
+MIX_API int get_proxy_arp_items_count(uint16_t vsysid, uint16_t vrid, const uint8_t *key, uint32_t third,
                                       uint32_t node, uint16_t instance) MIX_NOEXCEPT;
 
 /* The table's summary. out: 24 bytes, written only on success. Returns the daemon's status (0 or more), or

@@ -263,8 +263,8 @@ int get_arp_items_count(uint16_t vsysid, uint16_t vrid, uint16_t second, uint32_
         .status_or(0);
 }
 
-int get_proxy_arp_items_count(uint16_t vsysid, uint16_t vrid, const void *key, uint32_t third, uint32_t node,
-                              uint16_t instance) noexcept
+int get_proxy_arp_items_count(uint16_t vsysid, uint16_t vrid, const uint8_t *key, uint32_t third,
+                              uint32_t node, uint16_t instance) noexcept
 {
     return frame::run<wire::arp_proxy_request>(count_proxies, frame::node_or_local(node, instance), nullptr,
                                                [&](wire::arp_proxy_request &request) {
