@@ -36,11 +36,10 @@ int run(int argc, char **argv)
                                      "describe the appliance of a TOML file instead of this host")
                          ->type_name("FILE")
                          ->excludes(host_flag);
-    auto *run_dir = program
-                        .add_option("--run-dir", chosen.run_dir,
-                                    "directory of the sockets (default: $MIX_RUN_DIR, $XDG_RUNTIME_DIR/mix "
-                                    "or /run/mix)")
-                        ->type_name("DIR");
+    program
+        .add_option("--run-dir", chosen.run_dir,
+                    "directory of the sockets (default: $MIX_RUN_DIR, $XDG_RUNTIME_DIR/mix or /run/mix)")
+        ->type_name("DIR");
     program
         .add_option("--store", chosen.store_file,
                     "the store (default: mixd.db in $MIX_STATE_DIR, else in the run directory if one was "
@@ -68,8 +67,10 @@ int run(int argc, char **argv)
     CLI11_PARSE(program, argc, argv);
 
     chosen.keep_catalogue = !without_catalogue;
-    const bool by_hand = run_dir->count() > 0 || std::getenv("MIX_RUN_DIR") != nullptr;
     if (chosen.run_dir.empty())
+        chosen.run_dir = mixd::run_dir_of_environment();
+    const bool by_hand = !chosen.run_dir.empty();
+    if (!by_hand)
         chosen.run_dir = mixd::default_run_dir();
     if (chosen.store_file.empty())
         chosen.store_file = mixd::default_store(chosen.run_dir, by_hand);

@@ -29,10 +29,13 @@ std::string variable(const char *name)
 
 } // namespace
 
+std::string run_dir_of_environment()
+{
+    return variable("MIX_RUN_DIR");
+}
+
 std::string default_run_dir()
 {
-    if (const std::string chosen = variable("MIX_RUN_DIR"); !chosen.empty())
-        return chosen;
     if (const std::string user = variable("XDG_RUNTIME_DIR"); !user.empty())
         return user + "/mix";
     return "/run/mix";

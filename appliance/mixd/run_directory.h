@@ -10,7 +10,10 @@
 namespace mixd
 {
 
-/* $MIX_RUN_DIR, else $XDG_RUNTIME_DIR/mix, else /run/mix. */
+/* $MIX_RUN_DIR; empty: none was chosen there. */
+std::string run_dir_of_environment();
+
+/* Where it is when nobody chose: $XDG_RUNTIME_DIR/mix, else /run/mix. */
 std::string default_run_dir();
 
 /*

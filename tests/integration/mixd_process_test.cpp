@@ -88,6 +88,51 @@ TEST_F(mixd_life, a_run_directory_whose_name_is_too_long_for_sockets_is_refused)
     EXPECT_NE(deep.log().find("longer than the 107 bytes"), std::string::npos) << deep.log();
 }
 
+/* Where the store is depends on whether somebody chose the run directory. */
+struct run_dir_choice {
+    const char *name;
+    const char *variable; /* MIX_RUN_DIR beneath the test's directory; "": empty; nullptr: unset */
+    std::vector<std::string> arguments;
+    const char *store; /* beneath the test's directory */
+};
+void PrintTo(const run_dir_choice &value, std::ostream *out)
+{
+    *out << value.name;
+}
+
+struct chosen_run_dir : testing::TestWithParam<run_dir_choice> {
+    temporary_directory place;
+};
+
+TEST_P(chosen_run_dir, decides_where_the_store_is)
+{
+    const auto &choice = GetParam();
+    const std::string user = place.path() + "/user", state = place.path() + "/state";
+    std::filesystem::create_directories(user);
+    mixd_process mixd{user + "/mix"};
+    mixd.names_run_dir = false;
+    mixd.arguments = choice.arguments;
+    mixd.before_exec = [&] {
+        const bool led = choice.variable && *choice.variable;
+        const std::string variable = led ? place.path() + choice.variable : "";
+        return unsetenv("STATE_DIRECTORY") == 0 && setenv("XDG_RUNTIME_DIR", user.c_str(), 1) == 0 &&
+               setenv("XDG_STATE_HOME", state.c_str(), 1) == 0 &&
+               (choice.variable ? setenv("MIX_RUN_DIR", variable.c_str(), 1) : unsetenv("MIX_RUN_DIR")) == 0;
+    };
+    ASSERT_TRUE(mixd.start()) << mixd.log();
+    EXPECT_TRUE(std::filesystem::exists(mixd.socket(main_daemon)));
+    for (const char *store : {"/user/mix/mixd.db", "/state/mix/mixd.db"})
+        EXPECT_EQ(std::filesystem::exists(place.path() + store), std::string(store) == choice.store) << store;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    each, chosen_run_dir,
+    testing::Values(run_dir_choice{"by_the_variable", "/user/mix", {}, "/user/mix/mixd.db"},
+                    run_dir_choice{"by_nobody", nullptr, {}, "/state/mix/mixd.db"},
+                    run_dir_choice{"by_an_empty_variable", "", {}, "/state/mix/mixd.db"},
+                    run_dir_choice{"by_an_empty_option", nullptr, {"--run-dir", ""}, "/state/mix/mixd.db"}),
+    [](const auto &of) { return std::string(of.param.name); });
+
 TEST_F(mixd_life, hangup_reloads_and_serves_on)
 {
     ASSERT_TRUE(mixd.start()) << mixd.log();

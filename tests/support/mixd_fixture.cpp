@@ -48,7 +48,9 @@ mixd_process::~mixd_process()
 
 bool mixd_process::start()
 {
-    std::vector<std::string> words = {MIXD_PROGRAM, "--run-dir", run_dir_};
+    std::vector<std::string> words = {MIXD_PROGRAM};
+    if (names_run_dir)
+        words.insert(words.end(), {"--run-dir", run_dir_});
     if (!keep_catalogue)
         words.emplace_back("--no-catalogue");
     words.insert(words.end(), arguments.begin(), arguments.end());

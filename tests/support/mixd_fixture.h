@@ -33,6 +33,7 @@ class mixd_process
     mixd_process &operator=(const mixd_process &) = delete;
 
     std::vector<std::string> arguments; /* beside --run-dir */
+    bool names_run_dir = true;          /* false: without --run-dir, the test leads mixd there otherwise */
     bool keep_catalogue =
         false; /* only on a /dev/shm of the test's own: there is one catalogue on a machine */
     std::function<bool()> before_exec; /* in the child; false: it ends with status 77 */
