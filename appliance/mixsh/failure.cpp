@@ -25,7 +25,7 @@ struct daemon_name {
 constexpr daemon_name daemons[] = {
     {0, "main local daemon"},
     {1, "virtual-router, inspection and port daemon"},
-    {2, "upgrade manager of the peer"},
+    {2, "configuration lock"},
     {6, "ISP address table"},
     {17, "upgrade and chassis manager"},
     {97, "virtual-chassis manager"},

@@ -444,6 +444,8 @@ class Upgrade(WithMixd):
         self.until(lambda: self.one("show upgrade")["locked"], True)
         self.ok("set upgrade lock off")
         self.until(lambda: self.one("show upgrade")["locked"], False)
+        self.mixd.stop()
+        self.refused("set upgrade lock on", "asked the configuration lock (daemon 2), message type 248")
 
 
 if __name__ == "__main__":
