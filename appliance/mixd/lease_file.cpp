@@ -26,28 +26,17 @@ std::string_view take_word(std::string_view &line)
     return word;
 }
 
-bool read_mac(std::string_view text, mac_address &mac)
-{
-    if (text.size() != 17)
-        return false;
-    for (size_t i = 0; i < mac.size(); ++i) {
-        const char *from = text.data() + 3 * i;
-        const auto [end, error] = std::from_chars(from, from + 2, mac[i], 16);
-        if (error != std::errc{} || end != from + 2 || (i < 5 && text[3 * i + 2] != ':'))
-            return false;
-    }
-    return true;
-}
-
 bool read_lease(std::string_view line, lease &one)
 {
     const std::string_view expiry = take_word(line), mac = take_word(line), address = take_word(line);
     const std::string_view host = take_word(line);
     const auto [end, error] = std::from_chars(expiry.data(), expiry.data() + expiry.size(), one.expiry);
+    const auto station = read_mac(mac);
     in_addr binary{};
-    if (error != std::errc{} || end != expiry.data() + expiry.size() || !read_mac(mac, one.mac) ||
+    if (error != std::errc{} || end != expiry.data() + expiry.size() || !station ||
         inet_pton(AF_INET, std::string(address).c_str(), &binary) != 1 || host.empty())
         return false;
+    one.mac = *station;
     one.address = ntohl(binary.s_addr);
     if (host != "*")
         one.host = host;

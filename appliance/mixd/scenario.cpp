@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -47,6 +48,20 @@ std::string joined_name(const std::string &name, std::string_view key)
 }
 
 } // namespace
+
+std::optional<mac_address> read_mac(std::string_view text)
+{
+    mac_address mac{};
+    if (text.size() != 3 * mac.size() - 1)
+        return {};
+    for (size_t i = 0; i < mac.size(); ++i) {
+        const char *from = text.data() + 3 * i;
+        const auto [end, error] = std::from_chars(from, from + 2, mac[i], 16);
+        if (error != std::errc{} || end != from + 2 || (i + 1 < mac.size() && *end != ':'))
+            return {};
+    }
+    return mac;
+}
 
 void scenario_problems::add(size_t line, std::string_view reason)
 {
@@ -271,17 +286,11 @@ std::optional<ipv6_address> scenario_table::ipv6(std::string_view key)
 std::optional<mac_address> scenario_table::mac(std::string_view key)
 {
     const auto value = string(key, SIZE_MAX);
-    mac_address parsed{};
     if (!value)
         return {};
-    int length = 0;
-    const int fields = std::sscanf(value->c_str(), "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx%n", &parsed[0],
-                                   &parsed[1], &parsed[2], &parsed[3], &parsed[4], &parsed[5], &length);
-    /* 17 characters: every byte has both of its digits. */
-    if (fields != 6 || value->size() != 17 || length != 17) {
+    const auto parsed = read_mac(*value);
+    if (!parsed)
         wrong(key, fmt::format("\"{}\" is not a MAC address (02:00:00:00:00:01)", *value));
-        return {};
-    }
     return parsed;
 }
 

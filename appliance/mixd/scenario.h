@@ -27,6 +27,9 @@ namespace mixd
 using mac_address = std::array<uint8_t, 6>;
 using ipv6_address = std::array<uint8_t, 16>;
 
+/* "02:00:00:00:00:01", both digits of every byte, of either case; nothing for every other text. */
+std::optional<mac_address> read_mac(std::string_view text);
+
 /* What went wrong while scenario files were read, shared by all tables of a file. */
 struct scenario_problems {
     std::string file;
