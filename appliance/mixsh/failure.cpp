@@ -1,7 +1,5 @@
 // Turns a failed exchange into something to act on: what the library said, where the request went, what the
 // transport knows, what to try.
-#include "appliance/mixsh/failure.h"
-
 #include "appliance/mixsh/invocation.h"
 #include "appliance/platform/reason.h"
 #include "appliance/wire/message.h"
@@ -32,6 +30,19 @@ constexpr daemon_name daemons[] = {
     {200, "management gateway"},
     {201, "control daemon"},
 };
+
+// "main local daemon (daemon 0)", with the board if it is another one.
+std::string daemon_title(std::uint32_t address)
+{
+    const auto parts = mix::wire::split_address(address);
+    const auto known = std::ranges::find(daemons, parts.daemon, &daemon_name::number);
+    auto title = fmt::format("daemon {}", parts.daemon);
+    if (known != std::end(daemons))
+        title = fmt::format("{} ({})", known->name, title);
+    if (parts.node != 0 || parts.instance != 0)
+        title += fmt::format(" of node {}, instance {}", parts.node, parts.instance);
+    return title;
+}
 
 // The negative number behind a mark: an error number of the system.
 std::optional<int> status_behind(std::string_view mark, std::string_view said)
@@ -69,18 +80,6 @@ void explain(failure &into, std::string_view library)
 }
 
 } // namespace
-
-std::string daemon_title(std::uint32_t address)
-{
-    const auto parts = mix::wire::split_address(address);
-    const auto known = std::ranges::find(daemons, parts.daemon, &daemon_name::number);
-    auto title = fmt::format("daemon {}", parts.daemon);
-    if (known != std::end(daemons))
-        title = fmt::format("{} ({})", known->name, title);
-    if (parts.node != 0 || parts.instance != 0)
-        title += fmt::format(" of node {}, instance {}", parts.node, parts.instance);
-    return title;
-}
 
 outcome invocation::fail(const request &exchange, std::string_view what)
 {

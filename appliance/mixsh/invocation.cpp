@@ -17,7 +17,6 @@ namespace
 
 // libmix's print callback has no context, so what it prints belongs to the command that runs: one at a time.
 std::string collected;
-output *answering = nullptr;
 
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char *format, va_list arguments)
 {
@@ -40,17 +39,6 @@ output *answering = nullptr;
     const int length = keep_said(format, arguments);
     va_end(arguments);
     return length;
-}
-
-[[gnu::format(printf, 1, 2)]] int answer(const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const auto text = formatted(format, arguments);
-    va_end(arguments);
-    if (answering)
-        answering->plain(text);
-    return static_cast<int>(text.size());
 }
 
 std::vector<std::string> lines_of(std::string_view text)
@@ -79,12 +67,6 @@ invocation::invocation(const command &which, std::vector<bound_word> words, outp
     : which_(which), words_(std::move(words)), out_(out), language_(language)
 {
     collected.clear();
-    answering = &out;
-}
-
-invocation::~invocation()
-{
-    answering = nullptr;
 }
 
 const argument &invocation::declared(std::string_view name) const
@@ -187,11 +169,6 @@ std::optional<std::array<std::uint8_t, 6>> invocation::mac(std::string_view name
 print_callback invocation::print() const
 {
     return collect;
-}
-
-print_callback invocation::print_answer() const
-{
-    return answer;
 }
 
 std::string invocation::said() const

@@ -44,7 +44,6 @@ class invocation
 {
   public:
     invocation(const command &which, std::vector<bound_word> words, output &out, std::uint8_t language);
-    ~invocation();
     invocation(const invocation &) = delete;
     invocation &operator=(const invocation &) = delete;
 
@@ -73,10 +72,8 @@ class invocation
     std::uint8_t language() const { return language_; } // of refusals: 0 English, 1 Chinese
 
     // --- failures
-    // Give this to libmix as its print callback: what it prints is kept as the reason of a failure. Commands
-    // that a library function prints rows for use print_answer() instead, which goes to the terminal.
+    // Give this to libmix as its print callback: what it prints is kept as the reason of a failure.
     print_callback print() const;
-    print_callback print_answer() const;
     // What libmix has said so far in this command, without the last newline; empty if nothing.
     std::string said() const;
     // The usual end of a command whose exchange failed: what libmix said, where the request went, what the

@@ -370,8 +370,7 @@ reading read_line(std::span<const family> families, std::string_view line, const
     return reader.finish(next_word_at(line));
 }
 
-lookahead look_after(std::span<const family> families, std::string_view, const token_line &split,
-                     std::size_t count)
+lookahead look_after(std::span<const family> families, const token_line &split, std::size_t count)
 {
     walk reader(families);
     if (auto why = take_all(reader, split, count))
@@ -390,7 +389,7 @@ completion complete(std::span<const family> families, std::string_view line)
         result.replaces = last.begin;
         result.beginning = last.text;
     }
-    auto ahead = look_after(families, line, split, before);
+    auto ahead = look_after(families, split, before);
     result.readable = ahead.readable;
     result.here = std::move(ahead.here);
     result.why = std::move(ahead.why);

@@ -49,8 +49,7 @@ struct lookahead {
     place here = {};
     complaint why = {};
 };
-lookahead look_after(std::span<const family> families, std::string_view line, const token_line &split,
-                     std::size_t count);
+lookahead look_after(std::span<const family> families, const token_line &split, std::size_t count);
 
 // What a key at the end of the line could mean.
 struct completion {
