@@ -124,11 +124,6 @@ void scenario_table::fail(std::string_view key, std::string_view reason)
                    fmt::format("{}{}", key.empty() ? "" : joined_name(name_, key) + ": ", reason));
 }
 
-void scenario_table::wrong(std::string_view key, std::string_view reason)
-{
-    fail(key, reason);
-}
-
 void scenario_table::require(std::string_view key)
 {
     if (table_ && !has(key))
@@ -142,11 +137,11 @@ std::optional<int64_t> scenario_table::integer(std::string_view key, int64_t lea
         return {};
     const auto *value = node->as_integer();
     if (!value) {
-        wrong(key, fmt::format("must be a whole number, not {}", type_name(*node)));
+        fail(key, fmt::format("must be a whole number, not {}", type_name(*node)));
         return {};
     }
     if (value->get() < least || value->get() > most) {
-        wrong(key, fmt::format("{} is out of range, {} to {} is allowed", value->get(), least, most));
+        fail(key, fmt::format("{} is out of range, {} to {} is allowed", value->get(), least, most));
         return {};
     }
     return value->get();
@@ -180,7 +175,7 @@ bool scenario_table::boolean(std::string_view key, bool fallback)
         return fallback;
     const auto *value = node->as_boolean();
     if (!value) {
-        wrong(key, fmt::format("must be true or false, not {}", type_name(*node)));
+        fail(key, fmt::format("must be true or false, not {}", type_name(*node)));
         return fallback;
     }
     return value->get();
@@ -193,11 +188,11 @@ std::optional<std::string> scenario_table::string(std::string_view key, size_t l
         return {};
     const auto *value = node->as_string();
     if (!value) {
-        wrong(key, fmt::format("must be a text, not {}", type_name(*node)));
+        fail(key, fmt::format("must be a text, not {}", type_name(*node)));
         return {};
     }
     if (value->get().size() > longest) {
-        wrong(key, fmt::format("is {} bytes long, at most {} fit", value->get().size(), longest));
+        fail(key, fmt::format("is {} bytes long, at most {} fit", value->get().size(), longest));
         return {};
     }
     return value->get();
@@ -215,7 +210,7 @@ std::string scenario_table::one_of(std::string_view key, std::string_view fallba
     if (!value)
         return std::string(fallback);
     if (std::find(words.begin(), words.end(), *value) == words.end()) {
-        wrong(key, fmt::format("\"{}\" is not one of: {}", *value, fmt::join(words, ", ")));
+        fail(key, fmt::format("\"{}\" is not one of: {}", *value, fmt::join(words, ", ")));
         return std::string(fallback);
     }
     return *value;
@@ -229,7 +224,7 @@ std::vector<std::string> scenario_table::texts(std::string_view key, size_t long
         return found;
     const toml::array *array = node->as_array();
     if (!array) {
-        wrong(key, fmt::format("must be a list of texts, not {}", type_name(*node)));
+        fail(key, fmt::format("must be a list of texts, not {}", type_name(*node)));
         return found;
     }
     for (const toml::node &element : *array) {
@@ -264,7 +259,7 @@ std::optional<uint32_t> scenario_table::ipv4(std::string_view key)
     if (!value)
         return {};
     if (inet_pton(AF_INET, value->c_str(), &parsed) != 1) {
-        wrong(key, fmt::format("\"{}\" is not an IPv4 address", *value));
+        fail(key, fmt::format("\"{}\" is not an IPv4 address", *value));
         return {};
     }
     return ntohl(parsed.s_addr);
@@ -277,7 +272,7 @@ std::optional<ipv6_address> scenario_table::ipv6(std::string_view key)
     if (!value)
         return {};
     if (inet_pton(AF_INET6, value->c_str(), parsed.data()) != 1) {
-        wrong(key, fmt::format("\"{}\" is not an IPv6 address", *value));
+        fail(key, fmt::format("\"{}\" is not an IPv6 address", *value));
         return {};
     }
     return parsed;
@@ -290,7 +285,7 @@ std::optional<mac_address> scenario_table::mac(std::string_view key)
         return {};
     const auto parsed = read_mac(*value);
     if (!parsed)
-        wrong(key, fmt::format("\"{}\" is not a MAC address (02:00:00:00:00:01)", *value));
+        fail(key, fmt::format("\"{}\" is not a MAC address (02:00:00:00:00:01)", *value));
     return parsed;
 }
 
@@ -301,7 +296,7 @@ scenario_table scenario_table::table(std::string_view key)
         return {};
     const toml::table *found = node->as_table();
     if (!found) {
-        wrong(key, fmt::format("must be a table [{}], not {}", joined_name(name_, key), type_name(*node)));
+        fail(key, fmt::format("must be a table [{}], not {}", joined_name(name_, key), type_name(*node)));
         return {};
     }
     return {found, joined_name(name_, key), problems_};
@@ -315,7 +310,7 @@ std::vector<scenario_table> scenario_table::rows(std::string_view key)
         return found;
     const toml::array *array = node->as_array();
     if (!array || (!array->empty() && !array->is_homogeneous<toml::table>())) {
-        wrong(key, fmt::format("must be a list of tables [[{}]]", joined_name(name_, key)));
+        fail(key, fmt::format("must be a list of tables [[{}]]", joined_name(name_, key)));
         return found;
     }
     found.reserve(array->size());

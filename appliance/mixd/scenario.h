@@ -52,7 +52,6 @@ class scenario_table
     scenario_table &operator=(const scenario_table &) = delete;
     ~scenario_table();
 
-    [[nodiscard]] bool present() const { return table_ != nullptr; }
     [[nodiscard]] bool has(std::string_view key) const;
     [[nodiscard]] size_t line() const;
 
@@ -87,7 +86,6 @@ class scenario_table
 
   private:
     const void *ask(std::string_view key);
-    void wrong(std::string_view key, std::string_view reason);
     std::optional<int64_t> integer(std::string_view key, int64_t least, int64_t most);
     std::optional<std::string> string(std::string_view key, size_t longest);
 

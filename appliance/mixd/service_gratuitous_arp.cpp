@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <map>
 
-#include <libmix/mix_base.h>
-
 #include "appliance/mixd/announcer.h"
 #include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kept_rows.h"

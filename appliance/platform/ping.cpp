@@ -16,8 +16,7 @@ uint64_t now()
 
 } // namespace
 
-extern "C" [[gnu::visibility("default")]] int32_t mixplatform_ping(uint32_t destination, uint32_t timeout_ms,
-                                                                   uint64_t *nanoseconds)
+extern "C" int32_t mixplatform_ping(uint32_t destination, uint32_t timeout_ms, uint64_t *nanoseconds)
 {
     /* The first one may have to open the connection; the second one is what an exchange waits. */
     const mixplatform::message question{destination, 0, {}, timeout_ms};
