@@ -4,9 +4,6 @@ install(TARGETS mix mix_headers EXPORT libmix-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT development)
 set_target_properties(mix_headers PROPERTIES EXPORT_NAME headers)
 target_include_directories(mix_headers INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-if(TARGET mixplatform)
-    install(TARGETS mixplatform LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
-endif()
 install(DIRECTORY include/libmix DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 configure_file(packaging/libmix.pc.in ${CMAKE_BINARY_DIR}/libmix.pc @ONLY)
