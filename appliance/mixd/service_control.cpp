@@ -1,4 +1,5 @@
-/* The control service: lists what mixd serves and sets faults. Message types 250 to 254 of daemon 201. */
+/* The control service: lists what mixd serves and sets faults. Message types 250 to 254 of daemon 201, whose
+ * 240 to 243 are with the services that they tell of: snapshots and the virtual chassis. */
 #include <cerrno>
 
 #include "appliance/mixd/core.h"

@@ -17,6 +17,7 @@ constexpr std::pair<std::string_view, std::string_view> verbs[] = {
     {"add", "add an entry"},
     {"delete", "delete an entry"},
     {"clear", "remove what was learned or counted"},
+    {"export", "write to a file"},
 };
 
 std::vector<std::string_view> words_of(const command &row)
