@@ -6,6 +6,7 @@ set_target_properties(mix_headers PROPERTIES EXPORT_NAME headers)
 target_include_directories(mix_headers INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 install(DIRECTORY include/libmix DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+file(RELATIVE_PATH MIX_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(packaging/libmix.pc.in ${CMAKE_BINARY_DIR}/libmix.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/libmix.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
