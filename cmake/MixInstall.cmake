@@ -7,6 +7,7 @@ target_include_directories(mix_headers INTERFACE $<INSTALL_INTERFACE:${CMAKE_INS
 install(DIRECTORY include/libmix DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 file(RELATIVE_PATH MIX_PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" MIX_PREFIX_FROM_PC "${MIX_PREFIX_FROM_PC}")
 configure_file(packaging/libmix.pc.in ${CMAKE_BINARY_DIR}/libmix.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/libmix.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
