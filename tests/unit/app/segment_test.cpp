@@ -1,6 +1,8 @@
 #include "catalogue_test.h"
 
+#include <atomic>
 #include <chrono>
+#include <fstream>
 #include <pthread.h>
 #include <thread>
 
@@ -172,24 +174,74 @@ TEST_F(the_lock, holds_off_and_wakes_writers_of_other_processes)
     close(started[1]);
 }
 
+/* A call in a thread of its own. */
+class beside_this_thread
+{
+  public:
+    explicit beside_this_thread(std::function<int()> call) : call_(std::move(call)) {}
+    /* Until it is through or sleeps. A writer sleeps nowhere but at the lock. */
+    void wait_until_it_is_at_the_lock() const
+    {
+        while (!through_ && (number_ == 0 || !sleeps()))
+            usleep(200);
+    }
+    int result()
+    {
+        thread_.join();
+        return result_;
+    }
+
+  private:
+    [[nodiscard]] bool sleeps() const
+    {
+        std::ifstream file("/proc/self/task/" + std::to_string(number_) + "/stat");
+        std::string stat;
+        std::getline(file, stat);
+        return stat.find(") S ") != std::string::npos;
+    }
+    std::function<int()> call_;
+    int result_ = -1000;
+    std::atomic<pid_t> number_ = 0;
+    std::atomic<bool> through_ = false;
+    std::thread thread_{[this] {
+        number_ = gettid();
+        result_ = call_();
+        through_ = true;
+    }};
+};
+
 struct writer {
     const char *name;
     std::function<void()> call;
 };
 
-struct every_writer : seeded, testing::WithParamInterface<writer> {
+/* With an application of each kind, and room for more. */
+struct with_one_of_each : seeded {
+    void SetUp() override
+    {
+        seeded::SetUp();
+        if (IsSkipped())
+            return;
+        ASSERT_EQ(app_ext_table_add("Mine", "Mine", 65535, 1), 16382);
+        ASSERT_EQ(app_ext_table_add("Predefined", "Predefined", 0, 6), 6);
+    }
+};
+
+struct every_writer : with_one_of_each, testing::WithParamInterface<writer> {
 };
 
 TEST_P(every_writer, waits_for_the_lock_and_releases_it)
 {
-    ASSERT_EQ(app_ext_table_add("Mine", "Mine", 65535, 1), 16382);
     const bytes before(base(), base() + lock_at);
     ASSERT_EQ(pthread_rwlock_wrlock(lock_of(base())), 0);
-    std::thread blocked(GetParam().call);
-    usleep(20000);
+    beside_this_thread blocked([] {
+        GetParam().call();
+        return 0;
+    });
+    blocked.wait_until_it_is_at_the_lock();
     EXPECT_EQ(bytes(base(), base() + lock_at), before) << "it wrote without the lock";
     pthread_rwlock_unlock(lock_of(base()));
-    blocked.join();
+    blocked.result();
     EXPECT_NE(bytes(base(), base() + lock_at), before) << "it did not write at all";
     EXPECT_EQ(pthread_rwlock_trywrlock(lock_of(base())), 0) << "it left the lock held";
     pthread_rwlock_unlock(lock_of(base()));
@@ -198,7 +250,7 @@ TEST_P(every_writer, waits_for_the_lock_and_releases_it)
 INSTANTIATE_TEST_SUITE_P(
     of_the_catalogue, every_writer,
     testing::Values(
-        writer{"create", [] { tq_app_table_create(); }},
+        writer{"create", [] { tq_app_table_create(); }}, writer{"reset", [] { tq_app_table_reset(); }},
         writer{"add_user_defined", [] { app_ext_table_add("n", "c", 65535, 1); }},
         writer{"add_predefined", [] { app_ext_table_add("n", "c", 0, 5); }},
         writer{"add_element", [] { app_ext_table_add_element(2, 1, 1, 1, "a", "b", "c", "d", "e"); }},
@@ -209,19 +261,170 @@ INSTANTIATE_TEST_SUITE_P(
         writer{"edit_cn_name", [] { tq_app_edit_cn_name(2, "x"); }}),
     [](const auto &one) { return one.param.name; });
 
-TEST_F(the_lock, is_waited_for_by_reset)
+struct refusal {
+    const char *name;
+    std::function<bool()> call; /* true: it answered as it should */
+    std::function<void()> prepare = [] {};
+};
+
+/* In a process of its own, which does not wait for ever. */
+pid_t in_time(const std::function<bool()> &call)
 {
-    app_ext_table_add("Predefined", "Predefined", 0, 5);
+    return beside([&] {
+        alarm(20);
+        return call();
+    });
+}
+
+void add_all_user_defined()
+{
+    for (int i = 0; i < 512; i++)
+        ASSERT_EQ(app_ext_table_add("Own", "own", 65535, 1), 16382 - i);
+}
+
+struct refused_under_the_lock : seeded, testing::WithParamInterface<refusal> {
+};
+
+TEST_P(refused_under_the_lock, leaves_it_to_other_processes)
+{
+    GetParam().prepare();
+    EXPECT_TRUE(GetParam().call());
+    expect_held(in_time([] { return app_ext_table_del(2, 0) == 0; }));
+    EXPECT_EQ(tq_app_type2name(2), std::string(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    of_the_catalogue, refused_under_the_lock,
+    testing::Values(
+        refusal{"predefined_beyond_the_count", [] { return app_ext_table_add("n", "c", 0, 5) == 0; },
+                [] { *cur_app_num = 16382; }},
+        refusal{"user_defined_beyond_the_count", [] { return app_ext_table_add("n", "c", 65535, 1) == 0; },
+                [] { *cur_app_num = 16382; }},
+        refusal{"user_defined_without_a_free_slot", [] { return app_ext_table_add("n", "c", 65535, 1) == 0; },
+                add_all_user_defined},
+        refusal{"predefined_that_is_there", [] { return app_ext_table_add("n", "c", 0, 70) == 0; }},
+        refusal{"predefined_out_of_range", [] { return app_ext_table_add("n", "c", 0, 15871) == 0; }},
+        refusal{"deleting_a_free_entry", [] { return app_ext_table_del(71, 0) == 0; }},
+        refusal{"deleting_out_of_range", [] { return app_ext_table_del(16383, 65535) == 0; }}),
+    [](const auto &one) { return one.param.name; });
+
+struct refused_before_the_lock : seeded, testing::WithParamInterface<refusal> {
+};
+
+TEST_P(refused_before_the_lock, does_not_wait_for_it)
+{
     ASSERT_EQ(pthread_rwlock_wrlock(lock_of(base())), 0);
-    std::thread blocked(tq_app_table_reset);
-    usleep(20000);
-    EXPECT_EQ(tq_app_type2name(5), std::string("Predefined"));
-    pthread_rwlock_unlock(lock_of(base()));
-    blocked.join();
-    EXPECT_EQ(tq_app_type2name(5), std::string(""));
-    EXPECT_EQ(pthread_rwlock_trywrlock(lock_of(base())), 0);
+    expect_held(in_time(GetParam().call));
     pthread_rwlock_unlock(lock_of(base()));
 }
+
+template <class Call>
+std::function<bool()> no_result(Call call)
+{
+    return [call] {
+        call();
+        return true;
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    of_the_catalogue, refused_before_the_lock,
+    testing::Values(
+        refusal{"attributes_of_a_free_entry",
+                [] { return app_ext_table_add_element(71, 1, 1, 1, "a", "b", "c", "d", "e") == -1; }},
+        refusal{"attributes_out_of_range",
+                [] { return app_ext_table_add_element(16383, 1, 1, 1, "a", "b", "c", "d", "e") == -1; }},
+        refusal{"no_chinese_name", [] { return tq_app_edit_cn_name(2, nullptr) == -1; }},
+        refusal{"an_empty_chinese_name", [] { return tq_app_edit_cn_name(2, "") == -1; }},
+        refusal{"the_chinese_name_of_entry_0", [] { return tq_app_edit_cn_name(0, "x") == -1; }},
+        refusal{"the_chinese_name_of_a_free_entry", [] { return tq_app_edit_cn_name(71, "x") == -2; }},
+        refusal{"the_chinese_name_out_of_range", [] { return tq_app_edit_cn_name(16383, "x") == -2; }},
+        refusal{"a_missing_category",
+                no_result([] { tq_app_modify_category(16382, "a", "b", "c", nullptr); })},
+        refusal{"the_category_of_a_predefined_entry",
+                no_result([] { tq_app_modify_category(2, "a", "b", "c", "d"); })},
+        refusal{"the_category_of_a_free_entry",
+                no_result([] { tq_app_modify_category(16382, "a", "b", "c", "d"); })},
+        refusal{"a_missing_technology", no_result([] { tq_app_modify_technology(16382, nullptr); })},
+        refusal{"the_technology_of_a_predefined_entry", no_result([] { tq_app_modify_technology(2, "a"); })},
+        refusal{"the_technology_of_a_free_entry", no_result([] { tq_app_modify_technology(16382, "a"); })},
+        refusal{"the_words_of_a_predefined_entry",
+                no_result([] { tq_app_modify_app_property_and_risk(2, 1, 2); })},
+        refusal{"the_words_of_a_free_entry",
+                no_result([] { tq_app_modify_app_property_and_risk(16382, 1, 2); })}),
+    [](const auto &one) { return one.param.name; });
+
+/* What a writer finds when it gets the lock is not always what there was when it was called. */
+struct change {
+    const char *name;
+    std::function<int()> call;
+    std::function<void(uint8_t *base)> meanwhile;
+    int result;
+    std::function<bool()> done;
+};
+
+struct changed_while_waiting : with_one_of_each, testing::WithParamInterface<change> {
+};
+
+TEST_P(changed_while_waiting, goes_by_what_it_is_to_look_at_before_or_after)
+{
+    ASSERT_EQ(pthread_rwlock_wrlock(lock_of(base())), 0);
+    beside_this_thread blocked(GetParam().call);
+    blocked.wait_until_it_is_at_the_lock();
+    GetParam().meanwhile(base());
+    pthread_rwlock_unlock(lock_of(base()));
+    EXPECT_EQ(blocked.result(), GetParam().result);
+    EXPECT_TRUE(GetParam().done());
+}
+
+void flag(uint8_t *base, uint32_t index, uint8_t in_use)
+{
+    base[index * entry_size + 1] = in_use;
+}
+
+std::string text_at(uint32_t index, size_t offset)
+{
+    return reinterpret_cast<const char *>(tq_app_ext_table) + index * entry_size + offset;
+}
+
+/* Adding and deleting look under the lock; the others look first, so a deletion can slip between. */
+INSTANTIATE_TEST_SUITE_P(
+    of_the_catalogue, changed_while_waiting,
+    testing::Values(
+        change{"adding_finds_the_count_full", [] { return app_ext_table_add("n", "c", 65535, 1); },
+               [](uint8_t *) { *cur_app_num = 16382; }, 0, [] { return *cur_app_num == 16382; }},
+        change{"adding_finds_the_type_taken", [] { return app_ext_table_add("n", "c", 0, 5); },
+               [](uint8_t *base) { flag(base, 5, 1); }, 0, [] { return *cur_app_num == 26; }},
+        change{"adding_finds_the_slot_taken", [] { return app_ext_table_add("n", "c", 65535, 1); },
+               [](uint8_t *base) { flag(base, 16381, 1); }, 16380, [] { return *cur_app_num == 27; }},
+        change{"deleting_finds_the_entry_free", [] { return app_ext_table_del(6, 0); },
+               [](uint8_t *base) { flag(base, 6, 0); }, 0,
+               [] { return *cur_app_num == 26 && *cur_predef_app_num == 24; }},
+        change{"attributes_go_into_an_entry_that_was_deleted",
+               [] { return app_ext_table_add_element(6, 7, 8, 9, "a", "b", "c", "d", "e"); },
+               [](uint8_t *base) { flag(base, 6, 0); }, 0, [] { return text_at(6, 216) == "e"; }},
+        change{"a_chinese_name_goes_into_an_entry_that_was_deleted",
+               [] { return tq_app_edit_cn_name(6, "x"); }, [](uint8_t *base) { flag(base, 6, 0); }, 0,
+               [] { return text_at(6, 120) == "x"; }},
+        change{"a_category_goes_into_an_entry_that_was_deleted",
+               [] {
+                   tq_app_modify_category(16382, "a", "b", "c", "d");
+                   return 0;
+               },
+               [](uint8_t *base) { flag(base, 16382, 0); }, 0, [] { return text_at(16382, 280) == "a"; }},
+        change{"a_technology_goes_into_an_entry_that_was_deleted",
+               [] {
+                   tq_app_modify_technology(16382, "a");
+                   return 0;
+               },
+               [](uint8_t *base) { flag(base, 16382, 0); }, 0, [] { return text_at(16382, 216) == "a"; }},
+        change{"words_go_into_an_entry_that_was_deleted",
+               [] {
+                   tq_app_modify_app_property_and_risk(16382, 7, 8);
+                   return 0;
+               },
+               [](uint8_t *base) { flag(base, 16382, 0); }, 0, [] { return text_at(16382, 4) == "\x07"; }}),
+    [](const auto &one) { return one.param.name; });
 
 TEST_F(the_lock, is_not_taken_by_lookups_and_export)
 {
