@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "model.h"
+#include "support/scripted_platform.h"
 
 using namespace mixtest;
 
@@ -193,6 +194,74 @@ TEST_F(compile, sends_byte_255_to_column_256_where_all_bytes_occur)
     EXPECT_EQ(library_scan(made.get(), all.substr(0, 254) + "\xfe\xfe", {}).count, 0u);
 }
 
+/* So many only with bytes of an earlier compilation. Its two columns of byte 255 are the tables' and
+ * tqac_find's; a search takes the map entry, which is that of byte 254. */
+TEST_F(compile, fills_column_256_of_a_matcher_that_ignores_case_too)
+{
+    std::string all;
+    for (int byte = 0; byte < 256; ++byte)
+        all += static_cast<char>(byte);
+    matcher_pointer made = compiled({{all, false, 1}});
+    tqac_clear(made.get());
+    add_all(made.get(), {{"\xfe", true, 254}, {"\xff", true, 255}, {"a", true, 97}}); /* a 1, ff 2, fe 3 */
+    ASSERT_EQ(tqac_compile(made.get()), 0);
+    EXPECT_EQ(made->real_charset, 257);
+    EXPECT_EQ(made->charset, 512);
+    EXPECT_EQ(made->charset_shift, 9);
+    EXPECT_EQ(made->state_size, 2);
+    EXPECT_EQ(made->input_map[254], 255);
+    EXPECT_EQ(made->input_map[255], 255);
+    EXPECT_EQ(made->input_map['a'], made->input_map['A']);
+    EXPECT_EQ(made->input_map['{'], '{' + 1) << "the columns of the small letters are there, unused";
+    EXPECT_EQ(cell(made.get(), 0, 255), 3u);
+    EXPECT_EQ(cell(made.get(), 0, 256), 2u);
+    for (bool markup : {false, true})
+        EXPECT_EQ(library_scan(made.get(),
+                               "\xff"
+                               "A",
+                               {}, markup)
+                      .matches,
+                  (std::vector<match>{{254, 0, 1}, {97, 1, 1}}));
+    printed.clear();
+    EXPECT_EQ(tqac_find(made.get(), collect_print, "\xff", 1), 1);
+    EXPECT_EQ(printed, "Found state 2\nPattern:\xff,n:1,nocase:1");
+}
+
+struct other_case {
+    const char *name;
+    pattern first, second;
+    uint16_t real_charset;
+    std::string mapped; /* the bytes of column 1, then those of column 2 ..., each column ended by a blank */
+};
+struct recompiled : compile, testing::WithParamInterface<other_case> {
+};
+
+TEST_P(recompiled, numbers_what_is_left_in_the_map_and_then_folds_it)
+{
+    matcher_pointer made = compiled({GetParam().first});
+    tqac_clear(made.get());
+    add_all(made.get(), {GetParam().second});
+    ASSERT_EQ(tqac_compile(made.get()), 0);
+    EXPECT_EQ(made->real_charset, GetParam().real_charset);
+    std::string mapped;
+    for (int column = 1; column < made->real_charset; ++column) {
+        for (int byte = 0; byte < 256; ++byte)
+            if (made->input_map[byte] == column)
+                mapped += static_cast<char>(byte);
+        mapped += ' ';
+    }
+    EXPECT_EQ(mapped, GetParam().mapped);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    in_the_other_case, recompiled,
+    testing::Values(other_case{"small_letter_before", {"a", false, 1}, {"b", true, 2}, 3, "Bb  "},
+                    other_case{"same_letter_before", {"b", false, 1}, {"b", true, 2}, 3, "Bb  "},
+                    other_case{"capital_before", {"A", false, 1}, {"b", true, 2}, 3, "Aa Bb "},
+                    other_case{"ignored_case_before", {"a", true, 1}, {"b", true, 2}, 4, "Aa Bb  "},
+                    other_case{"ignored_case_before_exact", {"a", true, 1}, {"b", false, 2}, 4, "Aa Bb  "}),
+    [](const auto &one) { return one.param.name; });
+
 TEST_F(compile, keeps_255_different_bytes_with_255_among_them_inside_the_row)
 {
     std::string most;
@@ -345,9 +414,11 @@ TEST_F(compile, after_a_failure_succeeds_but_the_error_stays_and_nothing_is_foun
     EXPECT_EQ(made->compiled, 1u);
     scan_result from;
     from.state = 1234;
-    const scan_result result = library_scan(made.get(), "ab", from);
-    EXPECT_EQ(result.count, 0u);
-    EXPECT_EQ(result.state, 1234u) << "untouched";
+    for (bool markup : {false, true}) {
+        const scan_result result = library_scan(made.get(), "ab", from, markup);
+        EXPECT_EQ(result.count, 0u);
+        EXPECT_EQ(result.state, 1234u) << "untouched";
+    }
 }
 
 TEST_F(compile, has_the_code_of_a_missing_table_where_the_match_lists_are_gone)

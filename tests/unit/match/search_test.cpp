@@ -1,3 +1,4 @@
+#include <climits>
 #include <thread>
 
 #include "model.h"
@@ -150,6 +151,15 @@ TEST_F(search, ignores_a_length_below_one)
     EXPECT_EQ(tqac_search_(made.get(), "hers", -1, collect_match, reinterpret_cast<uintptr_t>(&seen), &state),
               0u);
     EXPECT_EQ(state, 5u);
+    uint32_t depth = 3;
+    uint8_t quote = '"';
+    for (int length : {0, -1, INT_MIN})
+        EXPECT_EQ(tqac_search2_(made.get(), "\">hers", length, collect_match,
+                                reinterpret_cast<uintptr_t>(&seen), &state, &depth, &quote),
+                  0u);
+    EXPECT_EQ(state, 5u);
+    EXPECT_EQ(depth, 3u);
+    EXPECT_EQ(quote, '"');
 }
 
 /* ---- markup ---- */
@@ -354,6 +364,16 @@ TEST_F(find, prints_the_case_flag_and_the_stored_bytes)
     matcher_pointer made = compiled({{"Ab", true, 1}});
     EXPECT_EQ(tqac_find(made.get(), collect_print, "xaB", 3), 1);
     EXPECT_EQ(printed, "Found state 2\nPattern:AB,n:2,nocase:1");
+}
+
+TEST_F(find, prints_a_pattern_of_another_case_and_the_flag_as_it_was_given)
+{
+    matcher_pointer made = new_matcher();
+    add_all(made.get(), {{"aBc", false, 1}});
+    ASSERT_EQ(tqac_add_pattern(made.get(), "aBc", 3, -3, 2, 0), 0);
+    ASSERT_EQ(tqac_compile(made.get()), 0);
+    EXPECT_EQ(tqac_find(made.get(), collect_print, "xAbC", 4), 2);
+    EXPECT_EQ(printed, "Found state 3\nPattern:aBc,n:3,nocase:0Pattern:ABC,n:3,nocase:-3");
 }
 
 TEST_F(find, prints_nothing_when_there_is_nothing)
