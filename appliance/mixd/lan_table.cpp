@@ -66,7 +66,7 @@ size_t lan_table::replace(std::vector<lan_network> wanted)
         if (free[left - 1] == end - 1)
             --end;
         else
-            set_entry(free[left - 1], wanted.front()); /* there is one: entry end - 1 stays */
+            set_entry(free[left - 1], entry(end - 1)); /* so that the last of them is where it always was */
     }
     set_count(end);
     return dropped;

@@ -107,6 +107,11 @@ TEST_F(lan_table, leaves_entries_that_stay_in_their_places)
     EXPECT_EQ(places(), (numbers{5, 3, 3})) << "the last of repeated entries stays";
     table.replace({numbered(5)});
     EXPECT_EQ(places(), (numbers{5})) << "the end is given up";
+    table.replace({numbered(5), numbered(6), numbered(7)});
+    table.replace({numbered(5), numbered(7)});
+    EXPECT_EQ(places(), (numbers{5, 7, 7})) << "repeats come before their entry, so that it never moves";
+    table.replace({numbered(4), numbered(5), numbered(7)});
+    EXPECT_EQ(places(), (numbers{5, 4, 7})) << "a reader may be slower than several changes";
 }
 
 TEST_F(lan_table, is_what_was_asked_for_after_any_changes)
