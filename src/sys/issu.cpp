@@ -37,20 +37,11 @@ char *error_store()
     return store;
 }
 
-[[gnu::format(printf, 1, 0)]] void store_text(const char *format, va_list arguments)
+/* What the frame tells its print callback goes into the store: this family never prints. Its texts have no
+ * conversions. */
+int store_error(const char *text, ...)
 {
-    char *store = error_store();
-    if (store != nullptr)
-        std::vsnprintf(store, error_text_size, format, arguments);
-}
-
-/* What the frame tells its print callback goes into the store: this family never prints. */
-[[gnu::format(printf, 1, 2)]] int store_error(const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    store_text(format, arguments);
-    va_end(arguments);
+    set_err_str("%s", text);
     return 0;
 }
 
@@ -229,9 +220,12 @@ int deliver_status(const void *entry, void *context, int first)
 
 void set_err_str(const char *format, ...) noexcept
 {
+    char *store = error_store();
+    if (store == nullptr)
+        return;
     va_list arguments;
     va_start(arguments, format);
-    store_text(format, arguments);
+    std::vsnprintf(store, error_text_size, format, arguments);
     va_end(arguments);
 }
 
@@ -368,12 +362,12 @@ int issu_buf_image_load(const char *path) noexcept
     if (path == nullptr)
         return refuse_parameter();
     int answer = -1;
-    const int failed = ask<issu_code::buf_image_load, wire::issu_load_request>(
+    ask<issu_code::buf_image_load, wire::issu_load_request>(
         frame::local(), [=](wire::issu_load_request &request) { frame::put_name(request.path, path); },
         [&](frame::reply_view &reply) {
             answer = static_cast<int>(reply.u32(offsetof(wire::issu_result_reply, result)));
         });
-    return failed != 0 ? failed : answer;
+    return answer;
 }
 
 int issu_sm_shut(uint32_t cpu, uint32_t *result, uint16_t p, uint16_t q, const char *name,

@@ -63,7 +63,7 @@ class command_output
 
     [[nodiscard]] bool is_open() const { return pipe_ != nullptr; }
     [[nodiscard]] FILE *stream() const { return pipe_; }
-    /* The next line, or as much of it as fits; false at the end. */
+    /* The next line, or as much of it as fits; at the end false, and nothing is written. */
     template <size_t Size>
     bool line(char (&into)[Size]) const
     {
@@ -345,8 +345,8 @@ int libchassisd_get_disk_type_bypath(const char *path) noexcept
         return storage_unknown;
     char line[output_line_size] = "";
     const command_output output(command);
-    if (output.is_open() && !output.line(line))
-        line[0] = '\0';
+    if (output.is_open())
+        output.line(line);
     return static_cast<int>(type_of_device(line));
 }
 
@@ -438,10 +438,8 @@ int libchassisd_get_pcie_ssd_disk_sn(void *out, int len) noexcept
     const command_output output(nvme_command);
     if (!output.is_open())
         return -1;
-    char serial[256] = "";
-    char line[output_line_size];
-    if (output.line(line))
-        frame::put_name(serial, line);
+    char serial[output_line_size] = "";
+    output.line(serial);
     copy_bytes(out, len, serial);
     return 0;
 }
