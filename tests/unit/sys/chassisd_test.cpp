@@ -403,6 +403,21 @@ TEST_F(chassisd, qsm_must_be_of_its_type_and_present)
     EXPECT_EQ(qsm_is_available(), 0);
 }
 
+TEST_F(chassisd, qsm_is_found_in_any_place)
+{
+    platform().board_of[{"tq_is_qsm_id", 0x77}] = 1;
+    for (size_t slots = 1; slots < 10; slots++)
+        for (size_t at = 0; at <= slots; at++) {
+            std::vector<bytes> entries(slots, entry(1, 0, 0x66, 15));
+            for (size_t i = 1; i < slots; i += 2)
+                entries[i] = entry(1, 0, 0x77, 2);
+            if (at < slots)
+                entries[at] = entry(1, 0, 0x77, 3);
+            platform().fallback = {0, 0, table(entries), {}};
+            EXPECT_EQ(qsm_is_available(), at < slots ? 1 : 0) << at << " of " << slots;
+        }
+}
+
 /* --- processors
  * ------------------------------------------------------------------------------------------------ */
 
@@ -714,9 +729,22 @@ TEST_F(chassisd, module_texts_are_cut_to_their_fields)
 
 TEST_F(chassisd, module_record_of_an_empty_reply)
 {
+    platform().behind_reply = 0xEE;
     platform().fallback = {0, 0, {}, {}};
     EXPECT_EQ(libchassisd_get_module_info(output.as<uint32_t>(), 0), 0);
     EXPECT_EQ(output.first(232), join({le32(1), text_field("slot 0", 128), repeat(0, 100)}));
+}
+
+TEST_F(chassisd, module_texts_end_with_the_reply)
+{
+    platform().behind_reply = 0xEE;
+    platform().fallback = {0, 0, repeat('t', 93), {}};
+    EXPECT_EQ(libchassisd_get_module_info(output.as<uint32_t>(), 0), 0);
+    EXPECT_STREQ(output.as<char>() + 136, "ttt");
+    platform().fallback = {0, 0, repeat('t', 20), {}};
+    EXPECT_EQ(libchassisd_get_module_info(output.as<uint32_t>(), 0), 0);
+    EXPECT_STREQ(output.as<char>() + 136, "");
+    EXPECT_STREQ(output.as<char>() + 200, "tt");
 }
 
 TEST_F(chassisd, module_kinds_are_the_librarys)
@@ -764,6 +792,18 @@ TEST_F(chassisd, fru_block_is_208_bytes_at_12)
     EXPECT_EQ(libchassisd_get_module_fru_entry(1, nullptr, 208), -1);
 }
 
+TEST_F(chassisd, fru_block_of_a_short_reply_is_zero_where_nothing_came)
+{
+    platform().behind_reply = 0xEE;
+    for (const size_t length : {0u, 12u, 13u, 219u}) {
+        output.reset();
+        platform().fallback = {0, 0, repeat(0x41, length), {}};
+        EXPECT_EQ(libchassisd_get_module_fru_entry(1, output.bytes, 208), 0);
+        const size_t came = length < 12 ? 0 : length - 12;
+        EXPECT_EQ(output.first(209), join({repeat(0x41, came), repeat(0, 208 - came), {0x5A}})) << length;
+    }
+}
+
 /* --- slot operations
  * ---------------------------------------------------------------------------------------------- */
 
@@ -798,6 +838,18 @@ TEST_F(chassisd, buffer_pool_figures_are_at_8)
         0, 0, record_of(24, {{8, le32(1)}, {12, le32(2)}, {16, le32(3)}, {20, le32(0xfffffffe)}}), {}};
     EXPECT_EQ(libchassisd_get_data_pak_buffer_pool_info(output.as<uint32_t>(), 7), 0);
     EXPECT_EQ(output.first(17), join({le32(1), le32(2), le32(3), le32(0xfffffffe), {0x5A}}));
+}
+
+TEST_F(chassisd, buffer_pool_figures_of_other_lengths)
+{
+    platform().behind_reply = 0xEE;
+    for (const size_t length : {0u, 8u, 11u, 23u, 30u}) {
+        output.reset();
+        platform().fallback = {0, 0, repeat(0x41, length), {}};
+        EXPECT_EQ(libchassisd_get_data_pak_buffer_pool_info(output.as<uint32_t>(), 7), 0);
+        const size_t came = length < 8 ? 0 : std::min<size_t>(length - 8, 16);
+        EXPECT_EQ(output.first(17), join({repeat(0x41, came), repeat(0, 16 - came), {0x5A}})) << length;
+    }
 }
 
 TEST_F(chassisd, card_notices_need_an_answer_of_two_bytes)

@@ -319,6 +319,25 @@ TEST_F(drv, port_info_is_40_bytes_at_48)
     EXPECT_EQ(output.first(41), join({bytes(reply.begin() + 48, reply.begin() + 88), {0x5A}}));
 }
 
+TEST_F(drv, information_that_a_short_reply_does_not_reach_is_zero)
+{
+    using asking = int (*)(uint64_t *);
+    const std::pair<asking, size_t> queries[] = {
+        {[](uint64_t *out) { return drv_get_port_info(1, 2, out); }, 40},
+        {[](uint64_t *out) { return drv_dp_get_port_drv_info(1, 2, 3, out); }, 88},
+    };
+    platform().behind_reply = 0xEE;
+    for (const auto &[call, size] : queries)
+        for (const size_t length : {0u, 48u, 49u, 87u}) {
+            output.reset();
+            platform().fallback = {0, 0, repeat(0x41, length), {}};
+            EXPECT_EQ(call(output.as<uint64_t>()), 0);
+            const size_t came = length < 48 ? 0 : length - 48;
+            EXPECT_EQ(output.first(size + 1), join({repeat(0x41, came), repeat(0, size - came), {0x5A}}))
+                << length << " for " << size;
+        }
+}
+
 TEST_F(drv, refused_port_info_is_not_negative_and_copies_nothing)
 {
     platform().fallback = {6, -2, repeat(1, 100), {}};
@@ -563,9 +582,14 @@ TEST_F(drv, control_request_failures_leave_the_data)
 
 TEST_F(drv, control_answer_that_did_not_come_is_zero)
 {
-    platform().fallback = {0, 0, repeat(0xAB, 22), {}};
-    EXPECT_EQ(remote_hwif_ioctl(1, 2, 1, output.bytes), 0);
-    EXPECT_EQ(output.first(5), (bytes{0xAB, 0xAB, 0, 0, 0x5A}));
+    platform().behind_reply = 0xEE;
+    for (const size_t length : {0u, 20u, 22u, 23u}) {
+        output.reset();
+        platform().fallback = {0, 0, repeat(0xAB, length), {}};
+        EXPECT_EQ(remote_hwif_ioctl(1, 2, 1, output.bytes), 0);
+        const size_t came = length < 20 ? 0 : length - 20;
+        EXPECT_EQ(output.first(5), join({repeat(0xAB, came), repeat(0, 4 - came), {0x5A}})) << length;
+    }
 }
 
 /* --- direct uplink
@@ -585,6 +609,12 @@ extern "C" void sync()
 namespace
 {
 
+size_t open_files()
+{
+    const auto all = fs::directory_iterator("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
 TEST_F(drv, direct_uplink_is_a_marker_file)
 {
     in_own_root([] {
@@ -592,8 +622,10 @@ TEST_F(drv, direct_uplink_is_a_marker_file)
         platform().board["is_support_direct_uplink"] = 1;
         umask(0);
         synced = 0;
+        const size_t open_before = open_files();
         EXPECT_EQ(drv_direct_uplink_is_enabled(), 0);
         EXPECT_EQ(drv_set_direct_uplink(5), 0);
+        EXPECT_EQ(open_files(), open_before);
         EXPECT_EQ(synced, 1);
         EXPECT_EQ(drv_direct_uplink_is_enabled(), 1);
         EXPECT_EQ(fs::file_size(marker), 0u);

@@ -256,8 +256,8 @@ struct issu_error_text : platform_test {
 
 TEST_F(issu_error_text, is_formatted)
 {
-    set_err_str("%s has %d", "slot 3", 4);
-    EXPECT_STREQ(issu_err_str_get(), "slot 3 has 4");
+    set_err_str("%s has %d of %.1f", "slot 3", 4, 5.5);
+    EXPECT_STREQ(issu_err_str_get(), "slot 3 has 4 of 5.5");
 }
 
 TEST_F(issu_error_text, keeps_one_buffer)

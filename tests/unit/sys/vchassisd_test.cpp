@@ -156,6 +156,7 @@ struct vchassisd : platform_test {
         platform_test::SetUp();
         output.reset();
         slept.clear();
+        platform().behind_reply = 0xEE; /* neither is it the reply's, nor what the request had there */
     }
 };
 
