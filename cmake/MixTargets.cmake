@@ -10,6 +10,7 @@ endif()
 if(MIX_SANITIZE)
     target_compile_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE} -fno-omit-frame-pointer
         -fno-sanitize-recover=all)
+    target_compile_definitions(mix_settings INTERFACE MIX_SANITIZE)
     target_link_options(mix_settings INTERFACE -fsanitize=${MIX_SANITIZE})
 endif()
 

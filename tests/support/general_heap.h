@@ -6,7 +6,7 @@
 #ifndef MIX_TESTS_GENERAL_HEAP_H
 #define MIX_TESTS_GENERAL_HEAP_H
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef MIX_SANITIZE
 #define MIX_HEAP_IS_OURS
 
 #include <link.h>

@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
+#include "support/end_process.h"
 
-#ifdef MIX_COVERAGE
 #include <csignal>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 /* A process that aborts does not write what it has counted: a copy of it does, by ending in order. */
 static void write_counts(int)
@@ -13,13 +12,11 @@ static void write_counts(int)
         std::exit(0);
     waitpid(copy, nullptr, 0);
 }
-#endif
 
 int main(int argc, char **argv)
 {
-#ifdef MIX_COVERAGE
-    std::signal(SIGABRT, write_counts);
-#endif
+    if (mixtest::counts_coverage())
+        std::signal(SIGABRT, write_counts);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

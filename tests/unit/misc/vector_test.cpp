@@ -269,7 +269,7 @@ void forbid_large_memory()
 
 TEST_F(vectors_death, memory_that_can_not_be_had_ends_the_process)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef MIX_SANITIZE
     GTEST_SKIP() << "the sanitizer's own address space does not fit under the limit";
 #endif
     make(1);
