@@ -524,9 +524,10 @@ int libchassisd_get_disk_device_model(void *buf, int sata, uint32_t size) noexce
     auto *text = static_cast<char *>(buf);
     if (size == 0)
         return 0;
-    text[0] = '\0';
-    if (!is_harmless(name))
+    if (!is_harmless(name)) {
+        text[0] = '\0';
         return 0;
+    }
     char command[sizeof "cat /sys/block//device/model" + sizeof name];
     std::snprintf(command, sizeof command, "cat /sys/block/%s/device/model", name);
     return read_model(command, text, size - 1);

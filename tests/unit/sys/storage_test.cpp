@@ -962,6 +962,7 @@ TEST_F(device_name, model_that_cannot_be_asked_for)
         instead_of_popen = [] { return fopen("/sys/block", "r"); }; /* a directory can't be read */
         EXPECT_EQ(libchassisd_get_disk_device_model(output.bytes, 1, 64), -1);
         EXPECT_EQ(platform().console, "Error: failed to read cat /sys/block/sda/device/model, errno 21\n");
+        EXPECT_TRUE(output.untouched());
     });
 }
 
