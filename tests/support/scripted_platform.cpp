@@ -487,8 +487,9 @@ int tq_get_disk_info_by_devname(const char *device, uint32_t type, uint64_t *fir
     return disk_figures(first, second, third);
 }
 
-int tq_localtime(const time_t *, struct tm *out)
+int tq_localtime(const time_t *when, struct tm *out)
 {
+    platform().local_times_asked.push_back(*when);
     if (!platform().local_time)
         return -1;
     *out = *platform().local_time;

@@ -147,6 +147,7 @@ class scripted_platform
     uint64_t disk_figures[3] = {11, 22, 33};
     int disk_result = 0;
     std::optional<std::tm> local_time;                          /* absent: the time can't be had */
+    std::vector<time_t> local_times_asked;                      /* of tq_localtime */
     std::vector<std::vector<std::string>> saved_configurations; /* arguments as text */
     std::deque<int> save_results;                               /* taken in order; then 0 */
     std::vector<std::pair<std::string, size_t>> shared_memories;

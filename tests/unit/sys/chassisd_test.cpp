@@ -333,6 +333,13 @@ TEST_F(chassisd, a_numa_io_board_serves_no_queries)
     EXPECT_EQ(chassisd_get_slot_mem(0, 0, output.as<uint64_t>()), -1);
     EXPECT_EQ(chassisd_set_slot_mem_calc_mode(0, 0, 1), -1);
     EXPECT_EQ(get_chassis_specified_slot_status(1), -1);
+    EXPECT_EQ(chassisd_get_slot_cpu_info(1, 0, output.as<uint32_t>()), -1);
+    EXPECT_EQ(chassisd_get_local_cpu_info(output.as<uint32_t>()), -1);
+    for (const uint32_t multi_processor : {0u, 1u}) {
+        platform().board["tq_is_mcpu_platform"] = multi_processor;
+        EXPECT_EQ(chassisd_get_system_current_cpu_info(output.as<uint32_t>()), -1);
+    }
+    EXPECT_EQ(qsm_is_available(), 0);
     EXPECT_EQ(platform().allocations, 0u);
     EXPECT_EQ(platform().console, "");
     EXPECT_TRUE(output.untouched());
@@ -571,7 +578,7 @@ TEST_F(chassisd_system_cpu, counts_online_cards_of_the_role_only)
     EXPECT_EQ(asked, (std::vector<uint32_t>{17}));
 }
 
-TEST_F(chassisd_system_cpu, is_the_local_record_ofout_a_table_or_a_chassis)
+TEST_F(chassisd_system_cpu, is_the_local_record_without_a_table_or_a_chassis)
 {
     entries = {entry(1, 0, 0, 15, 6)};
     figures[0x02000011] = {50, 101};
@@ -789,7 +796,9 @@ TEST_F(chassisd, fru_block_is_208_bytes_at_12)
         expected.push_back(0x5A);
         EXPECT_EQ(output.first(copied + 1), expected);
     }
+    const size_t asked_so_far = platform().messages.size();
     EXPECT_EQ(libchassisd_get_module_fru_entry(1, nullptr, 208), -1);
+    EXPECT_EQ(platform().messages.size(), asked_so_far);
 }
 
 TEST_F(chassisd, fru_block_of_a_short_reply_is_zero_where_nothing_came)
@@ -883,8 +892,8 @@ TEST_F(chassisd, emmc_behind_a_usb_bridge)
         EXPECT_EQ(platform().board_calls.back(), "tq_is_platform(" + std::to_string(each) + ")");
     }
     platform().reset();
-    platform().board["tq_is_mirel7_emmc_platform"] = 1;
-    EXPECT_NE(check_emmc_convert_by_usb(), 0);
+    platform().board["tq_is_mirel7_emmc_platform"] = 7;
+    EXPECT_EQ(check_emmc_convert_by_usb(), 7);
 }
 
 } // namespace

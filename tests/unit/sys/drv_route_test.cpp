@@ -165,7 +165,7 @@ TEST_P(drv_routing, agrees_with_the_model_on_every_combination)
     const bool typed = GetParam().by_platform_type;
     for (unsigned bits = 0; bits < 256; bits++)
         for (const uint32_t type : types) {
-            if (!typed && type > 0x1120100)
+            if (!typed && type != types[0] && type != types[1])
                 continue; /* two types show that it is not looked at */
             for (const uint16_t slot : slots) {
                 const chassis with{(bits & 1) != 0,  (bits & 2) != 0,   (bits & 4) != 0,

@@ -168,6 +168,20 @@ TEST(issu_first_version, is_absent_without_list_or_entry)
     EXPECT_STREQ(out, "before");
 }
 
+TEST(issu_clist, failures_leave_the_error_text)
+{
+    set_err_str("%s", "of before");
+    char out[4];
+    EXPECT_EQ(issu_get_clist_one(nullptr, out, sizeof out), nullptr);
+    EXPECT_EQ(issu_first_ver_get(nullptr, "UP-LIST", out, sizeof out), -1);
+    EXPECT_EQ(issu_first_ver_get("", "UP-LIST", out, sizeof out), -1);
+    EXPECT_EQ(issu_ver_up_ck("", "1"), -1);
+    EXPECT_EQ(issu_ver_up_ck("UP-LIST", nullptr), -1);
+    EXPECT_EQ(issu_ver_down_ck("", "1"), -1);
+    EXPECT_EQ(_issu_ver_ck_("", "1", nullptr), -1);
+    EXPECT_STREQ(issu_err_str_get(), "of before");
+}
+
 TEST(issu_first_version, takes_the_first_occurrence_of_the_name)
 {
     char out[16] = "";

@@ -546,6 +546,21 @@ TEST_F(storage, sata_serial_number_is_31_characters_at_most)
     });
 }
 
+TEST_F(storage, sata_serial_number_is_looked_for_in_pieces_of_254_characters)
+{
+    in_own_root([] {
+        own_root::replace_program("smartctl", "cat /tmp/smart.out\n");
+        const std::pair<size_t, const char *> cases[] = {{239, "S"},      {240, ""},       {241, ""},
+                                                         {242, "behind"}, {253, "behind"}, {254, "SERIAL"}};
+        for (const auto &[before, serial] : cases) {
+            own_root::write("/tmp/smart.out",
+                            std::string(before, 'x') + "Serial Number:SERIAL\nSerial Number: behind\n");
+            EXPECT_EQ(libchassisd_get_sata_ssd_disk_sn("sda", output.bytes, 32), 0);
+            EXPECT_STREQ(output.as<char>(), serial) << before;
+        }
+    });
+}
+
 TEST_F(storage, sata_disk_without_a_serial_number)
 {
     in_own_root([] {
@@ -607,6 +622,16 @@ TEST_F(storage, nvme_serial_number_is_254_characters_at_most)
     });
 }
 
+TEST_F(storage, nvme_serial_number_is_the_first_line)
+{
+    in_own_root([] {
+        own_root::write("/tmp/nvme.out", "sn : FIRST\nsn : SECOND\n");
+        own_root::replace_program("nvme", "cat /tmp/nvme.out\n");
+        EXPECT_EQ(libchassisd_get_pcie_ssd_disk_sn(output.bytes, 32), 0);
+        EXPECT_EQ(output.first(32), text_field("FIRST\n", 32));
+    });
+}
+
 TEST_F(storage, nvme_program_must_be_executable_and_may_say_nothing)
 {
     in_own_root([] {
@@ -635,6 +660,29 @@ TEST_F(storage, pipe_that_cannot_be_opened)
         EXPECT_EQ(libchassisd_get_sata_ssd_disk_sn("sda", output.bytes, 32), -1);
         EXPECT_EQ(libchassisd_get_pcie_ssd_disk_sn(output.bytes, 32), -1);
         EXPECT_TRUE(output.untouched());
+    });
+}
+
+TEST_F(storage, commands_are_waited_for)
+{
+    in_own_root([] {
+        own_root::empty("/sys/block");
+        own_root::write("/tmp/sata_dev", "/dev/sda");
+        own_root::write("/sys/block/sda/device/model", "Some SSD");
+        own_root::replace_program("df", "echo /dev/sda1\n");
+        own_root::replace_program("smartctl", "echo 'Serial Number: S'\n");
+        own_root::replace_program("nvme", "echo 'sn : N'\n");
+        const std::function<int()> functions[] = {
+            [] { return libchassisd_get_disk_type_bypath("/") == 3 ? 0 : -1; },
+            [] { return libchassisd_get_sata_ssd_disk_sn("sda", output.bytes, 32); },
+            [] { return libchassisd_get_pcie_ssd_disk_sn(output.bytes, 32); },
+            [] { return libchassisd_get_disk_device_model(output.bytes, 1, 64); },
+        };
+        for (const auto &call : functions) {
+            EXPECT_EQ(call(), 0);
+            EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process was left";
+            EXPECT_EQ(errno, ECHILD);
+        }
     });
 }
 
@@ -870,6 +918,18 @@ TEST_F(device_name, is_read_from_255_characters_of_the_first_line)
         own_root::write("/tmp/sata_dev", std::string(252, 'x') + "/abc");
         EXPECT_EQ(libchassisd_get_device_name(output.as<char>(), 1, 300), 0);
         EXPECT_STREQ(output.as<char>(), "ab");
+    });
+}
+
+TEST_F(device_name, is_that_of_the_first_line)
+{
+    in_own_root([] {
+        own_root::empty("/sys/block");
+        fs::create_directory("/sys/block/sda\n");
+        fs::create_directory("/sys/block/sdb");
+        own_root::write("/tmp/sata_dev", "/dev/sda\n/dev/sdb");
+        EXPECT_EQ(libchassisd_get_device_name(output.as<char>(), 1, 32), 0);
+        EXPECT_STREQ(output.as<char>(), "sda\n");
     });
 }
 

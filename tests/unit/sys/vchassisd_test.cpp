@@ -10,6 +10,8 @@ static std::vector<unsigned> slept;
 extern "C" unsigned sleep(unsigned seconds)
 {
     slept.push_back(seconds);
+    if (platform().local_time)
+        platform().local_time->tm_sec += static_cast<int>(seconds);
     return 0;
 }
 
@@ -573,11 +575,15 @@ TEST_F(vchassisd, saves_under_its_name_with_the_local_time)
     platform().local_time->tm_hour = 3;
     platform().local_time->tm_min = 4;
     platform().local_time->tm_sec = 5;
+    const time_t before = time(nullptr);
     EXPECT_EQ(vchassisd_save_config(), 0);
     EXPECT_EQ(platform().saved_configurations,
               (std::vector<std::vector<std::string>>{{"-2", "running", "", "tarquelle", "vchassis",
                                                       "2026-01-02 03:04:05", "0", "0", "0", "0"}}));
     EXPECT_TRUE(slept.empty());
+    ASSERT_EQ(platform().local_times_asked.size(), 1u);
+    EXPECT_GE(platform().local_times_asked[0], before);
+    EXPECT_LE(platform().local_times_asked[0], time(nullptr));
 }
 
 TEST_F(vchassisd, saves_without_a_time_that_cannot_be_read)
@@ -589,9 +595,11 @@ TEST_F(vchassisd, saves_without_a_time_that_cannot_be_read)
 
 TEST_F(vchassisd, tries_to_save_again_every_three_seconds_until_it_is_done)
 {
+    platform().local_time = std::tm{};
     platform().save_results = {-1, 5, -1, -1, 0};
     EXPECT_EQ(vchassisd_save_config(), 0);
-    EXPECT_EQ(platform().saved_configurations.size(), 5u);
+    const auto &saved = platform().saved_configurations;
+    EXPECT_EQ(saved, (std::vector<std::vector<std::string>>(5, saved.at(0)))) << "with the first one's time";
     EXPECT_EQ(slept, (std::vector<unsigned>{3, 3, 3, 3}));
 }
 
