@@ -1,19 +1,13 @@
 """The LAN address table as addresses come and go, and what the shell makes of address words."""
 
-import json
 import os
 import struct
-import sys
 import unittest
 
-from mixd import Mixd, mixsh
 from own_network import Peer, enter, ip, run, until
+from shell_case import ShellCase
 
 TABLE = "/dev/shm/lan_addr"
-
-
-def rows(finished):
-    return [json.loads(line) for line in finished.stdout.splitlines()]
 
 
 def table():
@@ -26,26 +20,13 @@ def table():
             for address, length in entries}
 
 
-class Shell(unittest.TestCase):
-    mixd = None
-
-    def shell(self, *commands, **how):
-        return mixsh(self.mixd, *commands, **how)
-
-    def json(self, command):
-        finished = self.shell(command, options=["--json"])
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        return rows(finished)
-
-
-class LanTable(Shell):
+class LanTable(ShellCase):
     def setUp(self):
         ip("addr flush dev lo")
         ip("addr add 127.0.0.1/8 dev lo")
         if os.path.exists(TABLE):
             os.unlink(TABLE)
-        self.mixd = Mixd()
-        self.addCleanup(self.mixd.remove)
+        super().setUp()
 
     def assert_table(self, expected):
         found, wanted = until(table, set(expected))
@@ -126,14 +107,17 @@ class LanTable(Shell):
         self.assertEqual((far["is_linux_ip"], far["is_lan_addr"]), (False, False))
 
 
-class LanScenario(Shell):
+class LanScenario(ShellCase):
+    def setUp(self):
+        """Each test starts mixd with scenarios of its own."""
+
     def start(self, scenario):
         if os.path.exists(TABLE):
             os.unlink(TABLE)
-        self.mixd = Mixd(scenario=scenario)
-        self.addCleanup(self.mixd.remove)
+        self.scenario = scenario
+        super().setUp()
 
-    def refused(self, scenario, reason):
+    def not_started(self, scenario, reason):
         with self.assertRaises(RuntimeError) as raised:
             self.start(scenario)
         self.assertIn(reason, str(raised.exception))
@@ -158,24 +142,17 @@ class LanScenario(Shell):
         self.assertIn("the LAN address table is full: 2 networks left out", self.mixd.log())
 
     def test_is_refused_where_it_is_wrong(self):
-        self.refused('[[lan_addr.network]]\naddress = "10.1.2.0"\nlength = 16\n', "scenario.toml:2: ")
-        self.refused('[[lan_addr.network]]\naddress = "10.1.2.0"\nlength = 16\n', "has bits beyond its length")
-        self.refused('[[lan_addr.network]]\nlength = 16\n', "is missing")
-        self.refused('[[lan_addr.network]]\naddress = "10.1.0.0"\nlength = 33\n', "0 to 32 is allowed")
-        self.refused('[[lan_addr.network]]\naddress = "10.1.0.0"\n', '"length" is missing')
-        self.refused('[lan_addr]\nnetworks = 1\n', 'unknown key "networks"')
+        self.not_started('[[lan_addr.network]]\naddress = "10.1.2.0"\nlength = 16\n', "scenario.toml:2: ")
+        self.not_started('[[lan_addr.network]]\naddress = "10.1.2.0"\nlength = 16\n', "has bits beyond its length")
+        self.not_started('[[lan_addr.network]]\nlength = 16\n', "is missing")
+        self.not_started('[[lan_addr.network]]\naddress = "10.1.0.0"\nlength = 33\n', "0 to 32 is allowed")
+        self.not_started('[[lan_addr.network]]\naddress = "10.1.0.0"\n', '"length" is missing')
+        self.not_started('[lan_addr]\nnetworks = 1\n', 'unknown key "networks"')
 
 
-class Words(Shell):
+class Words(ShellCase):
     """The shell's own argument words, which need no daemon that answers."""
-
-    @classmethod
-    def setUpClass(cls):
-        cls.mixd = Mixd(scenario="")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.mixd.remove()
+    scenario = ""
 
     def about(self, word):
         return self.json(f"show address {word}")[0]

@@ -1,12 +1,11 @@
 """The virtual chassis, port drivers, saved configurations and the ISP table: the shell against mixd."""
 
-import json
 import os
 import socket
 import unittest
 
-from mixd import Mixd, mixsh
-from system_test import WithMixd
+from mixd import Mixd
+from shell_case import ShellCase
 
 CHASSIS = """
 [[board]]
@@ -46,25 +45,13 @@ network = "10.1.0.0/16"
 """
 
 
-class OnTheMaster(WithMixd):
+class OnTheMaster(ShellCase):
     """A client that is the chassis' master."""
     scenario = CHASSIS
     board = "chassis-master"
 
-    def rows(self, command, **environment):
-        return super().rows(command, MIX_BOARD=self.board, **environment)
 
-    def ok(self, command):
-        finished = mixsh(self.mixd, command, MIX_BOARD=self.board)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-
-    def refused(self, command, reason):
-        finished = mixsh(self.mixd, command, MIX_BOARD=self.board)
-        self.assertEqual(finished.returncode, 1, finished.stdout)
-        self.assertIn(reason, finished.stderr)
-
-
-class TwoMainBoards(unittest.TestCase):
+class TwoMainBoards(ShellCase):
     """The slave has a mixd of its own; each finds the other's boards by its endpoints."""
 
     def setUp(self):
@@ -83,9 +70,8 @@ class TwoMainBoards(unittest.TestCase):
             file.write("[node]\n" + "".join(f'{node} = "{of.run_dir}/node{node}"\n' for node, of in others.items()))
 
     def ask(self, mixd, profile, command):
-        finished = mixsh(mixd, command, options=["--json"], MIX_BOARD=profile)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        return [json.loads(line) for line in finished.stdout.splitlines()]
+        self.mixd = mixd
+        return self.json(command, MIX_BOARD=profile)
 
     def answering(self, mixd, profile, slot):
         return {row["board"] for row in self.ask(mixd, profile, f"show port statistics 0 slot {slot}")}
@@ -100,10 +86,8 @@ class TwoMainBoards(unittest.TestCase):
         self.assertEqual(self.ask(self.slave, "chassis-slave", "show vchassis mode"), [{"mode": 7}])
         self.assertEqual(self.ask(self.slave, "chassis-slave", "show module fru 2")[0]["name"], "service-a")
         # A switch module's slot: the slave leaves it to the master, which has no board there.
-        for mixd, profile in ((self.slave, "chassis-slave"), (self.master, "chassis-master")):
-            finished = mixsh(mixd, "show port statistics 0 slot 6", MIX_BOARD=profile)
-            self.assertEqual(finished.returncode, 1)
-            self.assertIn("Failed to get statistic of slot 6", finished.stderr)
+        for self.mixd, profile in ((self.slave, "chassis-slave"), (self.master, "chassis-master")):
+            self.refused("show port statistics 0 slot 6", "Failed to get statistic of slot 6", MIX_BOARD=profile)
         refused = [row["refused"] for row in self.ask(self.master, "chassis-master", "show daemons")
                    if row["where"] == "node5/0.1" and row["type"] == 59]
         self.assertEqual(refused, [1], "the master's own address took the slave's request")
@@ -111,7 +95,7 @@ class TwoMainBoards(unittest.TestCase):
 
 class Ports(OnTheMaster):
     def answering(self, words):
-        return {row["board"] for row in self.rows(words)}
+        return {row["board"] for row in self.json(words)}
 
     def test_requests_reach_the_board_that_is_asked_for(self):
         for slot, name in {4: "master", 5: "slave", 2: "service-a", 3: "service-b"}.items():
@@ -135,18 +119,18 @@ class Ports(OnTheMaster):
         with open(f"/sys/class/net/{names[0][1]}/mtu", encoding="ascii") as file:
             self.assertEqual(shown["mtu"], int(file.read()))
         self.refused(f"show port {len(names)}", "can't be read")
-        self.assertEqual([row["port"] for row in self.rows("show port statistics")], [name for _, name in names])
+        self.assertEqual([row["port"] for row in self.json("show port statistics")], [name for _, name in names])
 
     def test_counters_are_the_kernels(self):
         with open("/proc/net/softnet_stat", encoding="ascii") as file:
             rows = len(file.readlines())
-        self.assertEqual(len(self.rows("show port counters")), rows)
+        self.assertEqual(len(self.json("show port counters")), rows)
 
     def test_buffers_are_drained_on_the_board_that_is_told(self):
         def drained(slot):
-            return self.rows(f"show port counters slot {slot}")[0]["drained"]
+            return self.json(f"show port counters slot {slot}")[0]["drained"]
         self.ok("clear port buffers slot 2")
-        self.until(lambda: [drained(slot) for slot in (2, 3, 4)], [1, 0, 0])
+        self.assert_becomes(lambda: [drained(slot) for slot in (2, 3, 4)], [1, 0, 0])
 
     def test_lane_settings_are_a_boards_own(self):
         self.ok("set port lanes 3 1 2 slot 2")
@@ -164,7 +148,7 @@ class Ports(OnTheMaster):
 
     def test_lanes_are_measured_by_the_board_that_is_asked_for(self):
         self.ok("set port eye 3 slot 2")
-        self.until(lambda: self.one("show port serdes 3 1 2 250 slot 2")["requests"] > 1, True)
+        self.assert_becomes(lambda: self.one("show port serdes 3 1 2 250 slot 2")["requests"] > 1, True)
         shown = self.one("show port serdes 3 1 2 250 slot 2")
         self.assertEqual((shown["board"], shown["asked"]), ("service-a", "01 02 fa 00 00 00 00"))
         self.assertEqual(self.one("show port serdes 3 slot 3")["requests"], 1)
@@ -172,8 +156,7 @@ class Ports(OnTheMaster):
     def test_lane_settings_are_kept_and_set_remotely(self):
         self.ok("set port lanes 3 4 5 slot 5")
         self.ok("set port control lanes 3 6 7 slot 2")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.one("show port lanes 3 slot 5"), {"first": 4, "second": 5})
         self.assertEqual(self.one("show port lanes 3 slot 2"), {"first": 6, "second": 7})
         self.assertEqual(self.one("show port lanes 3"), {"first": 0, "second": 0})
@@ -191,7 +174,7 @@ class Ports(OnTheMaster):
 
     def settings(self, port, slot):
         return {row["setting"]: (row["first"], row["second"], row["third"])
-                for row in self.rows(f"show port settings {port} slot {slot}")}
+                for row in self.json(f"show port settings {port} slot {slot}")}
 
     def test_control_requests_are_executed_on_their_board(self):
         if not self.one("show port count")["ports"]:
@@ -206,8 +189,7 @@ class Ports(OnTheMaster):
         shown = self.one("show port 0 slot 2")
         self.assertEqual((shown["mtu"], shown["up"]), (900, False))
         self.assertNotEqual(self.one("show port 0 slot 3")["mtu"], 900)
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.settings(0, 2), wanted)
 
 
@@ -226,8 +208,7 @@ class VirtualChassis(OnTheMaster):
     def test_metadata_is_kept(self):
         self.ok('set vchassis metadata owner "the network team"')
         self.ok("set vchassis metadata owner another number 1")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.one("show vchassis metadata owner")["value"], "the network team")
         self.assertEqual(self.one("show vchassis metadata owner number 1")["value"], "another")
         self.refused("show vchassis metadata nobody", "there is no nobody")
@@ -236,7 +217,7 @@ class VirtualChassis(OnTheMaster):
         self.ok("set vchassis vm 2 create type vssm flavour 4")
         self.ok("set vchassis vm 3 create type vdsm flavour 8")
         self.ok("set vchassis vm 3 stop")
-        self.assertEqual(self.rows("show vchassis vms"),
+        self.assertEqual(self.json("show vchassis vms"),
                          [{"slot": 2, "type": "vSSM", "flavour": "vSSM-04", "state": "Active"},
                           {"slot": 3, "type": "vDSM", "flavour": "vSSM-08", "state": "Shutoff"}])
         self.ok("set vchassis vm 3 delete")
@@ -248,7 +229,7 @@ class VirtualChassis(OnTheMaster):
     def test_addresses_are_registered_and_taken_back(self):
         self.ok("add vchassis address 7 10.0.0.9 second 3 third 4")
         keys = " ".join(str(key) for key in range(1, 41)) # more than fit into one request
-        shown = {row["key"]: row for row in self.rows(f"show vchassis addresses {keys}")}
+        shown = {row["key"]: row for row in self.json(f"show vchassis addresses {keys}")}
         self.assertEqual(len(shown), 40)
         self.assertEqual(shown[7], {"key": 7, "address": "10.0.0.9", "second": 3, "third": 4})
         self.assertIsNone(shown[8]["address"])
@@ -256,9 +237,8 @@ class VirtualChassis(OnTheMaster):
         self.assertIsNone(self.one("show vchassis addresses 7")["address"])
 
     def test_many_vms_are_listed_page_by_page(self):
-        self.assertEqual(mixsh(self.mixd, *[f"set vchassis vm {slot} create" for slot in range(256)],
-                               MIX_BOARD=self.board).returncode, 0)
-        self.assertEqual([row["slot"] for row in self.rows("show vchassis vms")], list(range(256)))
+        self.ok(*[f"set vchassis vm {slot} create" for slot in range(256)])
+        self.assertEqual([row["slot"] for row in self.json("show vchassis vms")], list(range(256)))
 
     def test_hosts_and_tenants_are_in_the_store(self):
         self.mixd.stop()
@@ -291,7 +271,7 @@ class VirtualChassis(OnTheMaster):
         self.refused("set vchassis cloud NSX tag nothing", "NAME:VALUE")
 
     def test_names_of_numbers(self):
-        names = {(row["of"], row["number"]): row["name"] for row in self.rows("show vchassis names")}
+        names = {(row["of"], row["number"]): row["name"] for row in self.json("show vchassis names")}
         self.assertEqual(len(names), 3 + 3 + 3 + 38 + 5 + 4)
         self.assertEqual((names["VM type", 2], names["VM type, short", 3], names["VM flavour", 8]),
                          ("vSSM", "vdsm", "vSSM-08"))
@@ -301,7 +281,7 @@ class VirtualChassis(OnTheMaster):
     def test_what_slots_tell_is_shown(self):
         self.ok("set vchassis slot 2 15")
         self.ok("set vchassis disk 3 1")
-        self.until(lambda: self.rows("show vchassis slots"), [{"slot": 2, "state": "Online", "disk": None},
+        self.assert_becomes(lambda: self.json("show vchassis slots"), [{"slot": 2, "state": "Online", "disk": None},
                                                               {"slot": 3, "state": None, "disk": 1}])
 
     def test_notices_are_taken(self):
@@ -317,7 +297,7 @@ class SavedConfigurations(OnTheMaster):
         self.ok("add saved")
         self.ok("set vchassis metadata owner after")
         self.ok("add saved")
-        saved = self.rows("show saved")
+        saved = self.json("show saved")
         self.assertEqual([row["name"] for row in saved], ["vchassis-1", "vchassis-2"])
         self.assertEqual({row["saver"] for row in saved}, {"tarquelle"})
         self.assertRegex(saved[0]["when"], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
@@ -327,13 +307,13 @@ class SavedConfigurations(OnTheMaster):
         self.mixd.stop()
         self.mixd.start()
         self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
-        self.assertEqual([row["name"] for row in self.rows("show saved")], ["vchassis-1", "vchassis-2"])
+        self.assertEqual([row["name"] for row in self.json("show saved")], ["vchassis-1", "vchassis-2"])
         self.refused("set saved restore nothing", "was not restored")
 
 
     def test_what_services_keep_in_memory_is_restored_at_once(self):
         def requests():
-            return [row["requests"] for row in self.rows("show daemons")
+            return [row["requests"] for row in self.json("show daemons")
                     if row["where"] == "node0/0.0" and row["type"] == 38][0]
         self.ok("set fragment limit 71")
         self.ok("set slot 3 stop")
@@ -344,10 +324,7 @@ class SavedConfigurations(OnTheMaster):
         self.ok("set port lanes 3 6 7 slot 2")
         counted, pid = requests(), self.mixd.process.pid
         # One shell, which stays connected: its next commands are answered from the snapshot.
-        finished = mixsh(self.mixd, "show fragment", "set saved restore vchassis-1", "show fragment", "show slots",
-                         options=["--json"], MIX_BOARD=self.board)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        rows = [json.loads(line) for line in finished.stdout.splitlines()]
+        rows = self.json("show fragment", "set saved restore vchassis-1", "show fragment", "show slots")
         self.assertEqual([rows[0]["limit"], rows[1]["limit"]], [72, 71])
         self.assertEqual([row["state"] for row in rows[2:] if row["slot"] == 3], ["Offline"])
         self.assertEqual(self.one("show port lanes 3 slot 2"), {"first": 4, "second": 5})
@@ -370,13 +347,10 @@ class SavedConfigurations(OnTheMaster):
 @unittest.skipUnless(os.environ.get("MIX_PRIVATE_SHM"), "needs a /dev/shm of its own")
 class SavedApplications(OnTheMaster):
     """The application catalogue stands in shared memory, which follows a restored configuration, too."""
-
-    def setUp(self):
-        self.mixd = Mixd(scenario=self.scenario, catalogue=True)
-        self.addCleanup(self.mixd.remove)
+    catalogue = True
 
     def own(self):
-        return {row["name"] for row in self.rows("show application user-defined")}
+        return {row["name"] for row in self.json("show application user-defined")}
 
     def test_user_defined_applications_are_restored(self):
         self.ok("add application first")

@@ -8,144 +8,111 @@ import unittest
 
 import pexpect
 
-from mixd import Mixd, mixsh, program
+from mixd import program
+from shell_case import ShellCase
 
 
-def rows(finished):
-    return [json.loads(line) for line in finished.stdout.splitlines()]
-
-
-class WithMixd(unittest.TestCase):
-    """Each test has a mixd to itself."""
-
-    def setUp(self):
-        self.mixd = Mixd()
-        self.addCleanup(self.mixd.remove)
-
-    def run_ok(self, *commands, **how):
-        finished = mixsh(self.mixd, *commands, **how)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        self.assertEqual(finished.stderr, "")
-        return finished
-
-
-class Commands(WithMixd):
+class Commands(ShellCase):
     def test_the_fragment_settings_are_changed_and_read_back(self):
-        before = rows(self.run_ok("show fragment", options=["--json"]))[0]
-        self.run_ok("set fragment limit 77")
-        after = rows(self.run_ok("show fragment", options=["--json"]))[0]
+        before = self.json("show fragment")[0]
+        self.ok("set fragment limit 77")
+        after = self.json("show fragment")[0]
         self.assertEqual(after, {"limit": 77, "seconds": before["seconds"]})
-        self.run_ok("set fragment seconds 21 limit 78")
-        self.assertEqual(self.run_ok("show fragment").stdout,
+        self.ok("set fragment seconds 21 limit 78")
+        self.assertEqual(self.ok("show fragment").stdout,
                          "Fragment count limit  78\nReassembly time (s)   21\n")
 
     def test_settings_outlive_a_killed_mixd(self):
-        self.run_ok("set fragment limit 99 seconds 7")
-        self.mixd.kill()
-        self.mixd.start()
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"])), [{"limit": 99, "seconds": 7}])
+        self.ok("set fragment limit 99 seconds 7")
+        self.restart()
+        self.assertEqual(self.json("show fragment"), [{"limit": 99, "seconds": 7}])
 
     def test_several_commands_run_in_order(self):
-        out = self.run_ok("set fragment limit 5", "show fragment", "set fragment limit 6", "show fragment",
-                          options=["--json"])
-        self.assertEqual([row["limit"] for row in rows(out)], [5, 6])
+        rows = self.json("set fragment limit 5", "show fragment", "set fragment limit 6", "show fragment")
+        self.assertEqual([row["limit"] for row in rows], [5, 6])
 
     def test_unique_beginnings_of_words_are_enough(self):
-        self.assertIn("Fragment count limit", self.run_ok("sh fr").stdout)
+        self.assertIn("Fragment count limit", self.ok("sh fr").stdout)
 
     def test_daemons_tell_who_answers_where_and_how_fast(self):
-        found = rows(self.run_ok("show daemons", options=["--json"]))
+        found = self.json("show daemons")
         main = [row for row in found if row["where"] == "node0/0.0" and row["type"] == 38]
         self.assertEqual(len(main), 1, found)
         self.assertTrue(main[0]["answers"])
         self.assertGreater(main[0]["ping_us"], 0)
         self.assertLess(main[0]["ping_us"], 1e6)
-        self.assertIn("Where", self.run_ok("show daemons").stdout.splitlines()[0])
+        self.assertIn("Where", self.ok("show daemons").stdout.splitlines()[0])
 
     def test_daemons_count_their_requests(self):
         def requests():
-            return [row["requests"] for row in rows(self.run_ok("show daemons", options=["--json"]))
+            return [row["requests"] for row in self.json("show daemons")
                     if row["where"] == "node0/0.0" and row["type"] == 38][0]
         before = requests()
-        self.run_ok("show fragment", "show fragment", "show fragment")
+        self.ok("show fragment", "show fragment", "show fragment")
         self.assertEqual(requests(), before + 3)
 
     def test_version_names_the_shell_and_the_running_mixd(self):
-        shell, daemon = rows(self.run_ok("show version", options=["--json"]))
+        shell, daemon = self.json("show version")
         self.assertRegex(shell["mixsh"], r"^\d+\.\d+\.\d+$")
         self.assertEqual(daemon["pid"], self.mixd.process.pid)
         self.assertEqual(daemon["run_directory"], self.mixd.run_dir)
         self.assertEqual(daemon["describes"], "this host")
 
 
-class Faults(WithMixd):
+class Faults(ShellCase):
     def test_a_delay_is_felt_and_counted(self):
-        self.run_ok("set fault delay daemon 0 type 38 milliseconds 200 count 1")
-        self.assertEqual(rows(self.run_ok("show faults", options=["--json"])),
+        self.ok("set fault delay daemon 0 type 38 milliseconds 200 count 1")
+        self.assertEqual(self.json("show faults"),
                          [{"daemon": 0, "type": 38, "fault": "delay", "value": 200, "unit": "milliseconds",
                            "left": 1, "hits": 0}])
         start = time.monotonic()
-        self.run_ok("show fragment")
+        self.ok("show fragment")
         self.assertGreater(time.monotonic() - start, 0.2)
-        self.assertEqual(rows(self.run_ok("show faults", options=["--json"])), [])
+        self.assertEqual(self.json("show faults"), [])
 
     def test_a_refusal_explains_its_number(self):
-        self.run_ok("set fault refuse daemon 0 type 38 status 13 count 1")
-        failed = mixsh(self.mixd, "show fragment")
-        self.assertEqual(failed.returncode, 1)
-        self.assertEqual(failed.stdout, "")
-        self.assertIn("fragment setting show failed, ret is -13", failed.stderr)
-        self.assertIn("Permission denied", failed.stderr)
-        self.assertIn("main local daemon", failed.stderr)
-        self.assertIn("message type 38, sub-command 2", failed.stderr)
+        self.ok("set fault refuse daemon 0 type 38 status 13 count 1")
+        failed = self.refused("show fragment", "fragment setting show failed, ret is -13", "Permission denied",
+                              "main local daemon", "message type 38, sub-command 2")
         self.assertNotIn("is mixd running", failed.stderr)
 
     def test_a_short_reply_is_told(self):
-        self.run_ok("set fault short daemon 0 type 38 bytes 2 count 1")
-        failed = mixsh(self.mixd, "show fragment")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("Received buf len is wrong, len is 2", failed.stderr)
+        self.ok("set fault short daemon 0 type 38 bytes 2 count 1")
+        self.refused("show fragment", "Received buf len is wrong, len is 2")
 
     def test_a_long_reply_is_told(self):
-        self.run_ok("set fault long daemon 0 type 38 bytes 2 count 1")
-        failed = mixsh(self.mixd, "show fragment")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("Received buf len is wrong, len is 6", failed.stderr)
+        self.ok("set fault long daemon 0 type 38 bytes 2 count 1")
+        self.refused("show fragment", "Received buf len is wrong, len is 6")
 
     def test_a_lost_request_ends_in_half_a_second(self):
-        self.run_ok("set fault drop daemon 0 type 38 count 1")
+        self.ok("set fault drop daemon 0 type 38 count 1")
         start = time.monotonic()
-        failed = mixsh(self.mixd, "show fragment")
+        failed = self.shell("show fragment")
         took = time.monotonic() - start
         self.assertEqual(failed.returncode, 1)
         self.assertIn("ipcmsg send failed", failed.stderr)
         self.assertGreater(took, 0.49)
 
     def test_a_crash_ends_mixd(self):
-        self.run_ok("set fault crash daemon 0 type 38")
-        failed = mixsh(self.mixd, "show fragment")
+        self.ok("set fault crash daemon 0 type 38")
+        failed = self.shell("show fragment")
         self.assertEqual(failed.returncode, 1)
         self.mixd.process.wait(5)
 
     def test_faults_are_cleared_by_daemon_and_type(self):
-        self.run_ok("set fault drop daemon 0 type 38", "set fault drop daemon 1 type 114")
-        self.assertEqual(rows(self.run_ok("clear faults daemon 0", options=["--json"])), [{"cleared": 1}])
-        self.assertEqual([row["daemon"] for row in rows(self.run_ok("show faults", options=["--json"]))], [1])
-        self.run_ok("clear faults")
-        self.assertEqual(self.run_ok("show faults").stdout, "no faults are set\n")
+        self.ok("set fault drop daemon 0 type 38", "set fault drop daemon 1 type 114")
+        self.assertEqual(self.json("clear faults daemon 0"), [{"cleared": 1}])
+        self.assertEqual([row["daemon"] for row in self.json("show faults")], [1])
+        self.ok("clear faults")
+        self.assertEqual(self.ok("show faults").stdout, "no faults are set\n")
 
     def test_a_type_alone_is_no_fault_to_clear(self):
-        failed = mixsh(self.mixd, "clear faults type 38")
-        self.assertEqual(failed.returncode, 2)
-        self.assertIn("a type goes with a daemon", failed.stderr)
+        self.refused("clear faults type 38", "a type goes with a daemon", status=2)
 
 
-class Errors(WithMixd):
+class Errors(ShellCase):
     def complaint(self, line, status):
-        failed = mixsh(self.mixd, line)
-        self.assertEqual(failed.returncode, status, failed.stderr)
-        self.assertEqual(failed.stdout, "")
-        return failed.stderr.splitlines()
+        return self.refused(line, status=status).stderr.splitlines()
 
     def test_a_wrong_word_is_pointed_at(self):
         lines = self.complaint("show fragmnt", 2)
@@ -174,13 +141,13 @@ class Errors(WithMixd):
         self.assertIn("set fragment [limit <1-65535>] [seconds <1-65535>]", lines[1])
 
     def test_errors_are_json_for_programs(self):
-        failed = mixsh(self.mixd, "show fragmnt", options=["--json"])
+        failed = self.shell("show fragmnt", options=["--json"])
         self.assertEqual(failed.returncode, 2)
         error = json.loads(failed.stderr)
         self.assertEqual(error["column"], 11)
         self.assertIn("fragment", error["expected"])
         self.mixd.kill()
-        failed = mixsh(self.mixd, "show fragment", options=["--json"])
+        failed = self.shell("show fragment", options=["--json"])
         error = json.loads(failed.stderr)
         self.assertEqual(error["status"], 1)
         self.assertIn("ipcmsg send failed", error["reasons"])
@@ -189,24 +156,20 @@ class Errors(WithMixd):
         self.mixd.stop()
         start = time.monotonic()
         for _ in range(20):
-            failed = mixsh(self.mixd, "show fragment")
+            failed = self.shell("show fragment")
         self.assertLess(time.monotonic() - start, 20 * 0.5, "nobody waits for the timeout")
         self.assertEqual(failed.returncode, 1)
         self.assertIn("ipcmsg send failed", failed.stderr)
         self.assertIn("message type 38", failed.stderr)
         self.assertIn("is mixd running", failed.stderr)
-        failed = mixsh(self.mixd, "set fragment limit 3")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("were not changed", failed.stderr)
+        self.refused("set fragment limit 3", "were not changed")
 
     def test_a_gateway_that_is_not_there_is_told(self):
         self.mixd.stop()
-        failed = mixsh(self.mixd, "set fragment limit 3")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("does not answer", failed.stderr)
+        self.refused("set fragment limit 3", "does not answer")
 
     def test_the_gateways_refusal_comes_in_the_chosen_language(self):
-        refusals = {language: mixsh(self.mixd, "set fragment seconds 5000", options=["--language", language])
+        refusals = {language: self.shell("set fragment seconds 5000", options=["--language", language])
                     for language in ("english", "chinese")}
         for refusal in refusals.values():
             self.assertEqual(refusal.returncode, 1)
@@ -224,96 +187,94 @@ class Errors(WithMixd):
         self.assertIn("can't be written", finished.stderr)
 
 
-class Scripts(WithMixd):
+class Scripts(ShellCase):
     def test_a_pipe_is_a_script_with_comments(self):
-        out = self.run_ok(stdin="# settings\nset fragment limit 8\n\n  ! more\nshow fragment\n", options=["--json"])
-        self.assertEqual(rows(out)[0]["limit"], 8)
+        rows = self.json(stdin="# settings\nset fragment limit 8\n\n  ! more\nshow fragment\n")
+        self.assertEqual(rows[0]["limit"], 8)
 
     def test_a_script_ends_at_its_first_failure_and_names_the_line(self):
-        failed = mixsh(self.mixd, stdin="set fragment limit 8\nshow fragmnt\nset fragment limit 9\n")
+        failed = self.shell(stdin="set fragment limit 8\nshow fragmnt\nset fragment limit 9\n")
         self.assertEqual(failed.returncode, 2)
         self.assertTrue(failed.stderr.startswith("line 2: show fragmnt\n" + " " * 18 + "^\n"), failed.stderr)
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"]))[0]["limit"], 8)
+        self.assertEqual(self.one("show fragment")["limit"], 8)
 
     def test_keep_going_runs_the_rest_and_keeps_the_first_status(self):
-        failed = mixsh(self.mixd, stdin="show\nset fragment limit 9\nshow fragmnt\n", options=["--keep-going"])
+        failed = self.shell(stdin="show\nset fragment limit 9\nshow fragmnt\n", options=["--keep-going"])
         self.assertEqual(failed.returncode, 3)
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"]))[0]["limit"], 9)
+        self.assertEqual(self.one("show fragment")["limit"], 9)
 
     def test_exit_ends_a_script(self):
-        out = self.run_ok(stdin="show fragment\nexit\nno such command\n")
+        out = self.ok(stdin="show fragment\nexit\nno such command\n")
         self.assertIn("Fragment count limit", out.stdout)
 
     def test_a_last_line_without_an_end_runs(self):
-        self.assertIn("Fragment count limit", self.run_ok(stdin="show fragment").stdout)
+        self.assertIn("Fragment count limit", self.ok(stdin="show fragment").stdout)
 
     def test_a_zero_byte_is_refused(self):
-        failed = mixsh(self.mixd, stdin="show fragment\0x\n")
+        failed = self.shell(stdin="show fragment\0x\n")
         self.assertEqual(failed.returncode, 2)
 
     def test_garbage_is_refused_without_harm(self):
         garbage = "x" + "".join(chr(97 + (i * 7919) % 26) for i in range(100000)) + "\n"
-        self.assertEqual(mixsh(self.mixd, stdin=garbage).returncode, 2)
-        self.assertEqual(mixsh(self.mixd, stdin=garbage[:-1] + "'\n").returncode, 3)
+        self.assertEqual(self.shell(stdin=garbage).returncode, 2)
+        self.assertEqual(self.shell(stdin=garbage[:-1] + "'\n").returncode, 3)
 
 
-class Help(WithMixd):
+class Help(ShellCase):
     def test_help_lists_every_command_with_its_usage(self):
-        found = {row["usage"] for row in rows(self.run_ok("help", options=["--json"]))}
+        found = {row["usage"] for row in self.json("help")}
         self.assertIn("set fragment [limit <1-65535>] [seconds <1-65535>]", found)
         self.assertIn("show daemons", found)
 
     def test_help_takes_beginnings(self):
-        found = {row["usage"] for row in rows(self.run_ok("help sh frag", options=["--json"]))}
+        found = {row["usage"] for row in self.json("help sh frag")}
         self.assertEqual(found, {"show fragment"})
-        self.assertEqual(mixsh(self.mixd, "help nonsense").returncode, 1)
+        self.assertEqual(self.shell("help nonsense").returncode, 1)
 
     def test_help_finds_later_words_where_no_command_begins_with_them(self):
-        found = {row["usage"].split(" [")[0] for row in rows(self.run_ok("help frag", options=["--json"]))}
+        found = {row["usage"].split(" [")[0] for row in self.json("help frag")}
         self.assertEqual(found, {"show fragment", "set fragment"})
 
     def test_help_keeps_to_the_width_of_a_page(self):
         for words in ("help", "help show", "help set upgrade"):
             with self.subTest(words=words):
-                lines = self.run_ok(words).stdout.splitlines()
+                lines = self.ok(words).stdout.splitlines()
                 self.assertLessEqual(max(map(len, lines[:-1])), 100)
-        self.assertEqual(self.run_ok("help show arp summary").stdout.splitlines()[:2], [
+        self.assertEqual(self.ok("help show arp summary").stdout.splitlines()[:2], [
             "show arp summary [vr <0-65535>] [vsys <0-65535>] [node <0-255>]",
             "        numbers of ARP entries by kind and state"])
 
     def test_words_without_c_are_told_where_they_go(self):
-        failed = mixsh(self.mixd, options=["show", "fragment"])
+        failed = self.shell(options=["show", "fragment"])
         self.assertEqual((failed.returncode, failed.stdout), (2, ""))
         self.assertIn("mixsh -c 'show fragment'", failed.stderr)
 
     def test_an_empty_answer_says_so_to_people_only(self):
-        self.assertEqual(self.run_ok("show saved").stdout, "nothing to show\n")
-        self.assertEqual(self.run_ok("show saved", options=["--json"]).stdout, "")
-        self.assertEqual(self.run_ok("set fragment limit 64").stdout, "")
+        self.assertEqual(self.ok("show saved").stdout, "nothing to show\n")
+        self.assertEqual(self.ok("show saved", options=["--json"]).stdout, "")
+        self.assertEqual(self.ok("set fragment limit 64").stdout, "")
 
     def test_a_daemon_that_answered_is_not_called_absent(self):
-        failed = mixsh(self.mixd, "show virtual-router 77")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("status -2: No such file or directory", failed.stderr)
+        failed = self.refused("show virtual-router 77", "status -2: No such file or directory")
         self.assertNotIn("is mixd running", failed.stderr)
 
     def test_a_question_mark_shows_what_may_follow(self):
-        found = {row["word"] for row in rows(self.run_ok("set fragment ?", options=["--json"]))}
+        found = {row["word"] for row in self.json("set fragment ?")}
         self.assertEqual(found, {"limit", "seconds", "<enter>"})
-        found = {row["word"] for row in rows(self.run_ok("set fragment limit ?", options=["--json"]))}
+        found = {row["word"] for row in self.json("set fragment limit ?")}
         self.assertEqual(found, {"<1-65535>"})
-        self.assertEqual(mixsh(self.mixd, "shaw ?").returncode, 2)
+        self.assertEqual(self.shell("shaw ?").returncode, 2)
 
     def test_options_are_explained(self):
-        shown = self.run_ok(options=["--help"]).stdout
+        shown = self.ok(options=["--help"]).stdout
         for word in ("--json", "--keep-going", "--language", "Exit status"):
             self.assertIn(word, shown)
-        self.assertRegex(self.run_ok(options=["--version"]).stdout, r"^mixsh \d")
-        self.assertEqual(mixsh(self.mixd, options=["--nonsense"]).returncode, 2)
-        self.assertEqual(mixsh(self.mixd, options=["--language", "latin"]).returncode, 2)
+        self.assertRegex(self.ok(options=["--version"]).stdout, r"^mixsh \d")
+        self.assertEqual(self.shell(options=["--nonsense"]).returncode, 2)
+        self.assertEqual(self.shell(options=["--language", "latin"]).returncode, 2)
 
 
-class Terminal(WithMixd):
+class Terminal(ShellCase):
     """On a dumb terminal, which repaints whole lines and so keeps the expectations readable."""
 
     PROMPT = "mixsh> "
@@ -355,7 +316,7 @@ class Terminal(WithMixd):
         child.send("4\r")
         child.expect(self.PROMPT)
         self.leave(child)
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"]))[0]["limit"], 4)
+        self.assertEqual(self.one("show fragment")["limit"], 4)
 
     def test_the_question_mark_explains_without_ending_the_line(self):
         child = self.open()
@@ -370,7 +331,7 @@ class Terminal(WithMixd):
         child.send("5\r")
         child.expect(self.PROMPT)
         self.leave(child)
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"]))[0]["limit"], 5)
+        self.assertEqual(self.one("show fragment")["limit"], 5)
 
     def test_a_question_mark_in_quotes_is_a_character(self):
         child = self.open()
@@ -391,14 +352,14 @@ class Terminal(WithMixd):
         child.send("set fragment limit 31\r")
         child.expect(self.PROMPT)
         self.leave(child)
-        self.run_ok("set fragment limit 1")
+        self.ok("set fragment limit 1")
         child = self.open()
         child.send("\x1b[A\x1b[A")  # exit, then the command before it
         child.expect("set fragment limit 31")
         child.send("\r")
         child.expect(self.PROMPT)
         self.leave(child)
-        self.assertEqual(rows(self.run_ok("show fragment", options=["--json"]))[0]["limit"], 31)
+        self.assertEqual(self.one("show fragment")["limit"], 31)
         path = os.path.join(self.mixd.directory, "state", "mix", "history")
         self.assertEqual(os.stat(path).st_mode & 0o777, 0o600)
 

@@ -3,7 +3,7 @@
 import ipaddress
 import unittest
 
-from own_network import Peer, enter, ip, ip_json, ping, run, until
+from own_network import Peer, enter, ip, ip_json, ping, until
 from shell_case import ShellCase, STATES
 
 

@@ -15,26 +15,40 @@ STATES = {"INCOMPLETE": "incomplete", "REACHABLE": "reachable", "STALE": "stale"
 class ShellCase(unittest.TestCase):
     options = []
     scenario = None
+    catalogue = False
+    board = None  # the shell's; None: it finds out
 
     def setUp(self):
-        self.mixd = Mixd(*self.more_options(), scenario=self.scenario)
+        self.mixd = Mixd(*self.more_options(), scenario=self.scenario, catalogue=self.catalogue)
         self.addCleanup(self.mixd.remove)
 
     def more_options(self):
         return self.options
 
+    def shell(self, *commands, **how):
+        if self.board:
+            how.setdefault("MIX_BOARD", self.board)
+        return mixsh(self.mixd, *commands, **how)
+
     def ok(self, *commands, **how):
-        finished = mixsh(self.mixd, *commands, **how)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
+        finished = self.shell(*commands, **how)
+        self.assertEqual((finished.returncode, finished.stderr), (0, ""))
         return finished
 
-    def json(self, command):
-        return [json.loads(line) for line in self.ok(command, options=["--json"]).stdout.splitlines()]
+    def json(self, *commands, **how):
+        return [json.loads(line) for line in self.ok(*commands, options=["--json"], **how).stdout.splitlines()]
 
-    def refused(self, command, reason, **how):
-        finished = mixsh(self.mixd, command, **how)
-        self.assertEqual(finished.returncode, 1, finished.stdout)
-        self.assertIn(reason, finished.stderr)
+    def one(self, command, **how):
+        found = self.json(command, **how)
+        self.assertEqual(len(found), 1)
+        return found[0]
+
+    def refused(self, command, *reasons, status=1, **how):
+        finished = self.shell(command, **how)
+        self.assertEqual((finished.returncode, finished.stdout), (status, ""))
+        for reason in reasons:
+            self.assertIn(reason, finished.stderr)
+        return finished
 
     def restart(self):
         """As after a power cut."""
@@ -57,6 +71,6 @@ class ShellCase(unittest.TestCase):
 
     def assert_becomes(self, found, expected):
         """What is told by events takes its time. Returns what was expected."""
-        answer, wanted = until(found, expected)
+        answer, wanted = until(found, expected, seconds=20)
         self.assertEqual(answer, wanted)
         return wanted

@@ -1,12 +1,10 @@
 """Upgrade, slots, processors, memory, modules and storage: the shell against mixd."""
 
-import json
 import os
 import subprocess
-import time
 import unittest
 
-from mixd import Mixd, mixsh
+from shell_case import ShellCase
 
 CHASSIS = """
 [[board]]
@@ -53,49 +51,20 @@ failed = 3
 """
 
 
-class WithMixd(unittest.TestCase):
+class WithChassis(ShellCase):
     scenario = CHASSIS
 
-    def setUp(self):
-        self.mixd = Mixd(scenario=self.scenario)
-        self.addCleanup(self.mixd.remove)
 
-    def rows(self, command, **environment):
-        finished = mixsh(self.mixd, command, options=["--json"], **environment)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        return [json.loads(line) for line in finished.stdout.splitlines()]
-
-    def one(self, command, **environment):
-        found = self.rows(command, **environment)
-        self.assertEqual(len(found), 1)
-        return found[0]
-
-    def ok(self, command):
-        finished = mixsh(self.mixd, command)
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-
-    def refused(self, command, reason):
-        finished = mixsh(self.mixd, command)
-        self.assertEqual(finished.returncode, 1, finished.stdout)
-        self.assertIn(reason, finished.stderr)
-
-    def until(self, look, wanted, seconds=20):
-        end = time.monotonic() + seconds
-        while (found := look()) != wanted and time.monotonic() < end:
-            time.sleep(0.05)
-        self.assertEqual(found, wanted)
-
-
-class Chassis(WithMixd):
+class Chassis(WithChassis):
     def states(self):
-        return {row["slot"]: row["state"] for row in self.rows("show slots")}
+        return {row["slot"]: row["state"] for row in self.json("show slots")}
 
     def test_cards_boot_and_come_online(self):
         states = self.states()
         self.assertEqual(states[4], "Online")
         self.assertIn(states[2], ("Booting", "Loading"))
         self.assertFalse(self.one("show slot 2")["online"])
-        self.until(lambda: self.states()[2], "Online")
+        self.assert_becomes(lambda: self.states()[2], "Online")
         shown = self.one("show slot 2")
         self.assertTrue(shown["present"] and shown["booting"] and shown["online"])
         self.assertFalse(shown["clearable"])
@@ -118,27 +87,21 @@ class Chassis(WithMixd):
         self.ok("set slot 3 stop")
         self.ok("clear slot 2")
         self.ok("set memory caches slot 3")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.states(), {3: "Offline", 4: "Online"})
         self.assertTrue(self.one("show memory slot 3")["with_caches"])
         self.assertFalse(self.one("show memory slot 4")["with_caches"], "a board's mode is its own")
         self.ok("set slot 3 reboot")
         self.ok("set slot 2 boot")
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(set(self.states()), {2, 3, 4})
         self.assertEqual(self.states()[3], "Online")
 
     def test_a_card_is_detached_on_virtual_platforms_only(self):
-        failed = mixsh(self.mixd, "delete slot 3", MIX_BOARD="appliance")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("Support detach slot on vFW platform", failed.stderr)
-        finished = mixsh(self.mixd, "delete slot 3", MIX_BOARD="vm")
-        self.assertEqual(finished.returncode, 0, finished.stderr)
-        self.until(lambda: 3 in self.states(), False)
-        self.mixd.kill()
-        self.mixd.start()
+        self.refused("delete slot 3", "Support detach slot on vFW platform", MIX_BOARD="appliance")
+        self.ok("delete slot 3", MIX_BOARD="vm")
+        self.assert_becomes(lambda: 3 in self.states(), False)
+        self.restart()
         self.assertNotIn(3, self.states())
 
     def test_each_board_answers_for_itself(self):
@@ -150,17 +113,17 @@ class Chassis(WithMixd):
         self.refused("show cpu slot 9", "figures can't be read")
 
     def test_the_busiest_counted_board_speaks_for_a_chassis(self):
-        self.until(lambda: self.states()[2], "Online")
+        self.assert_becomes(lambda: self.states()[2], "Online")
         self.assertEqual(self.one("show cpu system", MIX_BOARD="chassis-master")["busy"], 35,
                          "slot 3 is busier, but its card's type does not count")
 
     def test_processors_by_themselves(self):
-        self.assertEqual(self.rows("show cpu each slot 2"),
+        self.assertEqual(self.json("show cpu each slot 2"),
                          [{"processor": cpu, "busy": 35, "user": 35, "system": 0} for cpu in (0, 1)])
-        self.assertEqual(len(self.rows("show cpu each slot 3")), 1)
+        self.assertEqual(len(self.json("show cpu each slot 3")), 1)
         self.assertEqual(self.one("show cpu average slot 3")["busy"], 90)
         self.assertEqual(self.one("show cpu summary slot 2")["processors"], 2)
-        self.assertEqual(self.rows("show cpu processes slot 2"), [], "a described board runs nothing")
+        self.assertEqual(self.json("show cpu processes slot 2"), [], "a described board runs nothing")
         self.refused("show cpu each slot 9", "figures can't be read")
 
     def test_the_master_tells_a_modules_fru(self):
@@ -170,10 +133,7 @@ class Chassis(WithMixd):
                                   "revision": "B3", "made": 1700000000, "platform": "0x1052200"})
         self.assertEqual((fru(3)["name"], fru(3)["serial"], fru(3)["part_number"], fru(3)["made"]),
                          ("service-b", "SN000003", None, None))
-        failed = mixsh(self.mixd, "show module fru 9", MIX_BOARD="chassis-master")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("ipc error.", failed.stderr)
-        self.assertIn("FRU can't be read", failed.stderr)
+        self.refused("show module fru 9", "ipc error.", "FRU can't be read", MIX_BOARD="chassis-master")
 
     def test_bypasses_are_those_that_are_described(self):
         self.assertEqual(self.one("show bypass 40"), {"bypass": 40, "there": True, "on": True})
@@ -188,7 +148,7 @@ class Chassis(WithMixd):
         self.assertEqual(self.one("show board", MIX_BOARD="appliance")["emmc_by_usb"], True)
 
     def test_modules_pools_and_flash(self):
-        self.assertEqual([(row["where"], row["kind"], row["name"], row["serial"]) for row in self.rows("show modules")],
+        self.assertEqual([(row["where"], row["kind"], row["name"], row["serial"]) for row in self.json("show modules")],
                          [("slot 2", 11, "service-a", "S-2"), ("slot 3", 9, "service-b", "SN000003"),
                           ("slot 4", 1, "main", "SN000004")])
         self.assertEqual(self.one("show module 3")["platform"], "0x1052300")
@@ -197,7 +157,7 @@ class Chassis(WithMixd):
         self.assertEqual(self.one("show storage flash"), {"total": 1000, "used": 0, "free": 1000})
 
 
-class ThisHost(WithMixd):
+class ThisHost(WithChassis):
     scenario = None
 
     def test_figures_are_the_kernels(self):
@@ -216,9 +176,9 @@ class ThisHost(WithMixd):
         self.assertEqual(self.one("show storage disk")["total"], root.f_blocks * root.f_frsize // 1024)
 
     def test_processes_and_interrupts_are_the_kernels(self):
-        busiest = self.rows("show cpu processes")
+        busiest = self.json("show cpu processes")
         self.assertEqual(busiest, sorted(busiest, key=lambda row: -row["cpu_s"]))
-        largest = self.rows("show cpu processes memory")
+        largest = self.json("show cpu processes memory")
         self.assertEqual(largest, sorted(largest, key=lambda row: -row["memory"]))
         daemon = [row for row in busiest if row["pid"] == self.mixd.process.pid]
         if len(busiest) < 365: # as many as fit
@@ -227,10 +187,10 @@ class ThisHost(WithMixd):
             self.assertIn(os.getpid(), {row["pid"] for row in largest})
         with open("/proc/interrupts", encoding="ascii") as file:
             names = [line.split(":")[0].strip() for line in file.readlines()[1:]][:146]
-        self.assertEqual([row["interrupt"] for row in self.rows("show cpu interrupts")], names)
+        self.assertEqual([row["interrupt"] for row in self.json("show cpu interrupts")], names)
 
     def test_processors_are_the_kernels(self):
-        self.assertEqual([row["processor"] for row in self.rows("show cpu each")], list(range(os.cpu_count())))
+        self.assertEqual([row["processor"] for row in self.json("show cpu each")], list(range(os.cpu_count())))
         with open("/proc/uptime", encoding="ascii") as file:
             up = float(file.read().split()[0])
         summary = self.one("show cpu summary")
@@ -282,17 +242,14 @@ class ThisHost(WithMixd):
     @unittest.skipIf(os.path.exists("/flash"), "this machine has a /flash")
     def test_direct_uplink_needs_its_place(self):
         self.assertEqual(self.one("show uplink", MIX_BOARD="appliance"), {"enabled": False})
-        failed = mixsh(self.mixd, "set uplink on", MIX_BOARD="appliance")
-        self.assertEqual(failed.returncode, 1)
-        self.assertIn("direct uplink was not changed", failed.stderr)
-        finished = mixsh(self.mixd, "set uplink on", MIX_BOARD="vm") # which has none, so nothing is done
-        self.assertEqual(finished.returncode, 0, finished.stderr)
+        self.refused("set uplink on", "direct uplink was not changed", MIX_BOARD="appliance")
+        self.ok("set uplink on", MIX_BOARD="vm") # which has none, so nothing is done
 
     def test_a_lone_board_is_in_the_slot_of_its_profile(self):
         self.mixd.stop()
         self.mixd.board = {"MIX_BOARD": "chassis-master"}
         self.mixd.start()
-        self.assertEqual([(row["slot"], row["board"]) for row in self.rows("show slots")], [(4, "this")])
+        self.assertEqual([(row["slot"], row["board"]) for row in self.json("show slots")], [(4, "this")])
         self.assertEqual(self.one("show vchassis mode", MIX_BOARD="chassis-master")["mode"], 0)
 
     def test_a_disk_that_is_no_name_reaches_no_shell(self):
@@ -312,7 +269,7 @@ class ThisHost(WithMixd):
         self.assertFalse(os.path.exists(mark))
 
 
-class Upgrade(WithMixd):
+class Upgrade(WithChassis):
     def setUp(self):
         super().setUp()
         images = os.path.join(self.mixd.directory, "images")
@@ -354,16 +311,15 @@ class Upgrade(WithMixd):
             shown = self.one("show upgrade")
             seen.add((shown["state"], shown["upgraded"]))
             return shown["state"]
-        self.until(state, "done")
+        self.assert_becomes(state, "done")
         self.assertGreater(len(seen), 2, "it took no steps that can be seen")
         shown = self.one("show upgrade")
         self.assertEqual((shown["percent"], shown["processors"], shown["upgraded"], shown["running"]),
                          (100, 5, 5, "6.1.0"))
-        processors = self.rows("show upgrade processors")
+        processors = self.json("show upgrade processors")
         self.assertEqual({(row["slot"], row["cpu"]) for row in processors}, {(4, 0), (4, 1), (2, 0), (2, 1), (3, 0)})
         self.assertEqual({row["version"] for row in processors}, {"6.1.0"})
-        self.mixd.kill()
-        self.mixd.start()
+        self.restart()
         self.assertEqual(self.one("show upgrade version slot 2 cpu 1")["version"], "6.1.0")
 
     def test_one_processor_after_the_other_takes_every_step(self):
@@ -375,7 +331,7 @@ class Upgrade(WithMixd):
         steps = {25: "loading", 50: "moving sessions", 75: "restarting", 100: "done"}
         before, seen = [], set()
         for _ in range(1000):
-            rows = self.rows("show upgrade processors")
+            rows = self.json("show upgrade processors")
             percents = [row["percent"] for row in rows]
             self.assertEqual(len(percents), 5)
             self.assertGreaterEqual(percents, before, "an upgrade never goes back")
@@ -397,12 +353,12 @@ class Upgrade(WithMixd):
         self.refused("set upgrade start other.img", "refused: 9.0 can't replace 6.0.0")
         self.refused("set upgrade start none.img", "there is no image none.img")
         self.ok("set upgrade start other.img mode forced")
-        self.until(lambda: self.one("show upgrade")["state"], "done")
+        self.assert_becomes(lambda: self.one("show upgrade")["state"], "done")
 
     def test_lists_are_read_as_the_check_reads_them(self):
-        self.assertEqual([row["entry"] for row in self.rows("show upgrade entries UP-LIST good.img")], ["6.0*"])
-        self.assertEqual([row["entry"] for row in self.rows("show upgrade entries DOWN-LIST good.img")], ["7.?"])
-        self.assertEqual(self.rows("show upgrade entries SIDE-LIST good.img"), [])
+        self.assertEqual([row["entry"] for row in self.json("show upgrade entries UP-LIST good.img")], ["6.0*"])
+        self.assertEqual([row["entry"] for row in self.json("show upgrade entries DOWN-LIST good.img")], ["7.?"])
+        self.assertEqual(self.json("show upgrade entries SIDE-LIST good.img"), [])
         self.assertEqual(self.one("show upgrade compatible 6.0.3 good.img"),
                          {"version": "6.0.3", "up": True, "down": False, "in_list": None})
         self.assertEqual(self.one("show upgrade compatible 7.1 good.img list DOWN-LIST"),
@@ -428,7 +384,7 @@ class Upgrade(WithMixd):
                  ("switch 2 0", "control unit switch", 2, 0, 0, "0 0 0 0")]
         for count, (words, name, slot, cpu, daemon, carried) in enumerate(cases, 1):
             self.ok(f"set upgrade {words}")
-            self.until(last, (count, name, slot, cpu, daemon, carried))
+            self.assert_becomes(last, (count, name, slot, cpu, daemon, carried))
         self.refused("set upgrade switch 9 0", "Failed to send IPC message")
 
     def test_a_module_is_shut_down(self):
@@ -441,9 +397,9 @@ class Upgrade(WithMixd):
 
     def test_the_configuration_lock_is_told(self):
         self.ok("set upgrade lock on")
-        self.until(lambda: self.one("show upgrade")["locked"], True)
+        self.assert_becomes(lambda: self.one("show upgrade")["locked"], True)
         self.ok("set upgrade lock off")
-        self.until(lambda: self.one("show upgrade")["locked"], False)
+        self.assert_becomes(lambda: self.one("show upgrade")["locked"], False)
         self.mixd.stop()
         self.refused("set upgrade lock on", "asked the configuration lock (daemon 2), message type 248")
 
