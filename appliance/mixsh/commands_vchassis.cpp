@@ -1,15 +1,11 @@
-// The virtual chassis, saved configurations and the ISP table.
+// The virtual chassis.
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/control_client.h"
 #include "appliance/mixsh/kinds.h"
-#include "appliance/platform/reason.h"
-#include "appliance/wire/snapshots.h"
 #include "appliance/wire/vchassis.h"
 #include "platform/board.h"
 #include "platform/ipcmsg.h"
-#include "sys/isp_wire.h"
 
-#include <libmix/isp.h>
 #include <libmix/vchassisd.h>
 
 namespace mixsh
@@ -363,64 +359,6 @@ outcome tell_crash(invocation &call)
     return outcome::done;
 }
 
-// --- saved configurations
-
-outcome save(invocation &)
-{
-    vchassisd_save_config();
-    return outcome::done;
-}
-
-constexpr column snapshot_columns[] = {{.title = "Name", .key = "name"},
-                                       {.title = "Saved", .key = "when"},
-                                       {.title = "By", .key = "saver"},
-                                       {.title = "Bytes", .key = "bytes"}};
-
-outcome show_snapshots(invocation &call)
-{
-    table rows(call.out(), snapshot_columns);
-    const bool read =
-        control::each_row<wire::snapshot_row>(call, wire::control_list_snapshots, [&](const auto &row) {
-            return rows.row({control::text(row.name), control::text(row.when), control::text(row.saver),
-                             std::uint64_t{row.size}});
-        });
-    rows.end();
-    if (!read)
-        return call.fail(control::about(wire::control_list_snapshots),
-                         "the saved configurations can't be listed");
-    return outcome::done;
-}
-
-outcome restore(invocation &call)
-{
-    wire::snapshot_name wanted{};
-    std::strncpy(wanted.name, call.text("NAME"), sizeof wanted.name - 1);
-    if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
-        return call.fail(control::about(wire::control_restore_snapshot),
-                         "the saved configuration was not restored");
-    return outcome::done;
-}
-constexpr argument restore_arguments[] = {
-    value("NAME", kinds::word, "a saved configuration", {.longest = 63})};
-
-// --- ISP
-
-outcome show_isp(invocation &call)
-{
-    const auto isp = call.number_or<std::uint32_t>("ISP", 0);
-    const auto address = call.ipv4("ADDRESS").value_or(0);
-    const bool belongs = check_ip_isp(address, isp) == 1;
-    if (*mixplatform_last_reason() != '\0') // the function is silent, and a failure counts as no
-        return call.fail(request{.destination = wire::isp_daemon, .type = wire::isp_type},
-                         "the ISP table can't be asked");
-    call.out().record({{"Address", "address", ipv4_text(address)},
-                       {"ISP", "isp", isp},
-                       {"Belongs to it", "belongs", belongs}});
-    return outcome::done;
-}
-constexpr argument isp_arguments[] = {value("ADDRESS", kinds::ipv4, "an address"),
-                                      value("ISP", kinds::number, "an ISP's number")};
-
 constexpr command commands[] = {
     {"set vchassis vm", "create, delete, start or stop a slot's VM", operate, operate_arguments},
     {"show vchassis vms", "the VMs of the slots", show_vms},
@@ -445,15 +383,11 @@ constexpr command commands[] = {
      mac2host_arguments},
     {"set vchassis password", "let the manager reset the management VM's password", reset_password},
     {"set vchassis crash", "tell the master that its control VM crashed", tell_crash},
-    {"add saved", "save the configuration", save},
-    {"show saved", "saved configurations", show_snapshots},
-    {"set saved restore", "go back to a saved configuration", restore, restore_arguments},
-    {"show isp", "whether an address belongs to an ISP", show_isp, isp_arguments},
 };
 
 } // namespace
 
 extern const family vchassis_family;
-const family vchassis_family{"vchassis", "virtual chassis, saved configurations, ISP table", commands};
+const family vchassis_family{"vchassis", "virtual chassis", commands};
 
 } // namespace mixsh

@@ -1,0 +1,65 @@
+// Saved configurations.
+#include "appliance/mixsh/control_client.h"
+#include "appliance/mixsh/kinds.h"
+#include "appliance/wire/snapshots.h"
+
+#include <libmix/vchassisd.h>
+
+namespace mixsh
+{
+
+namespace
+{
+
+namespace wire = mix::wire;
+
+outcome save(invocation &)
+{
+    vchassisd_save_config();
+    return outcome::done;
+}
+
+constexpr column snapshot_columns[] = {{.title = "Name", .key = "name"},
+                                       {.title = "Saved", .key = "when"},
+                                       {.title = "By", .key = "saver"},
+                                       {.title = "Bytes", .key = "bytes"}};
+
+outcome show_snapshots(invocation &call)
+{
+    table rows(call.out(), snapshot_columns);
+    const bool read =
+        control::each_row<wire::snapshot_row>(call, wire::control_list_snapshots, [&](const auto &row) {
+            return rows.row({control::text(row.name), control::text(row.when), control::text(row.saver),
+                             std::uint64_t{row.size}});
+        });
+    rows.end();
+    if (!read)
+        return call.fail(control::about(wire::control_list_snapshots),
+                         "the saved configurations can't be listed");
+    return outcome::done;
+}
+
+outcome restore(invocation &call)
+{
+    wire::snapshot_name wanted{};
+    std::strncpy(wanted.name, call.text("NAME"), sizeof wanted.name - 1);
+    if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
+        return call.fail(control::about(wire::control_restore_snapshot),
+                         "the saved configuration was not restored");
+    return outcome::done;
+}
+constexpr argument restore_arguments[] = {
+    value("NAME", kinds::word, "a saved configuration", {.longest = 63})};
+
+constexpr command commands[] = {
+    {"add saved", "save the configuration", save},
+    {"show saved", "saved configurations", show_snapshots},
+    {"set saved restore", "go back to a saved configuration", restore, restore_arguments},
+};
+
+} // namespace
+
+extern const family saved_family;
+const family saved_family{"saved", "saved configurations", commands};
+
+} // namespace mixsh
