@@ -127,14 +127,6 @@ std::vector<std::string> bridges()
     return out;
 }
 
-const port_control *find_control(uint32_t command)
-{
-    for (const port_control &each : port_controls)
-        if (each.command == command)
-            return &each;
-    return nullptr;
-}
-
 class port_driver : public service
 {
   public:

@@ -24,7 +24,6 @@ constexpr std::uint32_t last_type = 16382;
 constexpr std::uint32_t first_user_defined = 15871;
 
 // --- attaching
-// -----------------------------------------------------------------------------------------------
 
 // libmix makes an empty catalogue where there is none; that is mixd's to do.
 bool is_there()
@@ -48,7 +47,6 @@ bool attach(invocation &call)
 }
 
 // --- showing
-// -------------------------------------------------------------------------------------------------
 
 constexpr column application_columns[] = {
     {.title = "Type", .key = "type", .at_least = 5},
@@ -188,7 +186,6 @@ outcome show_categories(invocation &call)
 }
 
 // --- user-defined applications
-// -------------------------------------------------------------------------------
 
 constexpr argument attributes[] = {
     option("chinese-name", kinds::text, "its Chinese name", {.longest = 95}),
@@ -302,7 +299,6 @@ outcome remove(invocation &call)
 }
 
 // --- export
-// --------------------------------------------------------------------------------------------------
 
 constexpr int records_a_page = 64;
 

@@ -1,8 +1,5 @@
 // The ARP table: listings, searches, counts, static entries, clearing and scanning; names of virtual routers.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
-#include "appliance/platform/reason.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/arp.h"
 
 #include <libmix/arp.h>
@@ -18,13 +15,12 @@ namespace
 
 namespace wire = mix::wire;
 
-constexpr request asking(wire::arp_subcommand subcommand)
+request asking(wire::arp_subcommand subcommand, std::uint32_t node = 0)
 {
-    return {.destination = 0, .type = wire::arp_type, .subcommand = subcommand};
+    return {.destination = mktipcid(node, 0, 0), .type = wire::arp_type, .subcommand = subcommand};
 }
 
 // --- words
-// ---------------------------------------------------------------------------------------------------
 
 constexpr choice state_words[] = {
     {"none", "nothing is known", wire::arp_state_none},
@@ -43,18 +39,7 @@ constexpr choice kind_words[] = {
     {"idle", "configured here, no interface has its network", wire::arp_is_static_idle},
 };
 
-std::string_view word_of(std::span<const choice> words, std::int64_t value)
-{
-    for (const choice &each : words)
-        if (each.value == value)
-            return each.word;
-    return "unknown";
-}
-
-constexpr argument vr = option("vr", kinds::number, "virtual router, 0 for all", router_ids);
-constexpr argument vsys = option("vsys", kinds::number, "virtual system", router_ids);
 constexpr argument address = option("address", kinds::ipv4, "this address only");
-constexpr argument node = option("node", kinds::number, "board to ask, 0 for this one", slots);
 constexpr argument interface = option("interface", kinds::interface_name, "this interface only");
 constexpr argument mac = option("mac", kinds::mac, "this MAC address only");
 constexpr argument state = option("state", kinds::one_of, "entries in this state", {.choices = state_words});
@@ -62,7 +47,6 @@ constexpr argument entry_kind =
     option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words});
 
 // --- the table
-// -----------------------------------------------------------------------------------------------
 
 constexpr column arp_columns[] = {
     {.title = "Address", .key = "address", .at_least = 15},
@@ -111,8 +95,8 @@ void search_table(invocation &call, table &rows)
 {
     wire::arp_search_filter filter{};
     std::uint32_t key = 0, position = 0;
-    auto scope = call.number_or<std::uint16_t>("vr", 0);
-    filter.vsysid = call.number_or<std::uint16_t>("vsys", 0);
+    auto scope = vr_of(call);
+    filter.vsysid = vsys_of(call);
     if (const char *prefix = call.text("prefix")) {
         const ipv4_prefix_value value = prefix_value(prefix);
         filter.address = value.address;
@@ -146,12 +130,12 @@ void search_table(invocation &call, table &rows)
     } while (position != 0 && call.said().empty() && !call.out().unwanted());
 }
 
-outcome end_of_listing(invocation &call, table &rows, wire::arp_subcommand subcommand, std::string_view what)
+outcome end_of_listing(invocation &call, table &rows, const request &exchange)
 {
     rows.end();
     if (!call.said().empty())
-        return call.fail(asking(subcommand), what);
-    call.out().note(fmt::format("{} {}", rows.rows(), rows.rows() == 1 ? "entry" : "entries"));
+        return call.fail(exchange, "the ARP table can't be read");
+    note_rows(call, rows, "entry", "entries");
     return outcome::done;
 }
 
@@ -167,51 +151,36 @@ outcome show(invocation &call)
     if (searched)
         search_table(call, rows);
     else
-        get_arp_items_detail(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0),
-                             0, call.ipv4("address").value_or(0), print_row, &rows, call.print(), 1,
-                             call.number_or<std::int32_t>("maximum", 0),
-                             call.number_or<std::uint32_t>("node", 0), 0);
-    return end_of_listing(call, rows, wire::arp_list, "the ARP table can't be read");
+        get_arp_items_detail(vsys_of(call), vr_of(call), 0, call.ipv4("address").value_or(0), print_row,
+                             &rows, call.print(), 1, call.number_or<std::int32_t>("maximum", 0),
+                             node_of(call), 0);
+    return end_of_listing(call, rows, asking(wire::arp_list, node_of(call)));
 }
 
 constexpr argument show_arguments[] = {
-    vr,
-    vsys,
-    address,
-    option("prefix", kinds::ipv4_prefix, "addresses within a prefix"),
-    interface,
-    mac,
-    state,
-    entry_kind,
-    node,
-    option("maximum", kinds::number, "about how many entries are wanted", {.low = 1, .high = INT32_MAX}),
+    vr_option,   vsys_option,
+    address,     option("prefix", kinds::ipv4_prefix, "addresses within a prefix"),
+    interface,   mac,
+    state,       entry_kind,
+    node_option, maximum_option,
 };
-
-// Some functions of the library are silent, and a failure counts as 0: only the transport tells it from a
-// real 0.
-bool failed_silently()
-{
-    return *mixplatform_last_reason() != '\0';
-}
 
 outcome show_count(invocation &call)
 {
-    const int entries =
-        get_arp_items_count(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0),
-                            0, call.ipv4("address").value_or(0), call.number_or<std::uint32_t>("node", 0), 0);
+    const int entries = get_arp_items_count(vsys_of(call), vr_of(call), 0, call.ipv4("address").value_or(0),
+                                            node_of(call), 0);
     if (failed_silently())
-        return call.fail(asking(wire::arp_count), "the ARP entries can't be counted");
+        return call.fail(asking(wire::arp_count, node_of(call)), "the ARP entries can't be counted");
     call.out().record({{"Entries", "entries", entries}});
     return outcome::done;
 }
-constexpr argument count_arguments[] = {vr, vsys, address, node};
+constexpr argument count_arguments[] = {vr_option, vsys_option, address, node_option};
 
 outcome show_summary(invocation &call)
 {
     wire::arp_summary_reply sum;
-    if (arp_generic_data_get(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0),
-                             &sum, call.print(), call.number_or<std::uint32_t>("node", 0), 0) < 0)
-        return call.fail(asking(wire::arp_summary), "the ARP summary can't be read");
+    if (arp_generic_data_get(vsys_of(call), vr_of(call), &sum, call.print(), node_of(call), 0) < 0)
+        return call.fail(asking(wire::arp_summary, node_of(call)), "the ARP summary can't be read");
     call.out().record({{"Entries", "entries", std::uint32_t{sum.total}},
                        {"Static", "static", std::uint32_t{sum.static_entries}},
                        {"Dynamic", "dynamic", std::uint32_t{sum.dynamic_entries}},
@@ -220,10 +189,9 @@ outcome show_summary(invocation &call)
                        {"Proxies", "proxies", std::uint32_t{sum.proxies}}});
     return outcome::done;
 }
-constexpr argument summary_arguments[] = {vr, vsys, node};
+constexpr argument summary_arguments[] = {vr_option, vsys_option, node_option};
 
 // --- joined with the MAC table
-// -------------------------------------------------------------------------------
 
 constexpr column joined_columns[] = {
     {.title = "Address", .key = "address", .at_least = 15},
@@ -268,11 +236,9 @@ struct joined_filter {
     explicit joined_filter(const invocation &call)
         : selector(call.ipv4("address").value_or(0)), mac(call.mac("mac")),
           interfaces(call.text("interface")), port(call.text("port")), bridge(call.text("bridge")),
-          kind(plus_one(call.chosen("kind"))), state(plus_one(call.chosen("state"))),
-          router(call.number_or<std::uint16_t>("vr", 0))
+          kind(plus_one(call.chosen("kind"))), state(plus_one(call.chosen("state"))), router(vr_of(call))
     {
     }
-    const std::uint8_t *mac_bytes() const { return mac ? mac->data() : nullptr; }
 
   private:
     static std::uint8_t plus_one(std::optional<std::int64_t> value)
@@ -286,14 +252,14 @@ outcome show_joined(invocation &call)
     const joined_filter by(call);
     table rows(call.out(), joined_columns);
     get_arp_mac_items_ex2_vr(print_joined, &rows, call.print(), 1, call.number_or<std::int32_t>("maximum", 0),
-                             by.selector, by.mac_bytes(), by.interfaces, by.port, by.bridge, by.kind,
+                             by.selector, bytes_of(by.mac), by.interfaces, by.port, by.bridge, by.kind,
                              by.state, by.router,
                              static_cast<std::uint8_t>(call.chosen("rows").value_or(wire::arp_mac_all)));
-    return end_of_listing(call, rows, wire::arp_mac_list, "the ARP table can't be read");
+    return end_of_listing(call, rows, asking(wire::arp_mac_list));
 }
 
 constexpr argument joined_arguments[] = {
-    vr,
+    vr_option,
     address,
     mac,
     option("interface", kinds::word, "these interfaces, separated by commas", {.longest = 191}),
@@ -302,14 +268,15 @@ constexpr argument joined_arguments[] = {
     state,
     entry_kind,
     option("rows", kinds::one_of, "which rows", {.choices = display_words}),
-    option("maximum", kinds::number, "about how many entries are wanted", {.low = 1, .high = INT32_MAX}),
+    maximum_option,
 };
 
 outcome show_joined_count(invocation &call)
 {
     const joined_filter by(call);
-    const int entries = get_arp_mac_items_count2_vr(call.print(), by.selector, by.mac_bytes(), by.interfaces,
-                                                    by.port, by.bridge, by.kind, by.state, by.router);
+    const int entries =
+        get_arp_mac_items_count2_vr(call.print(), by.selector, bytes_of(by.mac), by.interfaces, by.port,
+                                    by.bridge, by.kind, by.state, by.router);
     if (!call.said().empty())
         return call.fail(asking(wire::arp_mac_count), "the ARP entries can't be counted");
     call.out().record({{"Entries", "entries", entries}});
@@ -345,19 +312,18 @@ outcome show_proxies(invocation &call)
     if (const char *name = call.text("interface"))
         std::strncpy(key.interface, name, sizeof key.interface - 1);
     const auto passed_on = std::bit_cast<std::array<std::uint8_t, sizeof key>>(key);
-    const int entries = get_proxy_arp_items_count(call.number_or<std::uint16_t>("vsys", 0),
-                                                  call.number_or<std::uint16_t>("vr", 0), passed_on.data(), 0,
-                                                  call.number_or<std::uint32_t>("node", 0), 0);
+    const int entries =
+        get_proxy_arp_items_count(vsys_of(call), vr_of(call), passed_on.data(), 0, node_of(call), 0);
     if (failed_silently())
-        return call.fail(asking(wire::arp_proxy_count), "the proxy entries can't be counted");
+        return call.fail(asking(wire::arp_proxy_count, node_of(call)), "the proxy entries can't be counted");
     call.out().record({{"Proxy entries", "entries", entries}});
     return outcome::done;
 }
 constexpr argument proxies_arguments[] = {
-    vr, vsys, option("prefix", kinds::ipv4_prefix, "of addresses within a prefix"), interface, node};
+    vr_option, vsys_option, option("prefix", kinds::ipv4_prefix, "of addresses within a prefix"), interface,
+    node_option};
 
 // --- changes
-// -------------------------------------------------------------------------------------------------
 
 constexpr change static_entries{"the static ARP entries"};
 
@@ -371,8 +337,7 @@ outcome add(invocation &call)
     const auto station = call.mac("MAC");
     if (arp_add_static_items(usual_router(call), *call.ipv4("ADDRESS"), station->data(),
                              call.text("description"), call.number_or<std::uint8_t>("option", 0),
-                             call.print(), nullptr, 0, call.language(), 0,
-                             call.number_or<std::uint16_t>("vsys", 0)) != 0)
+                             call.print(), nullptr, 0, call.language(), 0, vsys_of(call)) != 0)
         return call.fail(static_entries, "the static ARP entry was not added");
     if (!call.said().empty()) // the entry is there, its description is not
         return call.fail(change{"the MAC descriptions"},
@@ -385,7 +350,7 @@ constexpr argument add_arguments[] = {
     value("ADDRESS", kinds::ipv4, "address of the neighbour"),
     value("MAC", kinds::mac, "its MAC address"),
     own_vr,
-    vsys,
+    vsys_option,
     option("description", kinds::text, "describe the MAC address", {.longest = 127}),
     option("option", kinds::number, "the entry's option byte", {.low = 0, .high = 255}),
 };
@@ -393,17 +358,17 @@ constexpr argument add_arguments[] = {
 outcome remove(invocation &call)
 {
     if (arp_remove_static_items(usual_router(call), *call.ipv4("ADDRESS"), call.print(), 0, call.language(),
-                                0, call.number_or<std::uint16_t>("vsys", 0)) != 0)
+                                0, vsys_of(call)) != 0)
         return call.fail(static_entries, "the static ARP entry was not deleted");
     return outcome::done;
 }
 constexpr argument remove_arguments[] = {value("ADDRESS", kinds::ipv4, "address of the neighbour"), own_vr,
-                                         vsys};
+                                         vsys_option};
 
 outcome remove_all(invocation &call)
 {
-    if (arp_remove_static_items(usual_router(call), 0, call.print(), 1, call.language(), 0,
-                                call.number_or<std::uint16_t>("vsys", 0)) != 0)
+    if (arp_remove_static_items(usual_router(call), 0, call.print(), 1, call.language(), 0, vsys_of(call)) !=
+        0)
         return call.fail(static_entries, "the static ARP entries were not deleted");
     return outcome::done;
 }
@@ -411,12 +376,12 @@ outcome remove_all(invocation &call)
 // One by one, as they are listed; what can't be deleted is told by the library on the console.
 outcome remove_listed(invocation &call)
 {
-    arp_remove_all_static_items_vrouter(usual_router(call), 0, 0, call.number_or<std::uint16_t>("vsys", 0));
+    arp_remove_all_static_items_vrouter(usual_router(call), 0, 0, vsys_of(call));
     if (!call.said().empty())
         return call.fail(static_entries, "not every static ARP entry was deleted");
     return outcome::done;
 }
-constexpr argument remove_all_arguments[] = {own_vr, vsys};
+constexpr argument remove_all_arguments[] = {own_vr, vsys_option};
 
 // This function of the library has no print callback: it tells a refusal on standard output itself.
 outcome remove_configuration(invocation &call)
@@ -431,23 +396,15 @@ constexpr argument remove_configuration_arguments[] = {own_vr};
 outcome clear(invocation &call)
 {
     const std::uint8_t which = call.has("unresolved") ? wire::arp_clear_unresolved : wire::arp_clear_all;
-    std::int64_t cleared = 0;
-    for (;;) { // the daemon clears a bounded number at a time
-        const int now = arp_remove_dynamic_items_detail(call.number_or<std::uint16_t>("vsys", 0),
-                                                        call.number_or<std::uint16_t>("vr", 0), 0,
-                                                        call.ipv4("address").value_or(0), call.print(),
-                                                        call.number_or<std::uint32_t>("node", 0), which, 0);
-        if (now < 0)
-            return call.fail(asking(wire::arp_clear_dynamic), "the ARP table was not cleared");
-        if (now == 0 || call.out().unwanted())
-            break;
-        cleared += now;
-    }
-    call.out().record({{"Cleared", "cleared", cleared}});
-    return outcome::done;
+    return clear_all(call, asking(wire::arp_clear_dynamic, node_of(call)), "the ARP table was not cleared",
+                     [&] {
+                         return arp_remove_dynamic_items_detail(vsys_of(call), vr_of(call), 0,
+                                                                call.ipv4("address").value_or(0),
+                                                                call.print(), node_of(call), which, 0);
+                     });
 }
-constexpr argument clear_arguments[] = {vr, vsys, address,
-                                        flag("unresolved", "only entries without a MAC address"), node};
+constexpr argument clear_arguments[] = {
+    vr_option, vsys_option, address, flag("unresolved", "only entries without a MAC address"), node_option};
 
 outcome scan(invocation &call)
 {

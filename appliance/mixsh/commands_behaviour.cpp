@@ -1,7 +1,5 @@
 // Behaviour objects, and the profiles whose rules name them.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/bhv.h"
 
 #include <algorithm>
@@ -21,16 +19,7 @@ constexpr choice class_words[] = {
     {"application", "programs", wire::bhv_application},
 };
 
-std::string_view word_of_class(std::uint8_t number)
-{
-    for (const choice &each : class_words)
-        if (each.value == number)
-            return each.word;
-    return "unknown";
-}
-
 // --- objects
-// -------------------------------------------------------------------------------------------------
 
 constexpr column object_columns[] = {
     {.title = "Name", .key = "name", .may_be_cut = true, .at_least = 12},
@@ -53,7 +42,7 @@ int print_object(const void *record, void *context)
 {
     wire::bhv_obj_row one;
     std::memcpy(&one, record, sizeof one);
-    static_cast<table *>(context)->row({field_text(one.name), word_of_class(one.object_class),
+    static_cast<table *>(context)->row({field_text(one.name), word_of(class_words, one.object_class),
                                         one.subclass != 0 ? cell(one.subclass) : cell(), one.uses,
                                         text_or_nothing(items_text(one)),
                                         text_or_nothing(field_text(one.description))});
@@ -78,7 +67,6 @@ constexpr argument object_arguments[] = {
 };
 
 // --- profiles
-// ------------------------------------------------------------------------------------------------
 
 constexpr request asking_profiles{.type = wire::bhv_profile_type, .subcommand = wire::bhv_profile_operation};
 
@@ -134,7 +122,7 @@ int print_rules(const void *record, void *context)
     std::memcpy(&profile, record, sizeof profile);
     for (std::size_t i = 0; i < std::min<std::size_t>(profile.rules, wire::bhv_most_rules); i++) {
         const wire::bhv_rule &one = profile.rule[i];
-        static_cast<table *>(context)->row({field_text(one.object), word_of_class(one.object_class),
+        static_cast<table *>(context)->row({field_text(one.object), word_of(class_words, one.object_class),
                                             one.subclass != 0 ? cell(one.subclass) : cell(),
                                             one.action == wire::bhv_block ? "block" : "permit",
                                             cell(one.log != 0), one.hits,

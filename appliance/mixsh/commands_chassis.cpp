@@ -1,12 +1,9 @@
 // The chassis: slots, processors, memory, modules, storage.
 //
 // A board is named by its slot here; the library's functions take the node, which is the slot and one.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/chassis.h"
 #include "platform/board.h"
-#include "platform/ipcmsg.h"
 
 #include <libmix/chassisd.h>
 #include <libmix/vchassisd.h>
@@ -19,10 +16,6 @@ namespace
 {
 
 namespace wire = mix::wire;
-
-constexpr argument slot_option = option("slot", kinds::number, "a board of the chassis", slots);
-constexpr argument cpu_option = option("cpu", kinds::number, "a processor of the board", {.high = 63});
-constexpr argument board_arguments[] = {slot_option, cpu_option};
 
 // The board that a command names; without a slot this one.
 struct board_words {
@@ -72,9 +65,6 @@ outcome show_slots(invocation &call)
     }
     return outcome::done;
 }
-
-constexpr argument slot_value = value("SLOT", kinds::number, "a slot of the chassis", slots);
-constexpr argument slot_arguments[] = {slot_value};
 
 outcome show_slot(invocation &call)
 {

@@ -1,7 +1,5 @@
 // DHCP snooping: bindings, and the settings of interfaces and VLANs.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/dhcpsn.h"
 
 #include <libmix/dhcpsn.h>
@@ -20,7 +18,6 @@ constexpr request asking(wire::dhcpsn_opcode opcode)
 }
 
 // --- bindings
-// ------------------------------------------------------------------------------------------------
 
 constexpr choice kind_words[] = {
     {"static", "bindings that were written down", wire::dhcpsn_is_static},
@@ -66,30 +63,27 @@ struct binding_filter {
         if (const auto wanted = call.chosen("kind"))
             kind = static_cast<std::uint16_t>(*wanted + 1);
     }
-    const std::uint8_t *mac_bytes() const { return mac ? mac->data() : nullptr; }
 };
 
 outcome show_bindings(invocation &call)
 {
     const binding_filter by(call);
     table rows(call.out(), binding_columns);
-    get_dhcpsn_items(by.vlan, by.kind, 0, by.address, by.mac_bytes(), print_binding, &rows, call.print(), 1,
+    get_dhcpsn_items(by.vlan, by.kind, 0, by.address, bytes_of(by.mac), print_binding, &rows, call.print(), 1,
                      call.number_or<int>("maximum", 0));
     rows.end();
     if (!call.said().empty())
         return call.fail(asking(wire::dhcpsn_list), "the bindings can't be read");
-    call.out().note(fmt::format("{} {}", rows.rows(), rows.rows() == 1 ? "binding" : "bindings"));
+    note_rows(call, rows, "binding", "bindings");
     return outcome::done;
 }
-constexpr argument show_bindings_arguments[] = {
-    vlan, mac, address, binding_kind,
-    option("maximum", kinds::number, "about how many bindings are wanted", {.low = 1, .high = INT32_MAX})};
+constexpr argument show_bindings_arguments[] = {vlan, mac, address, binding_kind, maximum_option};
 
 outcome show_count(invocation &call)
 {
     const binding_filter by(call);
     const int bindings =
-        get_dhcpsn_items_number(by.vlan, by.kind, 0, by.address, by.mac_bytes(), call.print());
+        get_dhcpsn_items_number(by.vlan, by.kind, 0, by.address, bytes_of(by.mac), call.print());
     if (!call.said().empty())
         return call.fail(asking(wire::dhcpsn_count), "the bindings can't be counted");
     call.out().record({{"Bindings", "bindings", bindings}});
@@ -99,23 +93,14 @@ constexpr argument count_arguments[] = {vlan, mac, address, binding_kind};
 
 outcome clear(invocation &call)
 {
-    std::int64_t cleared = 0;
-    for (;;) { // the daemon clears a bounded number at a time
-        const int now = dhcpsn_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0),
-                                                    call.ipv4("address").value_or(0), 0, call.print());
-        if (now < 0 || !call.said().empty())
-            return call.fail(asking(wire::dhcpsn_clear_dynamic), "the bindings were not cleared");
-        if (now == 0 || call.out().unwanted())
-            break;
-        cleared += now;
-    }
-    call.out().record({{"Cleared", "cleared", cleared}});
-    return outcome::done;
+    return clear_all(call, asking(wire::dhcpsn_clear_dynamic), "the bindings were not cleared", [&] {
+        return dhcpsn_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0),
+                                           call.ipv4("address").value_or(0), 0, call.print());
+    });
 }
 constexpr argument clear_arguments[] = {vlan, address};
 
 // --- settings
-// ------------------------------------------------------------------------------------------------
 
 constexpr change settings{"the DHCP snooping settings"};
 

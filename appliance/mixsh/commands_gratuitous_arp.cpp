@@ -1,7 +1,5 @@
 // The gratuitous-ARP senders: addresses that the system announces on its interfaces.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/gas.h"
 
 #include <libmix/gas.h>
@@ -21,14 +19,6 @@ constexpr choice form_words[] = {
     {"reply", "as a reply that nobody asked for", wire::gas_as_reply},
     {"both", "as a request and a reply", wire::gas_every_form},
 };
-
-std::string_view word_of_form(std::uint8_t option)
-{
-    for (const choice &each : form_words)
-        if (each.value == option)
-            return each.word;
-    return "unknown";
-}
 
 std::string_view word_of_state(std::uint8_t state)
 {
@@ -72,14 +62,14 @@ int print_row(const void *row, void *context, int)
     if (to->address && *to->address != one.address)
         return 0;
     to->rows->row({ipv4_text(one.address), field_text(one.interface), mac_text(one.mac), one.interval,
-                   word_of_form(one.option), word_of_state(one.state), one.sent, one.vrid,
+                   word_of(form_words, one.option), word_of_state(one.state), one.sent, one.vrid,
                    one.error != 0 ? cell(std::strerror(static_cast<int>(one.error))) : cell()});
     return 0;
 }
 
 outcome show(invocation &call)
 {
-    const auto router = call.number_or<std::uint16_t>("vr", 0);
+    const auto router = vr_of(call);
     const auto address = call.ipv4("ADDRESS");
     // The lookup tells whether there is one; what it looks like is in the list.
     if (address)

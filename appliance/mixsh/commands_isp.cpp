@@ -1,8 +1,5 @@
 // The ISP table.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
-#include "appliance/platform/reason.h"
+#include "appliance/mixsh/shared.h"
 #include "sys/isp_wire.h"
 
 #include <libmix/isp.h>
@@ -20,7 +17,7 @@ outcome show_isp(invocation &call)
     const auto isp = call.number_or<std::uint32_t>("ISP", 0);
     const auto address = call.ipv4("ADDRESS").value_or(0);
     const bool belongs = check_ip_isp(address, isp) == 1;
-    if (*mixplatform_last_reason() != '\0') // the function is silent, and a failure counts as no
+    if (failed_silently())
         return call.fail(request{.destination = wire::isp_daemon, .type = wire::isp_type},
                          "the ISP table can't be asked");
     call.out().record({{"Address", "address", ipv4_text(address)},

@@ -1,10 +1,7 @@
 // The MAC address table: listings, counts, static entries, clearing and converting; descriptions of MAC
 // addresses.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/mixsh/times.h"
-#include "appliance/platform/reason.h"
 #include "appliance/wire/mac.h"
 
 #include <libmix/mac.h>
@@ -17,16 +14,19 @@ namespace
 
 namespace wire = mix::wire;
 
-constexpr argument vsys = option("vsys", kinds::number, "virtual system", router_ids);
-
 // --- the table
-// -----------------------------------------------------------------------------------------------
 
-constexpr request asking(wire::mac_opcode opcode)
+request asking(wire::mac_opcode opcode, std::uint32_t slot = 0)
 {
-    return {.destination = 0, .type = wire::mac_type, .subcommand = opcode};
+    return {.destination = mktipcid(slot, 0, 0), .type = wire::mac_type, .subcommand = opcode};
 }
 constexpr change static_entries{"the static MAC entries"};
+
+// Here a slot's number is its board's node.
+std::uint32_t slot_of(const invocation &call)
+{
+    return call.number_or<std::uint32_t>("slot", 0);
+}
 
 constexpr limits names{.longest = 31};
 constexpr argument vlan = option("vlan", kinds::number, "entries of this VLAN", vlan_ids);
@@ -80,14 +80,13 @@ outcome show(invocation &call)
 {
     mac_listing to{{call.out(), mac_columns}, call.text("interface"), call.text("port")};
     const auto mac = call.mac("mac");
-    get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, mac ? mac->data() : nullptr, print_entry,
-                  &to, call.print(), 1, call.number_or<int>("maximum", 0),
-                  static_cast<std::uint8_t>(call.chosen("kind").value_or(0)),
-                  call.number_or<std::uint32_t>("slot", 0), 0);
+    get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, bytes_of(mac), print_entry, &to,
+                  call.print(), 1, call.number_or<int>("maximum", 0),
+                  static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), slot_of(call), 0);
     to.rows.end();
     if (!call.said().empty())
-        return call.fail(asking(wire::mac_list), "the MAC table can't be read");
-    call.out().note(fmt::format("{} {}", to.rows.rows(), to.rows.rows() == 1 ? "entry" : "entries"));
+        return call.fail(asking(wire::mac_list, slot_of(call)), "the MAC table can't be read");
+    note_rows(call, to.rows, "entry", "entries");
     return outcome::done;
 }
 constexpr argument show_arguments[] = {
@@ -96,7 +95,7 @@ constexpr argument show_arguments[] = {
     option("interface", kinds::interface_name, "entries of this bridge"),
     option("port", kinds::interface_name, "entries of this port"),
     option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}),
-    option("maximum", kinds::number, "about how many entries are wanted", {.low = 1, .high = INT32_MAX}),
+    maximum_option,
     slot,
 };
 
@@ -104,10 +103,9 @@ outcome show_count(invocation &call)
 {
     const int entries =
         get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, nullptr, nullptr, nullptr, call.print(),
-                      1, 0, static_cast<std::uint8_t>(call.chosen("kind").value_or(0)),
-                      call.number_or<std::uint32_t>("slot", 0), 0);
+                      1, 0, static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), slot_of(call), 0);
     if (!call.said().empty())
-        return call.fail(asking(wire::mac_list), "the MAC entries can't be counted");
+        return call.fail(asking(wire::mac_list, slot_of(call)), "the MAC entries can't be counted");
     call.out().record({{"Entries", "entries", entries}});
     return outcome::done;
 }
@@ -117,9 +115,8 @@ constexpr argument count_arguments[] = {
 outcome show_summary(invocation &call)
 {
     std::uint8_t raw[sizeof(wire::mac_summary_reply)];
-    if (mac_generic_data_get(raw, call.print(), call.number_or<std::uint32_t>("slot", 0), 0) < 0 ||
-        !call.said().empty())
-        return call.fail(asking(wire::mac_summary), "the MAC summary can't be read");
+    if (mac_generic_data_get(raw, call.print(), slot_of(call), 0) < 0 || !call.said().empty())
+        return call.fail(asking(wire::mac_summary, slot_of(call)), "the MAC summary can't be read");
     wire::mac_summary_reply sum;
     std::memcpy(&sum, raw, sizeof sum);
     call.out().record({{"Entries", "entries", std::uint32_t{sum.total}},
@@ -140,7 +137,7 @@ outcome show_bound(invocation &call)
     for (std::uint16_t id = first; id <= last; ++id)
         vlans[id / 8] = static_cast<std::uint8_t>(vlans[id / 8] | 1u << id % 8);
     const bool bound = is_if_bound_with_l2_mac_vlan_bitmap(0, vlans) != 0;
-    if (*mixplatform_last_reason() != '\0') // the function is silent, and a failure counts as no
+    if (failed_silently())
         return call.fail(asking(wire::mac_bound), "the VLANs can't be looked into");
     call.out().record({{"Static entries there", "bound", bound}});
     return outcome::done;
@@ -153,7 +150,7 @@ outcome show_interface_bound(invocation &call)
 {
     const bool bound = is_if_bound_with_l2_mac(call.number_or<std::uint32_t>("INDEX", 0),
                                                call.number_or<std::uint32_t>("port", 0)) != 0;
-    if (*mixplatform_last_reason() != '\0') // silent as well
+    if (failed_silently())
         return call.fail(asking(wire::mac_list), "the interface can't be looked into");
     call.out().record({{"Static entries there", "bound", bound}});
     return outcome::done;
@@ -184,7 +181,7 @@ outcome remove(invocation &call)
     const auto mac = call.mac("MAC");
     if (mac_remove_static_items(call.text("interface"), call.text("port"), mac->data(),
                                 call.number_or<std::uint16_t>("vlan", 0), call.print(), 0, call.language(), 0,
-                                call.number_or<std::uint16_t>("vsys", 0)) != 0)
+                                vsys_of(call)) != 0)
         return call.fail(static_entries, "the static MAC entry was not deleted");
     return outcome::done;
 }
@@ -193,34 +190,26 @@ constexpr argument remove_arguments[] = {
     option("port", kinds::interface_name, "of this port only", names),
     option("interface", kinds::interface_name, "of this bridge only", names),
     option("vlan", kinds::number, "of this VLAN only", vlan_ids),
-    vsys,
+    vsys_option,
 };
 
 outcome remove_all(invocation &call)
 {
     if (mac_remove_static_items(nullptr, nullptr, nullptr, 0, call.print(), 1, call.language(), 0,
-                                call.number_or<std::uint16_t>("vsys", 0)) != 0)
+                                vsys_of(call)) != 0)
         return call.fail(static_entries, "the static MAC entries were not deleted");
     return outcome::done;
 }
-constexpr argument remove_all_arguments[] = {vsys};
+constexpr argument remove_all_arguments[] = {vsys_option};
 
 outcome clear(invocation &call)
 {
     const auto mac = call.mac("mac");
-    std::int64_t cleared = 0;
-    for (;;) { // the daemon clears a bounded number at a time
-        const int now =
-            mac_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0), 0, mac ? mac->data() : nullptr,
-                                     call.print(), call.number_or<std::uint32_t>("slot", 0), 0);
-        if (!call.said().empty())
-            return call.fail(asking(wire::mac_clear_dynamic), "the MAC table was not cleared");
-        if (now <= 0 || call.out().unwanted())
-            break;
-        cleared += now;
-    }
-    call.out().record({{"Cleared", "cleared", cleared}});
-    return outcome::done;
+    return clear_all(call, asking(wire::mac_clear_dynamic, slot_of(call)), "the MAC table was not cleared",
+                     [&] {
+                         return mac_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0), 0,
+                                                         bytes_of(mac), call.print(), slot_of(call), 0);
+                     });
 }
 constexpr argument clear_arguments[] = {vlan, option("mac", kinds::mac, "this address only"), slot};
 
@@ -235,7 +224,6 @@ outcome convert(invocation &call)
 constexpr argument convert_arguments[] = {vlan};
 
 // --- descriptions
-// --------------------------------------------------------------------------------------------
 
 constexpr request asking_descriptions{.type = wire::mac_desc_type, .subcommand = wire::mac_desc_list};
 constexpr change descriptions{"the MAC descriptions"};
@@ -260,15 +248,14 @@ outcome show_descriptions(invocation &call)
 {
     const auto mac = call.mac("MAC");
     table rows(call.out(), description_columns);
-    get_mac_desc_items(mac ? mac->data() : nullptr, print_description, &rows, call.print(), 0, 0,
-                       call.number_or<std::uint16_t>("vsys", 0));
+    get_mac_desc_items(bytes_of(mac), print_description, &rows, call.print(), 0, 0, vsys_of(call));
     rows.end();
     if (!call.said().empty())
         return call.fail(asking_descriptions, "the MAC descriptions can't be read");
     return outcome::done;
 }
 constexpr argument show_descriptions_arguments[] = {
-    optional_value("MAC", kinds::mac, "description of this address only"), vsys};
+    optional_value("MAC", kinds::mac, "description of this address only"), vsys_option};
 
 outcome add_description(invocation &call)
 {
@@ -286,22 +273,20 @@ constexpr argument add_description_arguments[] = {
 outcome remove_description(invocation &call)
 {
     const auto mac = call.mac("MAC");
-    if (mac_description_remove(mac->data(), call.print(), 0, call.language(),
-                               call.number_or<std::uint16_t>("vsys", 0)) != 0)
+    if (mac_description_remove(mac->data(), call.print(), 0, call.language(), vsys_of(call)) != 0)
         return call.fail(descriptions, "the description was not deleted");
     return outcome::done;
 }
 constexpr argument remove_description_arguments[] = {
-    value("MAC", kinds::mac, "address whose description goes"), vsys};
+    value("MAC", kinds::mac, "address whose description goes"), vsys_option};
 
 outcome remove_descriptions(invocation &call)
 {
-    if (mac_description_remove(nullptr, call.print(), 1, call.language(),
-                               call.number_or<std::uint16_t>("vsys", 0)) != 0)
+    if (mac_description_remove(nullptr, call.print(), 1, call.language(), vsys_of(call)) != 0)
         return call.fail(descriptions, "the descriptions were not deleted");
     return outcome::done;
 }
-constexpr argument remove_descriptions_arguments[] = {vsys};
+constexpr argument remove_descriptions_arguments[] = {vsys_option};
 
 constexpr command commands[] = {
     {"show mac", "the MAC address table", show, show_arguments},

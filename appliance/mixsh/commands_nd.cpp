@@ -1,7 +1,5 @@
 // IPv6 neighbours: listings, the summary, clearing, converting dynamic ones to static ones.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/nd.h"
 
 #include <libmix/nd.h>
@@ -14,9 +12,9 @@ namespace
 
 namespace wire = mix::wire;
 
-constexpr request asking(wire::nd_subcommand subcommand)
+request asking(wire::nd_subcommand subcommand, std::uint32_t node = 0)
 {
-    return {.destination = 0, .type = wire::nd_type, .subcommand = subcommand};
+    return {.destination = mktipcid(node, 0, 0), .type = wire::nd_type, .subcommand = subcommand};
 }
 
 constexpr choice state_words[] = {
@@ -34,12 +32,7 @@ constexpr choice kind_words[] = {
     {"static", "configured, or put into the kernel by somebody else", wire::nd_option_static},
 };
 
-constexpr argument vr = option("vr", kinds::number, "virtual router, 0 for all", router_ids);
-constexpr argument vsys = option("vsys", kinds::number, "virtual system", router_ids);
 constexpr argument address = option("address", kinds::ipv6, "this address only");
-constexpr argument node = option("node", kinds::number, "board to ask, 0 for this one", slots);
-constexpr argument maximum =
-    option("maximum", kinds::number, "about how many neighbours are wanted", {.low = 1, .high = INT32_MAX});
 
 constexpr column nd_columns[] = {
     {.title = "Address", .key = "address", .at_least = 25},
@@ -55,11 +48,7 @@ constexpr column nd_columns[] = {
 
 std::string_view state_of(std::uint8_t flags)
 {
-    const int state = flags >> wire::nd_state_shift & wire::nd_state_mask;
-    for (const choice &each : state_words)
-        if (each.value == state)
-            return each.word;
-    return "unknown";
+    return word_of(state_words, flags >> wire::nd_state_shift & wire::nd_state_mask);
 }
 
 std::string_view kind_of(std::uint8_t flags)
@@ -92,30 +81,19 @@ int print_row(const void *row, void *context, int)
     return more ? 0 : -1;
 }
 
-outcome end_of_listing(invocation &call, nd_listing &to, wire::nd_subcommand subcommand)
-{
-    to.rows.end();
-    if (!call.said().empty())
-        return call.fail(asking(subcommand), "the neighbours can't be read");
-    call.out().note(fmt::format("{} {}", to.rows.rows(), to.rows.rows() == 1 ? "neighbour" : "neighbours"));
-    return outcome::done;
-}
-
-const std::uint8_t *bytes_of(const std::optional<std::array<std::uint8_t, 16>> &one)
-{
-    return one ? one->data() : nullptr;
-}
-
 using detail_function = decltype(get_nd_items_detail);
 
 outcome list(invocation &call, detail_function &function, wire::nd_subcommand subcommand, bool convert)
 {
     nd_listing to{{call.out(), nd_columns}, convert};
     const auto wanted = call.ipv6("address");
-    function(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0), 0,
-             bytes_of(wanted), print_row, &to, call.print(), 1, call.number_or<std::int32_t>("maximum", 0),
-             call.number_or<std::uint32_t>("node", 0), 0);
-    return end_of_listing(call, to, subcommand);
+    function(vsys_of(call), vr_of(call), 0, bytes_of(wanted), print_row, &to, call.print(), 1,
+             call.number_or<std::int32_t>("maximum", 0), node_of(call), 0);
+    to.rows.end();
+    if (!call.said().empty())
+        return call.fail(asking(subcommand, node_of(call)), "the neighbours can't be read");
+    note_rows(call, to.rows, "neighbour", "neighbours");
+    return outcome::done;
 }
 
 outcome show(invocation &call)
@@ -130,7 +108,7 @@ outcome convert(invocation &call)
 {
     return list(call, get_nd_items_detail, wire::nd_list, true);
 }
-constexpr argument list_arguments[] = {vr, vsys, address, node, maximum};
+constexpr argument list_arguments[] = {vr_option, vsys_option, address, node_option, maximum_option};
 
 outcome show_filtered(invocation &call)
 {
@@ -144,8 +122,7 @@ outcome show_filtered(invocation &call)
         option_byte = static_cast<std::int8_t>(-*state - 1);
     std::uint32_t total = 0;
     get_nd_items_ex2_vr(print_row, &to, call.print(), 1, call.number_or<std::uint32_t>("maximum", 0),
-                        wanted.data(), mac ? mac->data() : nullptr, 0, option_byte,
-                        call.number_or<std::uint16_t>("vr", 0), &total);
+                        wanted.data(), bytes_of(mac), 0, option_byte, vr_of(call), &total);
     to.rows.end();
     if (!call.said().empty())
         return call.fail(asking(wire::nd_filtered_list), "the neighbours can't be read");
@@ -153,61 +130,53 @@ outcome show_filtered(invocation &call)
     return outcome::done;
 }
 constexpr argument filtered_arguments[] = {
-    vr,
+    vr_option,
     address,
     option("mac", kinds::mac, "this MAC address only"),
     option("kind", kinds::one_of, "neighbours of this kind", {.choices = kind_words}),
     option("state", kinds::one_of, "neighbours in this state", {.choices = state_words}),
-    maximum,
+    maximum_option,
 };
 
 outcome show_count(invocation &call)
 {
     const auto wanted = call.ipv6("address");
-    const std::uint32_t neighbours = get_nd_items_detail(
-        call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0), 0, bytes_of(wanted),
-        nullptr, nullptr, call.print(), 1, 0, call.number_or<std::uint32_t>("node", 0), 0);
+    const std::uint32_t neighbours =
+        get_nd_items_detail(vsys_of(call), vr_of(call), 0, bytes_of(wanted), nullptr, nullptr, call.print(),
+                            1, 0, node_of(call), 0);
     if (!call.said().empty())
-        return call.fail(asking(wire::nd_list), "the neighbours can't be counted");
+        return call.fail(asking(wire::nd_list, node_of(call)), "the neighbours can't be counted");
     call.out().record({{"Neighbours", "neighbours", neighbours}});
     return outcome::done;
 }
-constexpr argument count_arguments[] = {vr, vsys, address, node};
+constexpr argument count_arguments[] = {vr_option, vsys_option, address, node_option};
 
 outcome show_summary(invocation &call)
 {
     wire::nd_summary_reply sum;
-    if (nd_generic_data_get(call.number_or<std::uint16_t>("vsys", 0), call.number_or<std::uint16_t>("vr", 0),
-                            &sum, call.print(), call.number_or<std::uint32_t>("node", 0), 0) < 0)
-        return call.fail(asking(wire::nd_summary), "the summary of neighbours can't be read");
+    if (nd_generic_data_get(vsys_of(call), vr_of(call), &sum, call.print(), node_of(call), 0) < 0)
+        return call.fail(asking(wire::nd_summary, node_of(call)), "the summary of neighbours can't be read");
     call.out().record({{"Neighbours", "neighbours", std::uint32_t{sum.total}},
                        {"Static", "static", std::uint32_t{sum.static_entries}},
                        {"Dynamic", "dynamic", std::uint32_t{sum.dynamic_entries}},
                        {"Unresolved", "unresolved", std::uint32_t{sum.unresolved}}});
     return outcome::done;
 }
-constexpr argument summary_arguments[] = {vr, vsys, node};
+constexpr argument summary_arguments[] = {vr_option, vsys_option, node_option};
 
 outcome clear(invocation &call)
 {
     const auto wanted = call.ipv6("address");
     const std::uint8_t which = call.has("unresolved") ? wire::nd_clear_unresolved : wire::nd_clear_all;
-    std::int64_t cleared = 0;
-    for (;;) { // the daemon clears a bounded number at a time
-        const int now = nd_remove_dynamic_items_detail(
-            call.number_or<std::uint16_t>("vr", 0), 0, call.number_or<std::uint16_t>("vsys", 0),
-            bytes_of(wanted), call.print(), call.number_or<std::uint32_t>("node", 0), which, 0);
-        if (now < 0)
-            return call.fail(asking(wire::nd_clear_dynamic), "the neighbours were not cleared");
-        if (now == 0 || call.out().unwanted())
-            break;
-        cleared += now;
-    }
-    call.out().record({{"Cleared", "cleared", cleared}});
-    return outcome::done;
+    return clear_all(
+        call, asking(wire::nd_clear_dynamic, node_of(call)), "the neighbours were not cleared", [&] {
+            return nd_remove_dynamic_items_detail(vr_of(call), 0, vsys_of(call), bytes_of(wanted),
+                                                  call.print(), node_of(call), which, 0);
+        });
 }
-constexpr argument clear_arguments[] = {vr, vsys, address,
-                                        flag("unresolved", "only neighbours without a MAC address"), node};
+constexpr argument clear_arguments[] = {vr_option, vsys_option, address,
+                                        flag("unresolved", "only neighbours without a MAC address"),
+                                        node_option};
 
 constexpr command commands[] = {
     {"show nd", "the IPv6 neighbours", show, list_arguments},

@@ -1,9 +1,6 @@
 // Port drivers, data-plane counters and direct uplink.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/ports.h"
-#include "platform/ipcmsg.h"
 
 #include <libmix/drv.h>
 #include <memory>
@@ -16,8 +13,6 @@ namespace
 
 namespace wire = mix::wire;
 
-constexpr argument slot_option = option("slot", kinds::number, "a board of the chassis", slots);
-constexpr argument cpu_option = option("cpu", kinds::number, "a processor of the board", {.high = 63});
 constexpr argument port_value = value("PORT", kinds::number, "a port, counted from 0", {.high = 65535});
 
 request asking(wire::drv_code code)
@@ -358,20 +353,12 @@ outcome show_control(invocation &call)
     return outcome::done;
 }
 
-const wire::port_control *find_control(std::uint32_t command)
-{
-    for (const wire::port_control &each : wire::port_controls)
-        if (each.command == command)
-            return &each;
-    return nullptr;
-}
-
 outcome set_control(invocation &call)
 {
     std::uint32_t data[wire::most_control_words] = {};
     const auto given = call.texts("VALUES");
     const auto command = call.number_or<std::uint32_t>("COMMAND", 0);
-    const wire::port_control *what = find_control(command);
+    const wire::port_control *what = wire::find_control(command);
     if (given.size() > (what != nullptr ? what->words : std::size(data)))
         return call.misused("the request takes fewer values");
     for (std::size_t i = 0; i < given.size(); i++)

@@ -1,7 +1,5 @@
 // Spoofing protection: what it has dropped, and its inspection settings.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/mixsh/times.h"
 #include "appliance/wire/spoofing.h"
 
@@ -15,10 +13,7 @@ namespace
 
 namespace wire = mix::wire;
 
-constexpr argument vsys = option("vsys", kinds::number, "virtual system", router_ids);
-
 // --- statistics
-// ----------------------------------------------------------------------------------------------
 
 constexpr column arp_columns[] = {
     {.title = "MAC address", .key = "mac", .at_least = 17},
@@ -46,16 +41,15 @@ int print_arp(const void *row, void *context, int)
 outcome show_arp(invocation &call)
 {
     table rows(call.out(), arp_columns);
-    get_aspf_stats_items(call.number_or<std::uint16_t>("vsys", 0), 0,
-                         call.number_or<std::uint32_t>("maximum", 0), print_arp, &rows, call.print());
+    get_aspf_stats_items(vsys_of(call), 0, call.number_or<std::uint32_t>("maximum", 0), print_arp, &rows,
+                         call.print());
     rows.end();
     if (!call.said().empty())
         return call.fail(request{.type = wire::aspf_type, .subcommand = wire::aspf_list},
                          "the statistics can't be read");
     return outcome::done;
 }
-constexpr argument show_arp_arguments[] = {
-    vsys, option("maximum", kinds::number, "how many rows are wanted", {.low = 1, .high = INT32_MAX})};
+constexpr argument show_arp_arguments[] = {vsys_option, maximum_option};
 
 constexpr column nd_columns[] = {
     {.title = "Address", .key = "address", .at_least = 20},
@@ -82,8 +76,8 @@ int print_nd(const void *row, void *context, int)
 outcome show_nd(invocation &call)
 {
     table rows(call.out(), nd_columns);
-    get_ndspf_stats_items(call.number_or<std::uint16_t>("vsys", 0),
-                          call.number_or<std::uint32_t>("at-least", 0), print_nd, &rows, call.print());
+    get_ndspf_stats_items(vsys_of(call), call.number_or<std::uint32_t>("at-least", 0), print_nd, &rows,
+                          call.print());
     rows.end();
     if (!call.said().empty())
         return call.fail(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_list},
@@ -91,15 +85,14 @@ outcome show_nd(invocation &call)
     return outcome::done;
 }
 constexpr argument show_nd_arguments[] = {
-    vsys, option("at-least", kinds::number, "addresses with at least so many dropped packets")};
+    vsys_option, option("at-least", kinds::number, "addresses with at least so many dropped packets")};
 
 outcome clear_arp(invocation &call)
 {
     const auto mac = call.mac("mac");
     if (!mac && call.has("vlan"))
         return call.misused("a VLAN goes with a MAC address only");
-    aspf_stats_clear(call.number_or<std::uint16_t>("vsys", 0), mac ? mac->data() : nullptr,
-                     call.number_or<std::uint16_t>("vlan", 0), call.print());
+    aspf_stats_clear(vsys_of(call), bytes_of(mac), call.number_or<std::uint16_t>("vlan", 0), call.print());
     if (!call.said().empty())
         return call.fail(
             request{.type = wire::aspf_type, .subcommand = mac ? wire::aspf_clear_one : wire::aspf_clear_all},
@@ -107,21 +100,20 @@ outcome clear_arp(invocation &call)
     return outcome::done;
 }
 constexpr argument clear_arp_arguments[] = {
-    vsys, option("mac", kinds::mac, "of this MAC address only"),
+    vsys_option, option("mac", kinds::mac, "of this MAC address only"),
     option("vlan", kinds::number, "of the MAC address in this VLAN only", vlan_ids)};
 
 outcome clear_nd(invocation &call)
 {
-    ndspf_stats_clear(call.number_or<std::uint16_t>("vsys", 0), call.print());
+    ndspf_stats_clear(vsys_of(call), call.print());
     if (!call.said().empty())
         return call.fail(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_clear_all},
                          "the statistics were not cleared");
     return outcome::done;
 }
-constexpr argument clear_nd_arguments[] = {vsys};
+constexpr argument clear_nd_arguments[] = {vsys_option};
 
 // --- inspection
-// ----------------------------------------------------------------------------------------------
 
 constexpr column setting_columns[] = {
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
@@ -199,7 +191,7 @@ struct setting_selection {
     std::uint8_t mode = wire::inspection_by_vlan;
 
     explicit setting_selection(const invocation &call)
-        : vsysid(call.number_or<std::uint16_t>("vsys", 0)), vlan(call.number_or<std::uint16_t>("vlan", 0))
+        : vsysid(vsys_of(call)), vlan(call.number_or<std::uint16_t>("vlan", 0))
     {
         if (const char *policy = call.text("policy")) {
             name = policy;
@@ -253,7 +245,7 @@ outcome show_nd_settings(invocation &call)
 }
 
 constexpr argument setting_arguments[] = {
-    vsys,
+    vsys_option,
     option("policy", kinds::word, "settings of this policy", {.longest = 31}),
     option("interface", kinds::word, "settings of this interface; for ARP also VlanN and VlanN-M",
            {.longest = 31}),

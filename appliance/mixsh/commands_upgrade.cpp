@@ -1,9 +1,6 @@
 // In-service upgrade.
-#include "appliance/mixsh/addresses.h"
-#include "appliance/mixsh/invocation.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/issu.h"
-#include "platform/ipcmsg.h"
 
 #include <fmt/format.h>
 #include <libmix/issu.h>
@@ -126,10 +123,6 @@ outcome check(invocation &call)
     call.out().record({{"Possible", "possible", result == wire::upgrade_ok}, {"Reason", "reason", text}});
     return outcome::done;
 }
-
-constexpr argument version_arguments[] = {
-    option("slot", kinds::number, "a board of the chassis", slots),
-    option("cpu", kinds::number, "a processor of the board", {.high = 63})};
 
 outcome show_version(invocation &call)
 {
@@ -302,17 +295,13 @@ struct processor_words {
 constexpr argument value_arguments[] = {value("VALUE", kinds::number, "what is told")};
 constexpr argument short_value_arguments[] = {
     value("VALUE", kinds::number, "what is told", words_of_16_bits)};
-constexpr argument processor_arguments[] = {
-    value("SLOT", kinds::number, "a board of the chassis", slots),
-    value("CPU", kinds::number, "a processor of the board", {.high = 63})};
-constexpr argument processor_value_arguments[] = {processor_arguments[0], processor_arguments[1],
-                                                  value_arguments[0]};
+constexpr argument processor_arguments[] = {slot_value, cpu_value};
+constexpr argument processor_value_arguments[] = {slot_value, cpu_value, value_arguments[0]};
 constexpr argument nat_arguments[] = {value("A", kinds::number, "first number", words_of_16_bits),
                                       value("B", kinds::number, "second number", words_of_16_bits),
                                       value("C", kinds::number, "third number", words_of_16_bits),
                                       value("D", kinds::number, "fourth number", words_of_16_bits)};
-constexpr argument session_arguments[] = {processor_arguments[0], processor_arguments[1], nat_arguments[2],
-                                          nat_arguments[3]};
+constexpr argument session_arguments[] = {slot_value, cpu_value, nat_arguments[2], nat_arguments[3]};
 
 outcome send_nat(invocation &call)
 {
@@ -396,7 +385,7 @@ outcome show_notice(invocation &call)
 constexpr command commands[] = {
     {"show upgrade", "how far the upgrade is", show_upgrade},
     {"show upgrade processors", "how far each processor is", show_processors},
-    {"show upgrade version", "the version that runs", show_version, version_arguments},
+    {"show upgrade version", "the version that runs", show_version, board_arguments},
     {"show upgrade image", "the version of the image that is loaded", show_loaded},
     {"show upgrade check", "whether the loaded image can replace what runs", check},
     {"show upgrade lists", "the versions that an image can replace", show_lists, list_arguments},

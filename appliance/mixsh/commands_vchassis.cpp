@@ -1,10 +1,8 @@
 // The virtual chassis.
-#include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/control_client.h"
-#include "appliance/mixsh/kinds.h"
+#include "appliance/mixsh/shared.h"
 #include "appliance/wire/vchassis.h"
 #include "platform/board.h"
-#include "platform/ipcmsg.h"
 
 #include <libmix/vchassisd.h>
 
@@ -41,7 +39,6 @@ constexpr choice operations[] = {{"create", "make a VM", wire::vm_create},
                                  {"stop", "shut it off", wire::vm_stop}};
 constexpr choice types[] = {{"vscm", "system control", 1}, {"vssm", "services", 2}, {"vdsm", "data", 3}};
 constexpr choice flavours[] = {{"2", "two processors", 2}, {"4", "four", 4}, {"8", "eight", 8}};
-constexpr argument slot_value = value("SLOT", kinds::number, "a slot of the chassis", slots);
 
 outcome operate(invocation &call)
 {
@@ -150,7 +147,6 @@ outcome show_mode(invocation &call)
     call.out().record({{"Service mode", "mode", std::uint32_t{mode}}});
     return outcome::done;
 }
-constexpr argument host_arguments[] = {slot_value};
 
 // --- metadata
 
@@ -369,7 +365,7 @@ constexpr command commands[] = {
     {"set vchassis cloud", "tell the manager its cloud platform", set_cloud, cloud_arguments},
     {"show vchassis names", "the names of the manager's numbers", show_names},
     {"show vchassis tenant", "the addresses of a tenant's VM", show_tenant, tenant_arguments},
-    {"show vchassis host", "the processors of a slot's host", show_host, host_arguments},
+    {"show vchassis host", "the processors of a slot's host", show_host, slot_arguments},
     {"show vchassis mode", "the service mode", show_mode},
     {"show vchassis metadata", "a value of the metadata", show_metadata, show_metadata_arguments},
     {"set vchassis metadata", "store a value", set_metadata, set_metadata_arguments},

@@ -129,6 +129,13 @@ inline constexpr port_control port_controls[] = {
     {control_speed, "speed", 3, 0, 1000000, 0},    {control_vlan, "vlan", 3, 0, 4094, 0},
     {control_storm, "storm", 3, 0, 0xffffffff, 0}, {control_mirror, "mirror", 3, 0, 65535, 0},
 };
+constexpr const port_control *find_control(uint32_t command)
+{
+    for (const port_control &each : port_controls)
+        if (each.command == command)
+            return &each;
+    return nullptr;
+}
 
 /* The interface control that has an answer: reads a word of the interface's setting. Its data are the word's
  * place, then its value. */
