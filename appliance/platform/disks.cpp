@@ -1,7 +1,8 @@
 /*
  * Disk figures: all of it, what is used and what is free, in KiB (1024 bytes). By path they are the file
  * system's; free is what a user without privileges can still fill. By device they are the device's whole size
- * and what the file systems mounted from it (or from its partitions) use.
+ * and what the file systems mounted from it (or from its partitions) use. libmix asks for the disks of real
+ * hardware; where there is no sda, vda is meant: the same disk of a virtual machine.
  */
 #include <dirent.h>
 #include <sys/statvfs.h>
@@ -125,7 +126,9 @@ std::optional<figures> of_device(std::string_view device)
     const std::string name(device);
     if (name.empty() || name.find('/') != std::string::npos || name.front() == '.')
         return std::nullopt;
-    const auto directory = directory_of(name);
+    auto directory = directory_of(name);
+    if (!directory && name.starts_with("sd"))
+        directory = directory_of("vd" + name.substr(2));
     if (!directory)
         return std::nullopt;
     const std::string size = first_line(*directory + "/size");

@@ -272,8 +272,11 @@ TEST(disks, by_device_are_what_the_kernel_tells_of_disk_and_partition)
         std::ofstream("/sys/block/sdz/dev") << "8:240\n";
         std::ofstream("/sys/block/sdz/sdz1/size") << "1000\n";
         std::ofstream("/sys/block/sdz/sdz1/dev") << "8:241\n";
+        std::filesystem::create_directories("/sys/block/vdy");
+        std::ofstream("/sys/block/vdy/size") << "4096\n";
+        std::ofstream("/sys/block/vdy/dev") << "8:242\n";
         uint64_t total = 0, used = 9, free = 0;
-        for (const char *name : {"/dev/sdz", "sdz1"}) {
+        for (const char *name : {"/dev/sdz", "sdz1", "/dev/sdy"}) {
             const int result = tq_get_disk_info_by_devname(name, 3, &total, &used, &free);
             printf("%d %llu %llu %llu;", result, static_cast<unsigned long long>(total),
                    static_cast<unsigned long long>(used), static_cast<unsigned long long>(free));
@@ -281,7 +284,7 @@ TEST(disks, by_device_are_what_the_kernel_tells_of_disk_and_partition)
     });
     if (got == "skip")
         GTEST_SKIP() << "no mount namespace allowed here";
-    EXPECT_EQ(got, "0 1024 0 1024;0 500 0 500;");
+    EXPECT_EQ(got, "0 1024 0 1024;0 500 0 500;0 2048 0 2048;");
 }
 
 TEST(shared_memory, is_made_once_and_shared_afterwards)
