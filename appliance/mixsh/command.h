@@ -39,8 +39,8 @@ struct candidate {
 
 // A kind of argument. Families may define kinds of their own beside those of kinds.h.
 struct kind {
-    std::string_view placeholder; // "A.B.C.D"; empty: made from the argument's limits
-    std::string_view describes;   // "an IPv4 address"; follows "expected"
+    std::string_view form; // of a value, "A.B.C.D"; empty: it has none, its argument's name stands for it
+    std::string_view describes; // "an IPv4 address"; follows "expected"
     rating (*rate)(const argument &self, const std::string &word);
     // Words to offer for a beginning; nullptr: nothing to offer. May look at the system, must be quick, and
     // may offer too much: what does not begin like the word is dropped.
@@ -55,6 +55,9 @@ struct choice {
 };
 
 // --- arguments ---------------------------------------------------------------------------------------------
+
+// The form of a kind whose values are limited by numbers: "<1-65535>", by each argument's own.
+inline constexpr std::string_view form_of_limits = "<>";
 
 struct limits {
     std::uint64_t low = 0; // kind number

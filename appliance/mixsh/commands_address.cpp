@@ -22,7 +22,7 @@ namespace mixsh
 namespace
 {
 
-// --- show address WORD
+// --- show address TEXT
 
 using fields = std::vector<field>;
 
@@ -181,7 +181,7 @@ void add_mac(fields &to, const std::string &word)
 
 outcome show_address(invocation &call)
 {
-    const char *word = call.text("WORD");
+    const char *word = call.text("TEXT");
     fields all;
     init_lan_addr();
     add_ratings(all, word);
@@ -256,7 +256,7 @@ outcome show_networks(invocation &call)
 }
 
 constexpr argument word_argument[] = {
-    value("WORD", kinds::word, "any word: an address, a prefix, a mask, the beginning of one"),
+    value("TEXT", kinds::word, "any word: an address, a prefix, a mask, the beginning of one"),
 };
 
 constexpr command commands[] = {

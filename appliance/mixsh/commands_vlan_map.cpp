@@ -91,7 +91,7 @@ rating rate_list(const argument &, const std::string &word)
     }
 }
 
-constexpr kind vlan_list{"VLANS", "VLAN ids such as 1,10-20, or none", rate_list};
+constexpr kind vlan_list{"", "VLAN ids such as 1,10-20, or none", rate_list};
 
 bitmap bitmap_of(std::string_view list)
 {

@@ -151,13 +151,13 @@ rating rate_by_matcher(int (*match)(const char *), int (*valid)(const char *), c
 namespace kinds
 {
 
-const kind number{"", "a number", rate_number};
-const kind word{"WORD", "a word", rate_text};
-const kind text{"TEXT", "a text, in quotes if it has blanks", rate_text};
+const kind number{form_of_limits, "a number", rate_number};
+const kind word{"", "a word", rate_text};
+const kind text{"", "a text, in quotes if it has blanks", rate_text};
 const kind one_of{"", "one of the words", rate_choice};
-const kind mac{"MAC", "a MAC address such as 00:11:22:33:44:55", rate_mac};
-const kind interface_name{"INTERFACE", "the name of an interface", rate_interface, suggest_interfaces};
-const kind file{"FILE", "a path", rate_text, suggest_files};
+const kind mac{"", "a MAC address such as 00:11:22:33:44:55", rate_mac};
+const kind interface_name{"", "the name of an interface", rate_interface, suggest_interfaces};
+const kind file{"", "a path", rate_text, suggest_files};
 
 } // namespace kinds
 

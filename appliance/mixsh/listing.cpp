@@ -12,9 +12,8 @@ namespace
 
 std::string written(const argument &of)
 {
-    if (!of.is)
-        return std::string(of.name);
-    return of.keyword ? fmt::format("{} {}", of.name, placeholder(of)) : placeholder(of);
+    const std::string form = of.is ? form_of(of) : std::string(of.name);
+    return form == of.name ? form : fmt::format("{} {}", of.name, form);
 }
 
 } // namespace

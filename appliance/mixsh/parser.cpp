@@ -1,8 +1,10 @@
 #include "appliance/mixsh/parser.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fmt/format.h>
-#include <map>
+#include <fmt/ranges.h>
+#include <ranges>
 #include <set>
 
 namespace mixsh
@@ -44,6 +46,16 @@ bool repeats(const argument &is)
 bool may_be_left_out(const argument &is)
 {
     return is.needed == presence::optional || is.needed == presence::any;
+}
+
+// An argument in a usage: a keyword and what follows it, or the name of a value at its place.
+std::string written(const argument &is)
+{
+    if (!is.is)
+        return std::string(is.name);
+    if (is.keyword)
+        return fmt::format("{} {}", is.name, form_of(is));
+    return is.within.choices.empty() ? std::string(is.name) : form_of(is);
 }
 
 // A command of the table whose fixed words agree with the line so far.
@@ -143,7 +155,7 @@ std::vector<expected> walk::fixed_words() const
 void walk::expect_value(std::vector<expected> &into, const argument &is) const
 {
     if (is.within.choices.empty()) {
-        into.push_back({expected::what::value, placeholder(is), std::string(is.help), &is, nullptr});
+        into.push_back({expected::what::value, form_of(is), std::string(is.help), &is, nullptr});
         return;
     }
     for (const auto &pick : is.within.choices)
@@ -307,9 +319,7 @@ reading walk::finish(std::size_t end)
     else if (const auto *row = row_here())
         for (const auto &is : row->arguments)
             if (!may_be_left_out(is) && !bound(is)) {
-                why.text =
-                    fmt::format("{} is missing", is.keyword ? fmt::format("{} {}", is.name, placeholder(is))
-                                                            : placeholder(is));
+                why.text = fmt::format("{} is missing", written(is));
                 break;
             }
     return {.runs = false, .which = nullptr, .words = {}, .why = std::move(why)};
@@ -399,32 +409,24 @@ completion complete(std::span<const family> families, std::string_view line)
     return result;
 }
 
-std::string placeholder(const argument &of)
+std::string form_of(const argument &of)
 {
-    if (!of.within.choices.empty()) {
-        std::string all;
-        for (const auto &pick : of.within.choices) {
-            all += all.empty() ? "" : "|";
-            all += pick.word;
-        }
-        return all;
-    }
-    if (!of.is->placeholder.empty())
-        return std::string(of.is->placeholder);
-    return fmt::format("<{}-{}>", of.within.low, of.within.high);
+    if (!of.within.choices.empty())
+        return fmt::format("{}", fmt::join(of.within.choices | std::views::transform(&choice::word), "|"));
+    if (of.is->form == form_of_limits)
+        return fmt::format("<{}-{}>", of.within.low, of.within.high);
+    std::string text(of.is->form.empty() ? of.name : of.is->form);
+    if (of.is->form.empty())
+        std::ranges::transform(text, text.begin(),
+                               [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
 }
 
 std::string usage(const command &which)
 {
     std::string text(which.words);
     for (const auto &is : which.arguments) {
-        std::string one(is.keyword ? is.name : "");
-        if (is.is) {
-            one += is.keyword ? " " : "";
-            one += placeholder(is);
-        }
-        if (repeats(is))
-            one += "...";
+        const auto one = written(is) + (repeats(is) ? "..." : "");
         text += may_be_left_out(is) ? fmt::format(" [{}]", one) : fmt::format(" {}", one);
     }
     return text;

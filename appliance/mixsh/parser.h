@@ -13,7 +13,7 @@ namespace mixsh
 // Something that may stand at a place.
 struct expected {
     enum class what { word, value } is;
-    std::string text; // the word itself, or the value's placeholder
+    std::string text; // the word itself, or the value's form
     std::string help;
     const argument *of = nullptr;  // the argument it begins or is; nullptr for a fixed word
     const choice *picks = nullptr; // one of an argument's choices
@@ -63,9 +63,11 @@ struct completion {
 };
 completion complete(std::span<const family> families, std::string_view line);
 
-// "set fragment [limit <1-65535>] [seconds <1-65535>]"
+// "set fragment [limit <1-65535>] [seconds <1-65535>]", "show slot SLOT"
 std::string usage(const command &which);
-std::string placeholder(const argument &of);
+// What an argument's value looks like: "<1-65535>", "on|off", "A.B.C.D"; its name in capitals if anything may
+// stand there.
+std::string form_of(const argument &of);
 
 // Mistakes in the tables themselves: one text for each. For the tests.
 std::vector<std::string> check_tables(std::span<const family> families);

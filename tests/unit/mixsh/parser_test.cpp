@@ -62,10 +62,10 @@ INSTANTIATE_TEST_SUITE_P(
     that_is_incomplete, a_line,
     testing::Values(example{"show", "incomplete at 5: the command is not complete"},
                     example{"show ", "incomplete at 5: the command is not complete"},
-                    example{"show port", "incomplete at 10: <1-52> is missing"},
+                    example{"show port", "incomplete at 10: PORT is missing"},
                     example{"show port 3 vlan", "incomplete at 17: vlan needs a value"},
                     example{"add name bob", "incomplete at 13: colour red|green|grey is missing"},
-                    example{"set colours red", "incomplete at 16: <1-52> is missing"},
+                    example{"set colours red", "incomplete at 16: PORT is missing"},
                     example{"show port 3 colour gr", "incomplete at 21: \"gr\" may mean more than one word"},
                     example{"eat bana", "incomplete at 8: \"bana\" is not complete: expected a fruit"},
                     example{"show 'port", "incomplete at 5: the quote is not closed"},
@@ -167,9 +167,9 @@ TEST(completion, never_offers_what_would_be_wrong)
 
 TEST(usage_text, shows_every_argument)
 {
-    EXPECT_EQ(usage(toy::commands[0]), "show port <1-52> [vlan <1-4094>] [colour red|green|grey] [verbose]");
-    EXPECT_EQ(usage(toy::commands[3]), "add name WORD colour red|green|grey [note TEXT]");
-    EXPECT_EQ(usage(toy::commands[4]), "set colours red|green|grey <1-52>...");
+    EXPECT_EQ(usage(toy::commands[0]), "show port PORT [vlan <1-4094>] [colour red|green|grey] [verbose]");
+    EXPECT_EQ(usage(toy::commands[3]), "add name NAME colour red|green|grey [note NOTE]");
+    EXPECT_EQ(usage(toy::commands[4]), "set colours red|green|grey PORT...");
     EXPECT_EQ(usage(toy::commands[5]), "eat [FRUIT] [bare]");
 }
 

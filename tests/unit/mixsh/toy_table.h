@@ -28,7 +28,7 @@ inline std::vector<candidate> suggest_fruit(const argument &, const std::string 
 {
     return {{"banana", "yellow"}, {"two words", "needs quotes"}};
 }
-inline const kind fruit{"FRUIT", "a fruit", rate_fruit, suggest_fruit};
+inline const kind fruit{"", "a fruit", rate_fruit, suggest_fruit};
 
 inline constexpr choice colours[] = {{"red", "as blood", 1}, {"green", "as grass", 2}, {"grey", "as fog", 3}};
 
