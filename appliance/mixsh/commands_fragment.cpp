@@ -1,6 +1,7 @@
 // IP fragment reassembly settings.
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
+#include "neigh/ipdefrag_wire.h"
 
 #include <libmix/ipdefrag.h>
 
@@ -10,16 +11,15 @@ namespace mixsh
 namespace
 {
 
-constexpr request show_request{.destination = 0, .type = 38, .subcommand = 2};
-
 outcome show(invocation &call)
 {
     std::uint32_t limit = 0;
     std::uint32_t seconds = 0;
     if (get_ipdefrag_para(&limit, &seconds, call.print()) < 0)
-        return call.fail(show_request, "the fragment settings can't be read");
+        return call.fail(request{.type = mix::wire::ipdefrag_type, .subcommand = mix::wire::ipdefrag_show},
+                         "the fragment settings can't be read");
     call.out().record(
-        {{"Fragment count limit", "limit", limit}, {"Reassembly time (s)", "seconds", seconds}});
+        {{"Fragment count limit", "limit", limit}, {"Reassembly time (s)", "reassembly_s", seconds}});
     return outcome::done;
 }
 

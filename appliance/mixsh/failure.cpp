@@ -2,6 +2,8 @@
 // transport knows, what to try.
 #include "appliance/mixsh/invocation.h"
 #include "appliance/platform/reason.h"
+#include "appliance/wire/control.h"
+#include "appliance/wire/gateway.h"
 #include "appliance/wire/message.h"
 
 #include <algorithm>
@@ -27,8 +29,8 @@ constexpr daemon_name daemons[] = {
     {6, "ISP address table"},
     {17, "upgrade and chassis manager"},
     {97, "virtual-chassis manager"},
-    {200, "management gateway"},
-    {201, "control daemon"},
+    {mix::wire::gateway_daemon, "management gateway"},
+    {mix::wire::control_daemon, "control daemon"},
 };
 
 // "main local daemon (daemon 0)", with the board if it is another one.
@@ -60,7 +62,7 @@ std::optional<int> status_behind(std::string_view mark, std::string_view said)
 
 // Adds what the transport knows. A daemon that refused did answer, so only its number is explained: libmix
 // prints it as "..., ret is -22", or prints nothing, and then the transport tells it.
-void explain(failure &into, std::string_view library)
+void explain(failure &into, std::string_view library, std::uint32_t asked)
 {
     if (const auto status = status_behind("ret is ", library)) {
         into.reasons.push_back(
@@ -75,8 +77,10 @@ void explain(failure &into, std::string_view library)
         return;
     }
     into.reasons.push_back(transport);
-    into.advice.emplace_back(
-        "is mixd running, with the same run directory? \"show daemons\" tells who answers");
+    // The control daemon answers "show daemons" itself: if it is silent, all are.
+    into.advice.emplace_back("is mixd running, with the same run directory (MIX_RUN_DIR)?");
+    if (mix::wire::split_address(asked).daemon != mix::wire::control_daemon)
+        into.advice.emplace_back("\"show daemons\" tells who answers");
 }
 
 } // namespace
@@ -89,7 +93,7 @@ outcome invocation::fail(const request &exchange, std::string_view what)
     if (exchange.subcommand)
         where += fmt::format(", sub-command {}", *exchange.subcommand);
     failure_.reasons.push_back(std::move(where));
-    explain(failure_, said());
+    explain(failure_, said(), exchange.destination);
     return outcome::failed;
 }
 
@@ -97,7 +101,7 @@ outcome invocation::fail(const change &exchange, std::string_view what)
 {
     fail(what.empty() ? fmt::format("{} was refused", which_.words) : what);
     failure_.reasons.push_back(fmt::format("asked the management gateway to change {}", exchange.object));
-    explain(failure_, said());
+    explain(failure_, said(), mix::wire::gateway_daemon);
     return outcome::failed;
 }
 
