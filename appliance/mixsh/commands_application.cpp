@@ -199,8 +199,6 @@ constexpr argument attributes[] = {
     option("shadow-it", kinds::one_of, "whether it is shadow IT", on_off),
 };
 
-constexpr argument own_type = option("type", kinds::number, "number to keep with it", {.high = UINT16_MAX});
-
 template <std::size_t Before, std::size_t After>
 constexpr auto joined(const argument (&before)[Before], const argument (&after)[After])
 {
@@ -234,17 +232,15 @@ outcome add(invocation &call)
     const char *name = call.text("NAME");
     if (const std::uint32_t taken = tq_app_name2type(name); is_found(taken, name, tq_app_type2name(0)))
         return call.fail(fmt::format("the name is that of application {}", taken));
-    const int type = app_ext_table_add(name, call.text_or("chinese-name", name), APP_KIND_USER_DEFINED,
-                                       call.number_or<std::uint16_t>("type", 0));
+    const int type = app_ext_table_add(name, call.text_or("chinese-name", name), APP_KIND_USER_DEFINED, 0);
     if (type == 0)
         return call.fail("there is no room for another user-defined application",
                          "delete one; the catalogue has 512 places for them");
-    store(call, type, {}); /* the place may still have what an application before it left there */
+    store(call, type, {}); // the place may still have what an application before it left there
     call.out().record({{"Type", "type", type}});
     return outcome::done;
 }
-constexpr argument add_first[] = {value("NAME", kinds::text, "name of the application", {.longest = 95}),
-                                  own_type};
+constexpr argument add_first[] = {value("NAME", kinds::text, "name of the application", {.longest = 95})};
 constexpr auto add_arguments = joined(add_first, attributes);
 
 // By its name, or by its type where nothing has that name. 0: there is none.

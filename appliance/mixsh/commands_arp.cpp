@@ -56,14 +56,14 @@ constexpr column arp_columns[] = {
     {"Kind", "kind", false, 9},
     {"VR", "virtual_router"},
     {"Vsys", "virtual_system"},
-    {"Age s", "age", false, 6},
+    {"Age s", "age_s", false, 6},
 };
 
 std::vector<cell> cells_of(const wire::arp_row &row)
 {
     return {ipv4_text(row.address),
-            text_or_nothing(mac_text(row.mac)),
-            text_or_nothing(field_text(row.interface)),
+            mac_text(row.mac),
+            field_text(row.interface),
             word_of(state_words, row.state),
             word_of(kind_words, row.kind),
             row.vrid,
@@ -199,7 +199,7 @@ constexpr column joined_columns[] = {
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
     {.title = "State", .key = "state", .at_least = 10},
     {.title = "Kind", .key = "kind", .programs_only = true},
-    {.title = "VR", .key = "virtual_router", .may_be_cut = true, .at_least = 4},
+    {.title = "VR", .key = "virtual_router_name", .may_be_cut = true, .at_least = 4},
     {.title = "Bridge", .key = "bridge", .may_be_cut = true, .at_least = 6},
     {.title = "Port", .key = "port", .may_be_cut = true, .at_least = 6},
     {"VLAN", "vlan"},
@@ -211,11 +211,10 @@ int print_joined(const void *row, void *context, int)
     wire::arp_mac_row one;
     std::memcpy(&one, row, sizeof one);
     const bool more = static_cast<table *>(context)->row(
-        {ipv4_text(one.arp.address), text_or_nothing(mac_text(one.arp.mac)),
-         text_or_nothing(field_text(one.arp.interface)), word_of(state_words, one.arp.state),
-         word_of(kind_words, one.arp.kind), text_or_nothing(field_text(one.vrname)),
-         text_or_nothing(field_text(one.mac_interface)), text_or_nothing(field_text(one.port)),
-         one.vlan != 0 ? cell(one.vlan) : cell(), text_or_nothing(field_text(one.description))});
+        {ipv4_text(one.arp.address), mac_text(one.arp.mac), field_text(one.arp.interface),
+         word_of(state_words, one.arp.state), word_of(kind_words, one.arp.kind), field_text(one.vrname),
+         field_text(one.mac_interface), field_text(one.port), unless_zero(one.vlan),
+         field_text(one.description)});
     return more ? 0 : -1;
 }
 

@@ -30,12 +30,12 @@ constexpr column object_columns[] = {
     {.title = "Description", .key = "description", .may_be_cut = true, .at_least = 11},
 };
 
-std::string items_text(const wire::bhv_obj_row &row)
+std::vector<std::string> items_of(const wire::bhv_obj_row &row)
 {
-    std::string text;
+    std::vector<std::string> items;
     for (std::size_t i = 0; i < std::min<std::size_t>(row.items, wire::bhv_most_items); i++)
-        text += (i == 0 ? "" : ", ") + field_text(row.item[i]);
-    return text;
+        items.push_back(field_text(row.item[i]));
+    return items;
 }
 
 int print_object(const void *record, void *context)
@@ -43,9 +43,8 @@ int print_object(const void *record, void *context)
     wire::bhv_obj_row one;
     std::memcpy(&one, record, sizeof one);
     static_cast<table *>(context)->row({field_text(one.name), word_of(class_words, one.object_class),
-                                        one.subclass != 0 ? cell(one.subclass) : cell(), one.uses,
-                                        text_or_nothing(items_text(one)),
-                                        text_or_nothing(field_text(one.description))});
+                                        unless_zero(one.subclass), one.uses, items_of(one),
+                                        field_text(one.description)});
     return 0;
 }
 
@@ -80,8 +79,7 @@ int print_profile(const void *record, void *context)
 {
     wire::bhv_profile_row one;
     std::memcpy(&one, record, sizeof one);
-    static_cast<table *>(context)->row(
-        {field_text(one.name), one.rules, text_or_nothing(field_text(one.description))});
+    static_cast<table *>(context)->row({field_text(one.name), one.rules, field_text(one.description)});
     return 0;
 }
 
@@ -107,13 +105,13 @@ constexpr column rule_columns[] = {
     {.title = "Mail", .key = "mail", .may_be_cut = true, .at_least = 4},
 };
 
-std::string mail_text(std::uint32_t bits)
+std::vector<std::string> mail_services(std::uint32_t bits)
 {
-    std::string text;
+    std::vector<std::string> names;
     for (std::uint32_t type = 0; type < BHV_MAIL_TYPES; type++)
         if ((bits >> type & 1) != 0)
-            text += (text.empty() ? "" : ", ") + std::string(bhv_mail_type2name(type));
-    return text;
+            names.emplace_back(bhv_mail_type2name(type));
+    return names;
 }
 
 int print_rules(const void *record, void *context)
@@ -123,10 +121,9 @@ int print_rules(const void *record, void *context)
     for (std::size_t i = 0; i < std::min<std::size_t>(profile.rules, wire::bhv_most_rules); i++) {
         const wire::bhv_rule &one = profile.rule[i];
         static_cast<table *>(context)->row({field_text(one.object), word_of(class_words, one.object_class),
-                                            one.subclass != 0 ? cell(one.subclass) : cell(),
+                                            unless_zero(one.subclass),
                                             one.action == wire::bhv_block ? "block" : "permit",
-                                            cell(one.log != 0), one.hits,
-                                            text_or_nothing(mail_text(one.mail))});
+                                            cell(one.log != 0), one.hits, mail_services(one.mail)});
     }
     return 0;
 }

@@ -2,6 +2,7 @@
 //
 // A board is named by its slot here; the library's functions take the node, which is the slot and one.
 #include "appliance/mixsh/shared.h"
+#include "appliance/mixsh/times.h"
 #include "appliance/wire/chassis.h"
 #include "platform/board.h"
 
@@ -41,7 +42,7 @@ constexpr column slot_columns[] = {
     {.title = "Slot", .key = "slot"},           {.title = "Board", .key = "board", .may_be_cut = true},
     {.title = "State", .key = "state"},         {.title = "For s", .key = "in_state_s"},
     {.title = "Card type", .key = "card_type"}, {.title = "Role", .key = "role"},
-    {.title = "CPUs", .key = "cpus"},
+    {.title = "CPUs", .key = "processors"},
 };
 
 outcome show_slots(invocation &call)
@@ -127,9 +128,9 @@ constexpr argument card_arguments[] = {
 void print_cpu(invocation &call, const std::uint32_t (&record)[wire::cpu_fields])
 {
     call.out().record({{"Processors", "processors", record[wire::cpu_count]},
-                       {"Busy (%)", "busy", record[wire::cpu_busy]},
-                       {"User (%)", "user", record[wire::cpu_user]},
-                       {"System (%)", "system", record[wire::cpu_system]},
+                       {"Busy (%)", "busy_percent", record[wire::cpu_busy]},
+                       {"User (%)", "user_percent", record[wire::cpu_user]},
+                       {"System (%)", "system_percent", record[wire::cpu_system]},
                        {"Load", "load", cell(record[wire::cpu_load] / 100.0)}});
 }
 
@@ -206,10 +207,10 @@ outcome show_cpu_average(invocation &call)
     return outcome::done;
 }
 
-constexpr column each_cpu_columns[] = {{.title = "Processor", .key = "processor"},
-                                       {.title = "Busy (%)", .key = "busy"},
-                                       {.title = "User (%)", .key = "user"},
-                                       {.title = "System (%)", .key = "system"}};
+constexpr column each_cpu_columns[] = {{.title = "Processor", .key = "cpu"},
+                                       {.title = "Busy (%)", .key = "busy_percent"},
+                                       {.title = "User (%)", .key = "user_percent"},
+                                       {.title = "System (%)", .key = "system_percent"}};
 
 outcome show_cpu_each(invocation &call)
 {
@@ -228,7 +229,7 @@ outcome show_cpu_each(invocation &call)
 constexpr column process_columns[] = {{.title = "Process", .key = "pid"},
                                       {.title = "Name", .key = "name", .may_be_cut = true},
                                       {.title = "Processor time (s)", .key = "cpu_s"},
-                                      {.title = "Memory (KiB)", .key = "memory"},
+                                      {.title = "Memory (KiB)", .key = "memory_kib"},
                                       {.title = "Threads", .key = "threads"}};
 
 outcome show_cpu_processes(invocation &call)
@@ -310,15 +311,15 @@ outcome show_memory(invocation &call)
         return call.fail(at.asking(wire::chassis_query_type, wire::chassis_slot_mem),
                          "the memory figures can't be read");
     call.out().record(
-        {{"Total (KiB)", "total", figures[wire::mem_total]},
-         {"Used (KiB)", "used", figures[wire::mem_used]},
+        {{"Total (KiB)", "total_kib", figures[wire::mem_total]},
+         {"Used (KiB)", "used_kib", figures[wire::mem_used]},
          {"Used (%)", "used_percent", figures[wire::mem_used_percent]},
-         {"Free (KiB)", "free", figures[wire::mem_free]},
-         {"Available (KiB)", "available", figures[wire::mem_available]},
-         {"Buffers (KiB)", "buffers", figures[wire::mem_buffers]},
-         {"Cached (KiB)", "cached", figures[wire::mem_cached]},
-         {"Swap (KiB)", "swap", figures[wire::mem_swap_total]},
-         {"Swap free (KiB)", "swap_free", figures[wire::mem_swap_free]},
+         {"Free (KiB)", "free_kib", figures[wire::mem_free]},
+         {"Available (KiB)", "available_kib", figures[wire::mem_available]},
+         {"Buffers (KiB)", "buffers_kib", figures[wire::mem_buffers]},
+         {"Cached (KiB)", "cached_kib", figures[wire::mem_cached]},
+         {"Swap (KiB)", "swap_kib", figures[wire::mem_swap_total]},
+         {"Swap free (KiB)", "swap_free_kib", figures[wire::mem_swap_free]},
          {"Used counts caches", "with_caches", figures[wire::mem_mode] == wire::mem_with_caches}});
     return outcome::done;
 }
@@ -344,7 +345,7 @@ outcome show_temperature(invocation &call)
     if (chassisd_get_cpu_temp(slot, call.number_or<std::uint32_t>("cpu", 0), &degrees) != 0)
         return call.fail(request{wire::chassis_manager, wire::chassis_query_type, wire::chassis_cpu_temp},
                          "the temperature can't be read");
-    call.out().record({{"Temperature (C)", "temperature", static_cast<std::int32_t>(degrees)}});
+    call.out().record({{"Temperature (C)", "temperature_c", static_cast<std::int32_t>(degrees)}});
     return outcome::done;
 }
 
@@ -424,9 +425,9 @@ outcome show_fru(invocation &call)
     call.out().record({{"Slot", "slot", std::uint32_t{is.slot}},
                        {"Name", "name", field_text(is.name)},
                        {"Serial number", "serial", field_text(is.serial)},
-                       {"Part number", "part_number", text_or_nothing(field_text(is.part_number))},
-                       {"Revision", "revision", text_or_nothing(field_text(is.revision))},
-                       {"Made (s since 1970)", "made", is.made != 0 ? cell(std::uint32_t{is.made}) : cell()},
+                       {"Part number", "part_number", field_text(is.part_number)},
+                       {"Revision", "revision", field_text(is.revision)},
+                       {"Made", "made", local_time(is.made)},
                        {"Platform", "platform", fmt::format("{:#x}", std::uint32_t{is.platform_id})}});
     return outcome::done;
 }
@@ -460,8 +461,8 @@ constexpr column storage_columns[] = {
     {.title = "Storage", .key = "storage"},
     {.title = "Type", .key = "type"},
     {.title = "Device", .key = "device"},
-    {.title = "Total (KiB)", .key = "total"},
-    {.title = "Free (KiB)", .key = "free"},
+    {.title = "Total (KiB)", .key = "total_kib"},
+    {.title = "Free (KiB)", .key = "free_kib"},
     {.title = "Description", .key = "description", .may_be_cut = true},
 };
 
@@ -471,7 +472,8 @@ void storage_row(table &rows, int which)
     if (libchassisd_get_block_storage_info(&one, which) != 0)
         return;
     rows.row({which == 1 ? "internal" : "external", storage_name(static_cast<int>(one.type)),
-              field_text(one.device), one.first_size, one.second_size, field_text(one.description)});
+              field_text(one.device), unless_zero(one.first_size),
+              one.first_size != 0 ? cell(one.second_size) : cell(), field_text(one.description)});
 }
 
 outcome show_storage(invocation &call)
@@ -495,21 +497,30 @@ outcome show_storage_path(invocation &call)
 }
 constexpr argument path_arguments[] = {value("PATH", kinds::file, "a path on the storage")};
 
+outcome show_size(invocation &call, int result, const std::uint64_t (&figures)[3], const request &exchange)
+{
+    if (result != 0)
+        return call.fail(exchange, "the storage figures can't be read");
+    call.out().record({{"Total (KiB)", "total_kib", figures[wire::storage_total]},
+                       {"Used (KiB)", "used_kib", figures[wire::storage_used]},
+                       {"Free (KiB)", "free_kib", figures[wire::storage_free]}});
+    return outcome::done;
+}
+
 outcome show_flash(invocation &call)
 {
     const board_words at(call);
     std::uint64_t figures[3] = {};
-    const bool disk = call.which().words == "show storage disk";
-    const int result =
-        disk ? chassisd_get_harddisk_info(figures) : chassisd_get_slot_flash_info(at.node, at.cpu, figures);
-    if (result != 0)
-        return call.fail(
-            at.asking(wire::chassis_query_type, disk ? wire::chassis_harddisk : wire::chassis_flash),
-            "the storage figures can't be read");
-    call.out().record({{"Total (KiB)", "total", figures[wire::storage_total]},
-                       {"Used (KiB)", "used", figures[wire::storage_used]},
-                       {"Free (KiB)", "free", figures[wire::storage_free]}});
-    return outcome::done;
+    const int result = chassisd_get_slot_flash_info(at.node, at.cpu, figures);
+    return show_size(call, result, figures, at.asking(wire::chassis_query_type, wire::chassis_flash));
+}
+
+outcome show_disk_size(invocation &call)
+{
+    std::uint64_t figures[3] = {};
+    const int result = chassisd_get_harddisk_info(figures);
+    return show_size(call, result, figures,
+                     {wire::chassis_manager, wire::chassis_query_type, wire::chassis_harddisk});
 }
 
 // A serial number or a model as it comes: blanks and the line's end don't belong to it.
@@ -518,7 +529,7 @@ cell trimmed(const char *text)
     std::string out(text);
     while (!out.empty() && static_cast<unsigned char>(out.back()) <= ' ')
         out.pop_back();
-    return out.empty() ? cell() : cell(std::move(out));
+    return out;
 }
 
 outcome show_disk(invocation &call)
@@ -537,7 +548,7 @@ outcome show_disk(invocation &call)
     call.out().record({{"Device", "device", named ? trimmed(device) : cell()},
                        {"Serial number", "serial", has_serial ? trimmed(serial) : cell()},
                        {"Model", "model", has_model ? trimmed(model) : cell()},
-                       {"File system", "filesystem", named ? trimmed(type) : cell()}});
+                       {"File system", "file_system", named ? trimmed(type) : cell()}});
     return outcome::done;
 }
 constexpr argument disk_arguments[] = {flag("sata", "the SATA disk instead of the system's")};
@@ -584,7 +595,7 @@ constexpr command commands[] = {
     {"show storage", "this board's internal and external storage", show_storage},
     {"show storage path", "the kind of storage that holds a path", show_storage_path, path_arguments},
     {"show storage flash", "the size of a board's flash", show_flash, board_arguments},
-    {"show storage disk", "the size of the hard disk", show_flash, board_arguments},
+    {"show storage disk", "the size of the hard disk", show_disk_size},
     {"show disk", "the identity of the system's disk", show_disk, disk_arguments},
     {"show disk serial", "a disk's serial number", show_serial, serial_arguments},
 };

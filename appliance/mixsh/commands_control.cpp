@@ -93,7 +93,7 @@ outcome show_version(invocation &call)
          {"Describes", "describes", about.flags & wire::about_scenario ? scenario : "this host"},
          {"Writes to the kernel", "applies", (about.flags & wire::about_apply) != 0},
          {"Run directory", "run_directory", control::text(about.run_dir)},
-         {"Store", "store", store.empty() ? cell() : cell(store)},
+         {"Store", "store", store},
          {"Clients", "clients", std::uint32_t{about.clients}},
          {"Addresses", "addresses", std::uint32_t{about.addresses}}});
     return outcome::done;

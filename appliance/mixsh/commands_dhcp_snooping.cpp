@@ -34,7 +34,7 @@ constexpr column binding_columns[] = {
     {"VLAN", "vlan"},
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
     {.title = "Kind", .key = "kind", .at_least = 7},
-    {.title = "Left s", .key = "left", .at_least = 6},
+    {.title = "Left s", .key = "left_s", .at_least = 6},
     {.title = "Host", .key = "host", .may_be_cut = true, .at_least = 8},
 };
 
@@ -43,11 +43,9 @@ int print_binding(const void *row, void *context, int)
     wire::dhcpsn_binding one;
     std::memcpy(&one, row, sizeof one);
     const bool more = static_cast<table *>(context)->row(
-        {ipv4_text(one.address), mac_text(one.mac), one.vlan != 0 ? cell(one.vlan) : cell(),
-         text_or_nothing(field_text(one.interface)),
+        {ipv4_text(one.address), mac_text(one.mac), unless_zero(one.vlan), field_text(one.interface),
          one.kind == wire::dhcpsn_is_static ? "static" : "dynamic",
-         one.left == wire::dhcpsn_for_ever ? cell() : cell(std::uint32_t{one.left}),
-         text_or_nothing(field_text(one.host))});
+         one.left == wire::dhcpsn_for_ever ? cell() : cell(std::uint32_t{one.left}), field_text(one.host)});
     return more ? 0 : 1;
 }
 
@@ -107,8 +105,8 @@ constexpr change settings{"the DHCP snooping settings"};
 constexpr column setting_columns[] = {
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
     {"VLAN", "vlan"},
-    {"Snooping", "enable"},
-    {"Rate limit", "rate_limit"},
+    {"Snooping", "snooping"},
+    {"Rate limit", "rate_limit_per_s"},
     {"Deny request", "deny_request"},
     {"Deny response", "deny_response"},
     {"Validity check", "validity_check"},
@@ -119,9 +117,8 @@ int print_setting(const void *row, void *context, int)
     wire::dhcpsn_setting one;
     std::memcpy(&one, row, sizeof one);
     const bool more = static_cast<table *>(context)->row(
-        {field_text(one.interface), one.vlan != 0 ? cell(one.vlan) : cell(), one.enable != 0,
-         one.rate_limit != 0 ? cell(one.rate_limit) : cell(), one.deny_request != 0, one.deny_response != 0,
-         one.validity != 0});
+        {field_text(one.interface), unless_zero(one.vlan), one.enable != 0, unless_zero(one.rate_limit),
+         one.deny_request != 0, one.deny_response != 0, one.validity != 0});
     return more ? 0 : -1;
 }
 

@@ -63,11 +63,11 @@ outcome show_faults(invocation &call)
             const bool known = which != std::end(faults);
             const bool has_value = known && !which->value.empty();
             const bool every_type = row.type == 0;
-            return rows.row(
-                {std::uint32_t{row.daemon}, every_type ? cell() : cell(std::uint32_t{row.type}),
-                 known ? std::string(which->word) : fmt::format("{}", std::uint32_t{row.kind}),
-                 has_value ? cell(std::int32_t{row.value}) : cell(), has_value ? cell(which->value) : cell(),
-                 row.count == 0 ? cell() : cell(std::uint32_t{row.count}), std::uint32_t{row.hits}});
+            return rows.row({std::uint32_t{row.daemon}, every_type ? cell() : cell(std::uint32_t{row.type}),
+                             known ? std::string(which->word) : fmt::format("{}", std::uint32_t{row.kind}),
+                             has_value ? cell(std::int32_t{row.value}) : cell(),
+                             has_value ? cell(which->value) : cell(), unless_zero(std::uint32_t{row.count}),
+                             std::uint32_t{row.hits}});
         });
     if (!listed)
         return call.fail(control::about(wire::control_list_faults), "the faults can't be listed");

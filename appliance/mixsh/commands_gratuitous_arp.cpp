@@ -40,7 +40,7 @@ constexpr column columns[] = {
     {.title = "Address", .key = "address", .at_least = 15},
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
     {.title = "MAC address", .key = "mac", .at_least = 17},
-    {"Every s", "seconds"},
+    {"Every s", "interval_s"},
     {"Form", "form", false, 7},
     {"State", "state", false, 10},
     {"Sent", "sent", false, 6},

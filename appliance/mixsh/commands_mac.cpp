@@ -43,7 +43,7 @@ constexpr column mac_columns[] = {
     {.title = "Interface", .key = "interface", .may_be_cut = true, .at_least = 9},
     {.title = "Port", .key = "port", .may_be_cut = true, .at_least = 9},
     {.title = "Kind", .key = "kind", .at_least = 7},
-    {.title = "Age s", .key = "age", .at_least = 6},
+    {.title = "Age s", .key = "age_s", .at_least = 6},
 };
 
 std::string_view kind_of(std::uint16_t flags)
@@ -71,8 +71,8 @@ int print_entry(const void *entry, void *context, int)
     const std::string interface = field_text(one.interface), port = field_text(one.second_name);
     if ((to.interface != nullptr && interface != to.interface) || (to.port != nullptr && port != to.port))
         return 0;
-    to.rows.row({mac_text(one.mac), one.vlan != 0 ? cell(one.vlan) : cell(), interface, port,
-                 kind_of(one.flags), std::uint32_t{own.age}});
+    to.rows.row({mac_text(one.mac), unless_zero(one.vlan), interface, port, kind_of(one.flags),
+                 std::uint32_t{own.age}});
     return 0;
 }
 

@@ -43,7 +43,7 @@ constexpr column nd_columns[] = {
     {.title = "Router", .key = "router"},
     {.title = "VR", .key = "virtual_router"},
     {.title = "Vsys", .key = "virtual_system"},
-    {.title = "Age s", .key = "age", .at_least = 6},
+    {.title = "Age s", .key = "age_s", .at_least = 6},
 };
 
 std::string_view state_of(std::uint8_t flags)
@@ -71,9 +71,8 @@ int print_row(const void *row, void *context, int)
     auto &to = *static_cast<nd_listing *>(context);
     wire::nd_row one;
     std::memcpy(&one, row, sizeof one);
-    const std::string mac = mac_text(one.mac);
     const bool more =
-        to.rows.row({ipv6_text(one.address), mac.empty() ? cell() : cell(mac), field_text(one.interface),
+        to.rows.row({ipv6_text(one.address), mac_text(one.mac), field_text(one.interface),
                      state_of(one.flags), kind_of(one.flags), (one.flags & wire::nd_flag_router) != 0,
                      one.vrid, one.vsysid, std::uint32_t{one.age}});
     if (to.convert)

@@ -177,17 +177,16 @@ outcome show_port(invocation &call)
     drv_get_port_drv_info_msg_init(asked.data(), slot_of(call), port, 0);
     const bool known = drv_get_port_drv_info(asked.data(), static_cast<std::uint32_t>(asked.size())) == 0;
     const auto driver = at<wire::port_drv_record>(asked.data(), wire::drv_data);
-    call.out().record(
-        {{"Port", "port", std::uint32_t{port}},
-         {"Name", "name", known ? cell(field_text(driver.name)) : cell()},
-         {"Up", "up", is.up != 0},
-         {"Processor", "cpu", cpu},
-         {"Mbit/s", "mbit", is.mbit_per_second != 0 ? cell(std::uint64_t{is.mbit_per_second}) : cell()},
-         {"MTU", "mtu", std::uint64_t{is.mtu}},
-         {"Received bytes", "received", std::uint64_t{is.received_bytes}},
-         {"Sent bytes", "sent", std::uint64_t{is.sent_bytes}},
-         {"Driver", "driver", known ? cell(field_text(driver.driver)) : cell()},
-         {"On", "bus", known ? cell(field_text(driver.bus)) : cell()}});
+    call.out().record({{"Port", "port", std::uint32_t{port}},
+                       {"Name", "name", known ? cell(field_text(driver.name)) : cell()},
+                       {"Up", "up", is.up != 0},
+                       {"Processor", "cpu", cpu},
+                       {"Mbit/s", "mbit_per_s", unless_zero(std::uint64_t{is.mbit_per_second})},
+                       {"MTU", "mtu_bytes", std::uint64_t{is.mtu}},
+                       {"Received bytes", "received_bytes", std::uint64_t{is.received_bytes}},
+                       {"Sent bytes", "sent_bytes", std::uint64_t{is.sent_bytes}},
+                       {"Driver", "driver", known ? cell(field_text(driver.driver)) : cell()},
+                       {"On", "bus", known ? cell(field_text(driver.bus)) : cell()}});
     return outcome::done;
 }
 constexpr argument port_arguments[] = {port_value, slot_option};
@@ -216,7 +215,7 @@ outcome show_driver(invocation &call)
     call.out().record({{"Port", "port", std::uint32_t{port}},
                        {"Driver", "driver", name},
                        {"Up", "up", is.up != 0},
-                       {"MAC address", "mac", text_or_nothing(mac_text(is.mac))}});
+                       {"MAC address", "mac", mac_text(is.mac)}});
     return outcome::done;
 }
 constexpr argument driver_arguments[] = {port_value};
@@ -271,7 +270,7 @@ outcome measure_serdes(invocation &call)
 {
     message asked = fresh();
     const auto port = call.number_or<std::uint16_t>("PORT", 0);
-    const auto given = call.texts("BYTES");
+    const auto given = call.texts("BYTE");
     std::uint8_t record[wire::drv_serdes_size] = {};
     if (given.size() > std::size(record))
         return call.misused(fmt::format("at most {} bytes", std::size(record)));
@@ -287,7 +286,7 @@ outcome measure_serdes(invocation &call)
     return outcome::done;
 }
 constexpr argument serdes_arguments[] = {
-    port_value, any_values("BYTES", kinds::number, "up to seven bytes for the lanes", {.high = 255}),
+    port_value, any_values("BYTE", kinds::number, "up to seven bytes for the lanes", {.high = 255}),
     slot_option};
 
 // --- counters
@@ -356,7 +355,7 @@ outcome show_control(invocation &call)
 outcome set_control(invocation &call)
 {
     std::uint32_t data[wire::most_control_words] = {};
-    const auto given = call.texts("VALUES");
+    const auto given = call.texts("VALUE");
     const auto command = call.number_or<std::uint32_t>("COMMAND", 0);
     const wire::port_control *what = wire::find_control(command);
     if (given.size() > (what != nullptr ? what->words : std::size(data)))
@@ -372,7 +371,7 @@ constexpr argument control_arguments[] = {
     value("COMMAND", kinds::number,
           "62 up or down, 64 MTU, 66 pause, 68 identify, 69 speed, 70 VLAN, 77 storm, 78 mirror",
           {.low = 62, .high = 78}),
-    values("VALUES", kinds::number, "the request's words: one, or three"), slot_option};
+    values("VALUE", kinds::number, "the request's words: one, or three"), slot_option};
 
 constexpr column setting_columns[] = {{.title = "Setting", .key = "setting"},
                                       {.title = "First", .key = "first"},

@@ -20,9 +20,9 @@ outcome save(invocation &)
 }
 
 constexpr column snapshot_columns[] = {{.title = "Name", .key = "name"},
-                                       {.title = "Saved", .key = "when"},
-                                       {.title = "By", .key = "saver"},
-                                       {.title = "Bytes", .key = "bytes"}};
+                                       {.title = "Saved", .key = "saved"},
+                                       {.title = "By", .key = "saved_by"},
+                                       {.title = "Bytes", .key = "size_bytes"}};
 
 outcome show_snapshots(invocation &call)
 {

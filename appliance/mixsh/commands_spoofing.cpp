@@ -31,10 +31,9 @@ int print_arp(const void *row, void *context, int)
 {
     wire::aspf_row one;
     std::memcpy(&one, row, sizeof one);
-    static_cast<table *>(context)->row(
-        {text_or_nothing(mac_text(one.mac)), one.vlan != 0 ? cell(one.vlan) : cell(), ipv4_text(one.address),
-         text_or_nothing(field_text(one.interface)), one.dropped.mac, one.dropped.reverse, one.dropped.rate,
-         one.last != 0 ? cell(local_time(one.last)) : cell(), one.vsysid});
+    static_cast<table *>(context)->row({mac_text(one.mac), unless_zero(one.vlan), ipv4_text(one.address),
+                                        field_text(one.interface), one.dropped.mac, one.dropped.reverse,
+                                        one.dropped.rate, local_time(one.last), one.vsysid});
     return 0;
 }
 
@@ -66,10 +65,9 @@ int print_nd(const void *row, void *context, int)
 {
     wire::ndspf_row one;
     std::memcpy(&one, row, sizeof one);
-    static_cast<table *>(context)->row({ipv6_text(one.address), text_or_nothing(mac_text(one.mac)),
-                                        text_or_nothing(field_text(one.interface)), one.dropped.mac,
-                                        one.dropped.reverse, one.dropped.rate,
-                                        one.last != 0 ? cell(local_time(one.last)) : cell(), one.vsysid});
+    static_cast<table *>(context)->row({ipv6_text(one.address), mac_text(one.mac), field_text(one.interface),
+                                        one.dropped.mac, one.dropped.reverse, one.dropped.rate,
+                                        local_time(one.last), one.vsysid});
     return 0;
 }
 
@@ -123,7 +121,7 @@ constexpr column setting_columns[] = {
     {"Trusted", "trusted"},
     {"Drops", "drops"},
     {.title = "Checks", .key = "checks", .at_least = 16},
-    {"Rate", "rate", false, 6},
+    {"Rate", "rate_per_s", false, 6},
     {.title = "Vsys", .key = "virtual_system", .programs_only = true},
     {.title = "Description", .key = "description", .may_be_cut = true, .at_least = 11},
 };
@@ -138,30 +136,30 @@ std::string vlans_text(const wire::ndi_row &row)
     return fmt::format("{}-{}", std::uint16_t{row.first_vlan}, std::uint16_t{row.last_vlan});
 }
 
-std::string checks_text(std::uint8_t checks)
+std::vector<std::string> checks_of(std::uint8_t checks)
 {
-    std::string text;
+    std::vector<std::string> found;
     constexpr std::pair<wire::inspection_check, std::string_view> words[] = {
         {wire::inspection_checks_mac, "mac"},
         {wire::inspection_checks_reverse, "reverse"},
         {wire::inspection_checks_rate, "rate"}};
     for (const auto &[check, word] : words)
         if ((checks & check) != 0)
-            text += (text.empty() ? "" : ",") + std::string(word);
-    return text;
+            found.emplace_back(word);
+    return found;
 }
 
 std::vector<cell> cells_of(const wire::ndi_row &row)
 {
     const auto flag_of = [&](wire::inspection_flag flag) { return cell((row.flags & flag) != 0); };
-    return {text_or_nothing(field_text(row.interface)),
+    return {field_text(row.interface),
             vlans_text(row),
-            text_or_nothing(field_text(row.policy)),
+            field_text(row.policy),
             flag_of(wire::inspection_enabled),
             flag_of(wire::inspection_trusted),
             cell((row.flags & wire::inspection_log_only) == 0),
-            text_or_nothing(checks_text(row.checks)),
-            row.rate != 0 ? cell(row.rate) : cell(),
+            checks_of(row.checks),
+            unless_zero(row.rate),
             row.vsysid};
 }
 
@@ -170,7 +168,7 @@ int print_arp_setting(const void *row, void *context, int)
     wire::arpi_row one;
     std::memcpy(&one, row, sizeof one);
     std::vector<cell> cells = cells_of(one.setting);
-    cells.push_back(text_or_nothing(field_text(one.description)));
+    cells.push_back(field_text(one.description));
     static_cast<table *>(context)->row(std::move(cells));
     return 0;
 }

@@ -18,15 +18,17 @@ request asking(wire::issu_code code)
     return {wire::issu_manager, wire::issu_type, static_cast<std::uint32_t>(code)};
 }
 
-// The upgrade family keeps its text instead of printing it; the manager's own reason stands in the summary.
+// The upgrade family keeps its text instead of printing it.
 outcome failed(invocation &call, wire::issu_code code, std::string_view what)
 {
-    const std::string text = issu_err_str_get();
-    wire::upgrade_summary summary;
-    call.print()("%s\n", text.c_str());
-    if (text == "Handle error" && issu_show_sum(0, &summary) == 0)
-        call.print()("%s\n", field_text(summary.text).c_str());
+    call.print()("%s\n", issu_err_str_get());
     return call.fail(asking(code), what);
+}
+
+// The manager answered, and with a number above 0: that is not an error of the system but its refusal.
+bool refused()
+{
+    return std::string_view(issu_err_str_get()) == "Handle error" && !failed_silently();
 }
 
 const char *state_name(wire::upgrade_state state)
@@ -41,7 +43,7 @@ outcome show_upgrade(invocation &call)
     if (issu_show_sum(0, &is) != 0)
         return failed(call, wire::issu_code::show_sum, "the upgrade's state can't be read");
     call.out().record({{"State", "state", state_name(is.state)},
-                       {"Done (%)", "percent", std::uint32_t{is.percent}},
+                       {"Done (%)", "done_percent", std::uint32_t{is.percent}},
                        {"Processors", "processors", std::uint32_t{is.processors}},
                        {"Upgraded", "upgraded", std::uint32_t{is.upgraded}},
                        {"Running version", "running", field_text(is.running)},
@@ -49,7 +51,7 @@ outcome show_upgrade(invocation &call)
                        {"Image", "image", field_text(is.image)},
                        {"Configuration locked", "locked", is.config_locked != 0},
                        {"Notices taken", "notices", std::uint32_t{is.notices}},
-                       {"Last step", "text", field_text(is.text)}});
+                       {"Last step", "last_step", field_text(is.text)}});
     return outcome::done;
 }
 
@@ -57,7 +59,7 @@ constexpr column processor_columns[] = {
     {.title = "Slot", .key = "slot"},
     {.title = "CPU", .key = "cpu"},
     {.title = "State", .key = "state", .at_least = 15},
-    {.title = "Done %", .key = "percent"},
+    {.title = "Done %", .key = "done_percent"},
     {.title = "Version", .key = "version", .may_be_cut = true},
 };
 
@@ -92,9 +94,21 @@ constexpr argument start_arguments[] = {image_value,
 outcome start(invocation &call)
 {
     const auto mode = static_cast<std::uint32_t>(call.chosen("mode").value_or(wire::upgrade_checked));
-    if (issu_start(mode, call.text("IMAGE"), "") != 0)
-        return failed(call, wire::issu_code::start, "the upgrade was not started");
-    return outcome::done;
+    if (issu_start(mode, call.text("IMAGE"), "") == 0)
+        return outcome::done;
+    constexpr std::string_view what = "the upgrade was not started";
+    wire::upgrade_summary summary; // tells why
+    if (!refused() || issu_show_sum(0, &summary) != 0)
+        return failed(call, wire::issu_code::start, what);
+    call.print()("%s\n", field_text(summary.text).c_str());
+    return call.fail(what);
+}
+
+outcome no_image(invocation &call)
+{
+    return call.fail("there is no such image",
+                     "images are files in the directory that the scenario's [upgrade] "
+                     "names, else in images beside mixd's store");
 }
 
 outcome load(invocation &call)
@@ -103,9 +117,7 @@ outcome load(invocation &call)
     case wire::upgrade_ok:
         return outcome::done;
     case wire::upgrade_no_image:
-        return call.fail("there is no such image",
-                         "images are files in the directory named in the scenario's "
-                         "[upgrade], or in images beside mixd's store");
+        return no_image(call);
     case wire::upgrade_bad_image:
         return call.fail("the file is no image", "its first line must be VERSION and a version");
     default:
@@ -143,11 +155,17 @@ outcome show_version(invocation &call)
     return outcome::done;
 }
 
+outcome no_image_loaded(invocation &call)
+{
+    return call.fail("no image is loaded", "set upgrade image IMAGE loads one");
+}
+
 outcome show_loaded(invocation &call)
 {
     char version[128] = {};
     if (issu_buf_image_ver_get(version, sizeof version) != 0)
-        return failed(call, wire::issu_code::buf_image_ver_get, "no image is loaded");
+        return refused() ? no_image_loaded(call)
+                         : failed(call, wire::issu_code::buf_image_ver_get, "the version can't be read");
     call.out().record({{"Version", "version", version}});
     return outcome::done;
 }
@@ -169,6 +187,8 @@ bool read_lists(invocation &call, std::uint8_t which, std::string &lists)
 
 outcome no_lists(invocation &call)
 {
+    if (refused())
+        return call.has("IMAGE") ? no_image(call) : no_image_loaded(call);
     return failed(call, wire::issu_code::image_clist, "the lists can't be read");
 }
 
@@ -195,7 +215,7 @@ outcome show_entries(invocation &call)
     const std::string name = call.text("LIST");
     table rows(call.out(), columns);
     if (issu_first_ver_get(lists.c_str(), name.c_str(), entry, sizeof entry) != 0)
-        return outcome::done; /* no such list, or an empty one */
+        return outcome::done; // no such list, or an empty one
     const char *at = lists.c_str() + lists.find(name) + name.size();
     while ((at = issu_get_clist_one(at, entry, sizeof entry)) != nullptr)
         rows.row({entry});
@@ -246,8 +266,8 @@ outcome show_gshut(invocation &call)
     if (issu_show_gshut(0, &is) != 0)
         return failed(call, wire::issu_code::show_gshut, "the graceful shutdown can't be read");
     call.out().record({{"Modules shut down", "modules", std::uint32_t{is.modules}},
-                       {"Last", "last", text_or_nothing(field_text(is.last))},
-                       {"Its part", "part", text_or_nothing(field_text(is.second))},
+                       {"Last", "last", field_text(is.last)},
+                       {"Its part", "part", field_text(is.second)},
                        {"Processor", "cpu", std::uint32_t{is.cpu}},
                        {"First number", "first", std::uint32_t{is.words[0]}},
                        {"Second number", "second", std::uint32_t{is.words[1]}}});
@@ -297,17 +317,17 @@ constexpr argument short_value_arguments[] = {
     value("VALUE", kinds::number, "what is told", words_of_16_bits)};
 constexpr argument processor_arguments[] = {slot_value, cpu_value};
 constexpr argument processor_value_arguments[] = {slot_value, cpu_value, value_arguments[0]};
-constexpr argument nat_arguments[] = {value("A", kinds::number, "first number", words_of_16_bits),
-                                      value("B", kinds::number, "second number", words_of_16_bits),
-                                      value("C", kinds::number, "third number", words_of_16_bits),
-                                      value("D", kinds::number, "fourth number", words_of_16_bits)};
-constexpr argument session_arguments[] = {slot_value, cpu_value, nat_arguments[2], nat_arguments[3]};
+constexpr argument nat_arguments[] = {value("FIRST", kinds::number, "first number", words_of_16_bits),
+                                      value("SECOND", kinds::number, "second number", words_of_16_bits),
+                                      value("THIRD", kinds::number, "third number", words_of_16_bits),
+                                      value("FOURTH", kinds::number, "fourth number", words_of_16_bits)};
+constexpr argument session_arguments[] = {slot_value, cpu_value, nat_arguments[0], nat_arguments[1]};
 
 outcome send_nat(invocation &call)
 {
     const auto n = [&](std::string_view name) { return call.number_or<std::uint16_t>(name, 0); };
     return told(call, wire::issu_code::nat_transfer, wire::issu_main,
-                issu_send_nat_transfer(n("A"), n("B"), n("C"), n("D")));
+                issu_send_nat_transfer(n("FIRST"), n("SECOND"), n("THIRD"), n("FOURTH")));
 }
 
 outcome merge_nat(invocation &call)
@@ -327,8 +347,8 @@ outcome send_sessions(invocation &call)
 {
     const processor_words of(call);
     return told(call, wire::issu_code::sess_transfer, of.daemon(wire::issu_main),
-                issu_send_sess_transfer(of.slot, of.cpu, call.number_or<std::uint16_t>("C", 0),
-                                        call.number_or<std::uint16_t>("D", 0)));
+                issu_send_sess_transfer(of.slot, of.cpu, call.number_or<std::uint16_t>("FIRST", 0),
+                                        call.number_or<std::uint16_t>("SECOND", 0)));
 }
 
 outcome report_sessions(invocation &call)

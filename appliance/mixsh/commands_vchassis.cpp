@@ -70,8 +70,7 @@ outcome show_vms(invocation &call)
     const bool read =
         control::each_row<wire::vchassis_vm_row>(call, wire::control_list_vms, [&](const auto &row) {
             return rows.row({std::uint32_t{row.slot}, vchassisd_vm_type2str(row.type),
-                             text_or_nothing(vchassisd_vm_flavor2str(row.flavour)),
-                             vchassisd_vm_state2str(row.state)});
+                             vchassisd_vm_flavor2str(row.flavour), vchassisd_vm_state2str(row.state)});
         });
     rows.end();
     return read ? outcome::done
@@ -103,8 +102,8 @@ outcome show_tenant(invocation &call)
     if (libvchassisd_get_tenant_vm_ip(call.text("VM"), bytes) != 0)
         return call.fail(asking(wire::vchassis_tenant_vm_ip, true), "the VM's addresses can't be read");
     std::memcpy(&is, bytes, sizeof is);
-    call.out().record({{"IPv4 address", "ipv4", is.ipv4 != 0 ? cell(ipv4_text(is.ipv4)) : cell()},
-                       {"IPv6 address", "ipv6", ipv6_text(is.ipv6)},
+    call.out().record({{"IPv4 address", "ipv4", is.ipv4 != 0 ? ipv4_text(is.ipv4) : ""},
+                       {"IPv6 address", "ipv6", is.ipv6[0] != 0 ? ipv6_text(is.ipv6) : ""},
                        {"MAC address", "mac", mac_text(is.mac)},
                        {"VLAN", "vlan", std::uint32_t{is.vlan}},
                        {"Slot", "slot", std::uint32_t{is.slot}},
@@ -132,7 +131,7 @@ outcome show_capacity(invocation &call)
     const std::uint32_t need[] = {n("SMALL"), n("MEDIUM"), n("LARGE")};
     if (libvchassisd_get_slot_host_cpu_num(call.number_or<std::uint16_t>("SLOT", 0), have) != 0)
         return call.fail(asking(wire::vchassis_host_cpu_num), "the host's processors can't be read");
-    call.out().record({{"Room is left", "left", chassisd_vssm_cpu_cap_check(have, need) == 0}});
+    call.out().record({{"Room is left", "fits", chassisd_vssm_cpu_cap_check(have, need) == 0}});
     return outcome::done;
 }
 constexpr argument capacity_arguments[] = {slot_value, value("SMALL", kinds::number, "how many vSSM-02"),
@@ -226,8 +225,8 @@ outcome show_cloud(invocation &call)
     vchassisd_trans_vswitch_type(switch_name, &switch_type);
     call.out().record({{"Platform", "platform", std::uint64_t{std::strtoul(texts[0], nullptr, 10)}},
                        {"Switch", "switch", field_text(switch_name)},
-                       {"Range", "range", text_or_nothing(texts[2])},
-                       {"Tag", "tag", text_or_nothing(texts[3])}});
+                       {"Range", "range", texts[2]},
+                       {"Tag", "tag", texts[3]}});
     return outcome::done;
 }
 
@@ -265,7 +264,7 @@ constexpr column address_columns[] = {{.title = "Key", .key = "key"},
 outcome show_addresses(invocation &call)
 {
     std::vector<wire::vchassis_addr_entry> entries;
-    for (const char *key : call.texts("KEYS"))
+    for (const char *key : call.texts("KEY"))
         entries.push_back({static_cast<std::uint16_t>(std::strtoul(key, nullptr, 0)), 0, 0, 0, {}, {}});
     const auto most = static_cast<std::size_t>(libvchassisd_addr_get_max_vm_count_per_time());
     table rows(call.out(), address_columns);
@@ -274,14 +273,13 @@ outcome show_addresses(invocation &call)
         if (libvchassisd_addr_get_info(static_cast<std::uint32_t>(count), &entries[first]) != 0)
             return call.fail(asking(wire::vchassis_addr_info), "the addresses can't be read");
         for (std::size_t i = first; i < first + count; i++)
-            rows.row({std::uint32_t{entries[i].key},
-                      entries[i].found != 0 ? cell(field_text(entries[i].text)) : cell(),
+            rows.row({std::uint32_t{entries[i].key}, entries[i].found != 0 ? field_text(entries[i].text) : "",
                       std::uint32_t{entries[i].b}, std::uint32_t{entries[i].c}});
     }
     return outcome::done;
 }
 constexpr argument show_addresses_arguments[] = {
-    values("KEYS", kinds::number, "which addresses", {.high = 65535})};
+    values("KEY", kinds::number, "which addresses", {.high = 65535})};
 
 outcome add_address(invocation &call)
 {

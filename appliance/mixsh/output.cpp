@@ -6,6 +6,8 @@
 #include <csignal>
 #include <cwchar>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <ranges>
 
 namespace mixsh
 {
@@ -152,6 +154,20 @@ bool interrupted()
 
 // --- cells
 
+cell::cell(std::string text)
+{
+    if (!text.empty())
+        is_ = std::move(text);
+}
+
+cell::cell(std::vector<std::string> texts) : is_(std::move(texts)) {}
+
+cell::cell(const cell &) = default;
+cell::cell(cell &&) noexcept = default;
+cell &cell::operator=(const cell &) = default;
+cell &cell::operator=(cell &&) noexcept = default;
+cell::~cell() = default;
+
 bool cell::is_number() const
 {
     return std::holds_alternative<std::int64_t>(is_) || std::holds_alternative<std::uint64_t>(is_) ||
@@ -161,7 +177,9 @@ bool cell::is_number() const
 std::string cell::shown() const
 {
     if (const auto *text = std::get_if<std::string>(&is_))
-        return text->empty() ? "-" : printable(*text);
+        return printable(*text);
+    if (const auto *texts = std::get_if<std::vector<std::string>>(&is_); texts && !texts->empty())
+        return printable(fmt::format("{}", fmt::join(*texts, ",")));
     if (const auto *truth = std::get_if<bool>(&is_))
         return *truth ? "yes" : "no";
     if (const auto *number = std::get_if<std::int64_t>(&is_))
@@ -177,6 +195,8 @@ std::string cell::json() const
 {
     if (const auto *text = std::get_if<std::string>(&is_))
         return json_string(*text);
+    if (const auto *texts = std::get_if<std::vector<std::string>>(&is_))
+        return fmt::format("[{}]", fmt::join(*texts | std::views::transform(json_string), ", "));
     if (const auto *truth = std::get_if<bool>(&is_))
         return *truth ? "true" : "false";
     if (const auto *number = std::get_if<double>(&is_))

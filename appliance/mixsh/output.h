@@ -19,8 +19,8 @@
 namespace mixsh
 {
 
-// One value of an answer. Numbers and truth values stay what they are in JSON; nothing is "-" on a terminal
-// and null in JSON.
+// One value of an answer. Numbers, truth values and lists stay what they are in JSON; nothing is "-" on a
+// terminal and null in JSON. A text without a character is nothing.
 class cell
 {
   public:
@@ -33,13 +33,16 @@ class cell
     {
     }
     cell(double number, int decimals = 2) : is_(number), decimals_(decimals) {}
-    cell(std::string text) : is_(std::move(text)) {}
-    cell(std::string_view text) : is_(std::string(text)) {}
-    cell(const char *text)
-    {
-        if (text)
-            is_ = std::string(text);
-    }
+    cell(std::string text);
+    cell(std::string_view text) : cell(std::string(text)) {}
+    cell(const char *text) : cell(std::string(text ? text : "")) {}
+    cell(std::vector<std::string> texts);
+    // Not inline: every row makes and moves many.
+    cell(const cell &);
+    cell(cell &&) noexcept;
+    cell &operator=(const cell &);
+    cell &operator=(cell &&) noexcept;
+    ~cell();
 
     // For people: safe to print (control characters are spelled out) and one line.
     std::string shown() const;
@@ -55,20 +58,23 @@ class cell
         else
             return static_cast<std::uint64_t>(number);
     }
-    std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string> is_;
+    std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string,
+                 std::vector<std::string>>
+        is_;
     int decimals_ = 2;
 };
 
-// Text that a record may be without: nothing where it is empty.
-inline cell text_or_nothing(std::string text)
+// A number that a record may be without: nothing where it is 0.
+template <typename Integer>
+cell unless_zero(Integer number)
 {
-    return text.empty() ? cell() : cell(std::move(text));
+    return number != 0 ? cell(number) : cell();
 }
 
 // Columns whose values are numbers line up on the right; text that may be cut on a narrow terminal says so.
 struct column {
     std::string_view title;     // "Virtual router"
-    std::string_view key;       // "virtual_router": lower case, words joined by underscores
+    std::string_view key;       // "virtual_router", "age_s": see JSON in mixsh(1)
     bool may_be_cut = false;    // with "…", on a terminal only, so that a row keeps to one line
     std::size_t at_least = 0;   // width to begin with, when later rows are wider than the first ones
     bool programs_only = false; // in JSON, but not on a terminal

@@ -9,9 +9,11 @@
 namespace mixsh
 {
 
-// Seconds since 1970, in the user's time zone.
+// Seconds since 1970, in the user's time zone; empty for 0, which stands for never.
 inline std::string local_time(std::uint64_t seconds)
 {
+    if (seconds == 0)
+        return {};
     const auto when = static_cast<std::time_t>(seconds);
     std::tm parts{};
     char text[32] = {};

@@ -86,7 +86,7 @@ class Catalogue(ShellCase):
     def test_an_application_of_ones_own_is_added_changed_and_deleted(self):
         added = self.json('add application "My App" chinese-name 我的应用 category Own chinese-category 自有 '
                           'subcategory Sub chinese-subcategory 子类 technology tech risk 4 property 0x1f '
-                          'shadow-it on type 99')
+                          'shadow-it on')
         self.assertEqual(added, [{"type": 16382}])
         expected = {"type": 16382, "name": "My App", "chinese_name": "我的应用", "user_defined": True,
                     "category": "Own", "chinese_category": "自有", "subcategory": "Sub",
@@ -109,7 +109,7 @@ class Catalogue(ShellCase):
         self.ok("add application New")
         row = self.json("show application name New")[0]
         self.assertEqual((row["category"], row["technology"], row["risk"], row["property"], row["shadow_it"]),
-                         ("APP_USERDEFINED_CATEGORY", "", 0, 0, False))
+                         ("APP_USERDEFINED_CATEGORY", None, 0, 0, False))
         self.assertEqual(row["chinese_category"], "用户自定义")
 
     def test_a_name_is_given_once(self):

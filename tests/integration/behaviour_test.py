@@ -48,11 +48,11 @@ class Objects(ShellCase):
 
     def test_have_every_field(self):
         self.assertEqual(self.json("show behaviour objects"), [
-            {"name": "games", "class": "url", "subclass": 3, "uses": 1, "items": "*.play.example, chess.example",
+            {"name": "games", "class": "url", "subclass": 3, "uses": 1, "items": ["*.play.example", "chess.example"],
              "description": "no time"},
-            {"name": "games", "class": "keyword", "subclass": None, "uses": 0, "items": "checkmate",
+            {"name": "games", "class": "keyword", "subclass": None, "uses": 0, "items": ["checkmate"],
              "description": None},
-            {"name": "private-mail", "class": "mail", "subclass": None, "uses": 1, "items": None,
+            {"name": "private-mail", "class": "mail", "subclass": None, "uses": 1, "items": [],
              "description": None}])
 
     def test_are_selected_by_name_class_and_subclass(self):
@@ -75,9 +75,9 @@ class Objects(ShellCase):
         self.assertEqual(self.json("show behaviour profiles nobody"), [])
         self.assertEqual(self.json("show behaviour rules staff"), [
             {"object": "games", "class": "url", "subclass": 3, "action": "block", "log": True, "hits": 18446,
-             "mail": None},
+             "mail": []},
             {"object": "private-mail", "class": "mail", "subclass": None, "action": "permit", "log": False, "hits": 0,
-             "mail": "smtp, QQ, 139"}])
+             "mail": ["smtp", "QQ", "139"]}])
         self.assertEqual(self.json("show behaviour rules guests"), [])
         self.refused("show behaviour rules nobody", "there is no such behaviour profile")
 

@@ -117,7 +117,7 @@ class Ports(OnTheMaster):
         shown = self.one("show port 0")
         self.assertEqual(shown["name"], names[0][1])
         with open(f"/sys/class/net/{names[0][1]}/mtu", encoding="ascii") as file:
-            self.assertEqual(shown["mtu"], int(file.read()))
+            self.assertEqual(shown["mtu_bytes"], int(file.read()))
         self.refused(f"show port {len(names)}", "can't be read")
         self.assertEqual([row["port"] for row in self.json("show port statistics")], [name for _, name in names])
 
@@ -187,8 +187,8 @@ class Ports(OnTheMaster):
         self.assertEqual(self.settings(0, 2), wanted)
         self.assertEqual(self.settings(0, 3)["admin"], (1, None, None), "another board's port")
         shown = self.one("show port 0 slot 2")
-        self.assertEqual((shown["mtu"], shown["up"]), (900, False))
-        self.assertNotEqual(self.one("show port 0 slot 3")["mtu"], 900)
+        self.assertEqual((shown["mtu_bytes"], shown["up"]), (900, False))
+        self.assertNotEqual(self.one("show port 0 slot 3")["mtu_bytes"], 900)
         self.restart()
         self.assertEqual(self.settings(0, 2), wanted)
 
@@ -255,8 +255,8 @@ class VirtualChassis(OnTheMaster):
         self.assertEqual(self.one("show vchassis tenant 0123456789abcdef0123456789abcdef")["ipv4"], "10.0.0.1")
 
     def test_capacity(self):
-        self.assertTrue(self.one("show vchassis capacity 2 0 7 0")["left"])
-        self.assertFalse(self.one("show vchassis capacity 2 0 8 0")["left"])
+        self.assertTrue(self.one("show vchassis capacity 2 0 7 0")["fits"])
+        self.assertFalse(self.one("show vchassis capacity 2 0 8 0")["fits"])
         self.refused("show vchassis capacity 3 0 0 0", "can't be read")
 
     def test_the_cloud_platform_is_metadata(self):
@@ -299,9 +299,9 @@ class SavedConfigurations(OnTheMaster):
         self.ok("add saved")
         saved = self.json("show saved")
         self.assertEqual([row["name"] for row in saved], ["vchassis-1", "vchassis-2"])
-        self.assertEqual({row["saver"] for row in saved}, {"tarquelle"})
-        self.assertRegex(saved[0]["when"], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
-        self.assertGreater(saved[0]["bytes"], 0)
+        self.assertEqual({row["saved_by"] for row in saved}, {"tarquelle"})
+        self.assertRegex(saved[0]["saved"], r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d$")
+        self.assertGreater(saved[0]["size_bytes"], 0)
         self.ok("set saved restore vchassis-1")
         self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
         self.mixd.stop()

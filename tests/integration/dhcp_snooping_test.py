@@ -68,7 +68,7 @@ class LeaseFile(WithMixd):
     def test_leases_end(self):
         self.write(lease(1, seconds=2), lease(2, seconds=0), lease(3))
         self.assert_shown({key(1): None, key(2): None, key(3): None})
-        left = {row["address"]: row["left"] for row in self.json("show dhcp-snooping bindings")}
+        left = {row["address"]: row["left_s"] for row in self.json("show dhcp-snooping bindings")}
         self.assertIsNone(left["10.5.0.2"])
         self.assertLessEqual(left["10.5.0.3"], 3600)
         self.assertGreater(left["10.5.0.3"], 3500)
@@ -131,9 +131,9 @@ class Settings(WithMixd):
         self.ok("set dhcp-snooping ge1 snooping on", "set dhcp-snooping ge1 rate-limit 300 deny-request on",
                 "set dhcp-snooping ge1 deny-response on validity-check on", "set dhcp-snooping ge1 deny-request off",
                 "set dhcp-snooping ge2 rate-limit 5")
-        expected = {"ge1": {"interface": "ge1", "vlan": None, "enable": True, "rate_limit": 300,
+        expected = {"ge1": {"interface": "ge1", "vlan": None, "snooping": True, "rate_limit_per_s": 300,
                             "deny_request": False, "deny_response": True, "validity_check": True},
-                    "ge2": {"interface": "ge2", "vlan": None, "enable": False, "rate_limit": 5,
+                    "ge2": {"interface": "ge2", "vlan": None, "snooping": False, "rate_limit_per_s": 5,
                             "deny_request": False, "deny_response": False, "validity_check": False}}
         self.assertEqual(self.settings(), expected)
         self.restart()

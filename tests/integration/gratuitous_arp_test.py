@@ -61,11 +61,11 @@ class Kept(ShellCase):
         self.ok(f"add gratuitous-arp 10.9.0.1 {MAC} interface ge0",
                 f"add gratuitous-arp 10.9.0.1 {MAC} interface ge1 seconds 86400 form both",
                 f"add gratuitous-arp 10.9.0.2 {MAC} interface ge0 seconds 1 form reply")
-        row = {"address": "10.9.0.1", "interface": "ge0", "mac": MAC, "seconds": 60, "form": "request",
+        row = {"address": "10.9.0.1", "interface": "ge0", "mac": MAC, "interval_s": 60, "form": "request",
                "state": "configured", "sent": 0, "virtual_router": 1, "error": None}
         self.assertEqual(self.json("show gratuitous-arp"), [
-            row, {**row, "interface": "ge1", "seconds": 86400, "form": "both"},
-            {**row, "address": "10.9.0.2", "seconds": 1, "form": "reply"}])
+            row, {**row, "interface": "ge1", "interval_s": 86400, "form": "both"},
+            {**row, "address": "10.9.0.2", "interval_s": 1, "form": "reply"}])
         self.assertEqual([each["interface"] for each in self.json("show gratuitous-arp 10.9.0.1")], ["ge0", "ge1"])
         self.ok("delete gratuitous-arp 10.9.0.1 interface ge0")
         self.assertEqual([each["interface"] for each in self.json("show gratuitous-arp")], ["ge1", "ge0"])
@@ -132,7 +132,7 @@ form = "both"
 """
 
     def test_is_what_the_scenario_says(self):
-        self.assertEqual([(row["address"], row["seconds"], row["form"], row["virtual_router"], row["state"])
+        self.assertEqual([(row["address"], row["interval_s"], row["form"], row["virtual_router"], row["state"])
                           for row in self.json("show gratuitous-arp")],
                          [("10.9.0.1", 60, "request", 1, "configured"), ("10.9.0.2", 5, "both", 2, "configured")])
         self.assertEqual([row["address"] for row in self.json("show gratuitous-arp vr 2")], ["10.9.0.2"])

@@ -17,7 +17,7 @@ class Commands(ShellCase):
         before = self.json("show fragment")[0]
         self.ok("set fragment limit 77")
         after = self.json("show fragment")[0]
-        self.assertEqual(after, {"limit": 77, "seconds": before["seconds"]})
+        self.assertEqual(after, {"limit": 77, "reassembly_s": before["reassembly_s"]})
         self.ok("set fragment seconds 21 limit 78")
         self.assertEqual(self.ok("show fragment").stdout,
                          "Fragment count limit  78\nReassembly time (s)   21\n")
@@ -25,7 +25,7 @@ class Commands(ShellCase):
     def test_settings_outlive_a_killed_mixd(self):
         self.ok("set fragment limit 99 seconds 7")
         self.restart()
-        self.assertEqual(self.json("show fragment"), [{"limit": 99, "seconds": 7}])
+        self.assertEqual(self.json("show fragment"), [{"limit": 99, "reassembly_s": 7}])
 
     def test_several_commands_run_in_order(self):
         rows = self.json("set fragment limit 5", "show fragment", "set fragment limit 6", "show fragment")

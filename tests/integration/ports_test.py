@@ -85,7 +85,7 @@ class Ports(ShellCase):
         self.ok(f"set port control {port} 64 1000")
         self.ok(f"set port control {port} 62 0")
         shown = self.one(f"show port {port}")
-        self.assertEqual((shown["mtu"], shown["up"]), (1000, False))
+        self.assertEqual((shown["mtu_bytes"], shown["up"]), (1000, False))
         link = ip_json("link show d0")[0]
         self.assertEqual((link["mtu"], "UP" in link["flags"]), (1500, True))
 
@@ -111,7 +111,7 @@ class Applied(Ports):
         self.ok(f"set port control {port} 62 1")
         self.assertEqual(self.kernel("d0"), (1000, True))
         self.refused(f"set port control {port} 64 1", "was not executed") # so small: the kernel refuses it
-        self.assertEqual(self.one(f"show port {port}")["mtu"], 1000)
+        self.assertEqual(self.one(f"show port {port}")["mtu_bytes"], 1000)
 
 
 if __name__ == "__main__":

@@ -180,18 +180,18 @@ class Inspection(ShellCase):
     def test_of_arp_has_every_field(self):
         self.assertEqual(self.json("show inspection arp"), [
             {"interface": "ge0", "vlans": "10-20", "policy": "office", "enabled": True, "trusted": False, "drops": True,
-             "checks": "mac,rate", "rate": 50, "virtual_system": 0, "description": "desks"},
+             "checks": ["mac", "rate"], "rate_per_s": 50, "virtual_system": 0, "description": "desks"},
             {"interface": "ge1", "vlans": "all", "policy": None, "enabled": True, "trusted": True, "drops": False,
-             "checks": "reverse", "rate": None, "virtual_system": 0, "description": None},
+             "checks": ["reverse"], "rate_per_s": None, "virtual_system": 0, "description": None},
             {"interface": "ge2", "vlans": "30", "policy": "lab", "enabled": False, "trusted": False, "drops": True,
-             "checks": None, "rate": None, "virtual_system": 0, "description": None}])
+             "checks": [], "rate_per_s": None, "virtual_system": 0, "description": None}])
 
     def test_of_nd_has_every_field(self):
         self.assertEqual(self.json("show inspection nd"), [
             {"interface": "ge0", "vlans": "10", "policy": "office", "enabled": True, "trusted": False, "drops": True,
-             "checks": "mac,reverse,rate", "rate": None, "virtual_system": 0},
+             "checks": ["mac", "reverse", "rate"], "rate_per_s": None, "virtual_system": 0},
             {"interface": "ge1", "vlans": "20-29", "policy": None, "enabled": True, "trusted": False, "drops": True,
-             "checks": None, "rate": 9, "virtual_system": 0}])
+             "checks": [], "rate_per_s": 9, "virtual_system": 0}])
 
     def test_is_shown_in_columns(self):
         lines = self.ok("show inspection arp").stdout.splitlines()

@@ -43,11 +43,15 @@ TEST(a_table, lines_up_text_on_the_left_and_numbers_on_the_right)
         rows.row({"a", 7, "first"});
         rows.row({"longer", 1234567, nullptr});
         rows.row({"", 0, true});
+        rows.row({"", 0, std::vector<std::string>{"x", "y"}});
+        rows.row({"", 0, std::vector<std::string>()});
     }
     EXPECT_EQ(to.text(), "Name      Count  Description\n"
                          "a             7  first\n"
                          "longer  1234567  -\n"
-                         "-             0  yes\n");
+                         "-             0  yes\n"
+                         "-             0  x,y\n"
+                         "-             0  -\n");
 }
 
 TEST(a_table, counts_wide_characters_as_two_columns)
@@ -132,10 +136,14 @@ TEST(json_rows, keep_the_types_of_their_values)
         table rows(out, columns);
         rows.row({"a \"b\" \\ \n\t\x01", std::uint64_t{18446744073709551615u}, false});
         rows.row({nullptr, -5, cell(1.5, 1)});
+        rows.row({"", unless_zero(0), std::vector<std::string>{"a", "b,\n"}});
+        rows.row({std::string(), unless_zero(7u), std::vector<std::string>()});
     }
     EXPECT_EQ(to.text(), "{\"name\": \"a \\\"b\\\" \\\\ \\n\\t\\u0001\", \"count\": 18446744073709551615, "
                          "\"description\": false}\n"
-                         "{\"name\": null, \"count\": -5, \"description\": 1.5}\n");
+                         "{\"name\": null, \"count\": -5, \"description\": 1.5}\n"
+                         "{\"name\": null, \"count\": null, \"description\": [\"a\", \"b,\\n\"]}\n"
+                         "{\"name\": null, \"count\": 7, \"description\": []}\n");
 }
 
 TEST(json_text, is_utf8_whatever_comes)
