@@ -67,6 +67,9 @@ outcome show_slots(invocation &call)
     return outcome::done;
 }
 
+constexpr argument slots_arguments[] = {
+    option("slot", kinds::number, "the board to ask for its table", slots), cpu_option};
+
 outcome show_slot(invocation &call)
 {
     const auto slot = call.number_or<std::uint16_t>("SLOT", 0);
@@ -570,7 +573,7 @@ constexpr argument serial_arguments[] = {
     optional_value("DEVICE", kinds::word, "a SATA disk's name; without one the NVMe disk", {.longest = 255})};
 
 constexpr command commands[] = {
-    {"show slots", "the cards of the chassis", show_slots, board_arguments},
+    {"show slots", "the cards of the chassis", show_slots, slots_arguments},
     {"show slot", "one card of the chassis", show_slot, slot_arguments},
     {"clear slot", "clear the settings of a slot whose card is not at work", clear_slot, slot_arguments},
     {"delete slot", "detach a card of a virtual chassis", detach_slot, slot_arguments},

@@ -77,9 +77,11 @@ void explain(failure &into, std::string_view library, std::uint32_t asked)
         return;
     }
     into.reasons.push_back(transport);
+    const auto at = mix::wire::split_address(asked);
+    into.advice.emplace_back(at.node == 0 ? "is mixd running, with the same run directory (MIX_RUN_DIR)?"
+                                          : "is there such a board?");
     // The control daemon answers "show daemons" itself: if it is silent, all are.
-    into.advice.emplace_back("is mixd running, with the same run directory (MIX_RUN_DIR)?");
-    if (mix::wire::split_address(asked).daemon != mix::wire::control_daemon)
+    if (at.daemon != mix::wire::control_daemon)
         into.advice.emplace_back("\"show daemons\" tells who answers");
 }
 

@@ -501,7 +501,8 @@ virtual_router = 1
         self.assertEqual([row["address"] for row in self.json("show arp node 1")], ["10.1.1.1"])
         self.assertEqual([row["address"] for row in self.json("show arp node 4")], ["10.1.1.3"])
         self.assertEqual(self.json("show arp summary node 4")[0]["entries"], 1)
-        self.refused("show arp node 9", "ipcmsg send failed")
+        self.refused("show arp node 9", "asked the main local daemon (daemon 0) of node 9")
+        self.refused("show arp count node 9", "is there such a board?")
 
 
 if __name__ == "__main__":

@@ -162,6 +162,8 @@ class Errors(ShellCase):
         self.assertIn("ipcmsg send failed", failed.stderr)
         self.assertIn("message type 38", failed.stderr)
         self.assertIn("is mixd running", failed.stderr)
+        self.assertIn('"show daemons" tells', failed.stderr)
+        self.assertNotIn('"show daemons" tells', self.shell("show daemons").stderr, "which does not tell either")
         self.refused("set fragment limit 3", "were not changed")
 
     def test_a_gateway_that_is_not_there_is_told(self):
