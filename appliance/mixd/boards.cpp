@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <fmt/printf.h>
 
+#include "appliance/wire/chassis.h"
 #include "platform/board.h"
 
 namespace mixd
@@ -60,6 +61,8 @@ board_model read_boards(scenario_table &top)
     std::set<uint32_t> slots;
     bool main_seen = false;
     for (scenario_table &row : top.rows("board")) {
+        if (slots.size() == mix::wire::most_slots)
+            row.fail("slot", fmt::format("a chassis has {} boards at most", mix::wire::most_slots));
         board one = read_board(row, slots);
         if (one.is_this && main_seen) {
             row.fail("this", "another board is this board already");

@@ -48,7 +48,7 @@ constexpr column slot_columns[] = {
 outcome show_slots(invocation &call)
 {
     const board_words at(call);
-    wire::slot_entry entries[64];
+    wire::slot_entry entries[wire::most_slots];
     std::uint32_t length = sizeof entries;
     const int result = call.has("slot") ? chassisd_get_slot_status2(at.node, at.cpu, entries, &length)
                                         : chassisd_get_slot_status(entries, &length);

@@ -18,6 +18,11 @@ struct [[gnu::packed]] slot_entry_own {
 };
 static_assert(sizeof(slot_entry_own) == sizeof(slot_entry::unused));
 
+/* As many as the clients' buffers take. */
+inline constexpr uint32_t most_slots =
+    (slot_status_capacity - sizeof(slot_status_header)) / sizeof(slot_entry);
+static_assert(most_slots == 104);
+
 enum slot_card_state : uint32_t { slot_empty = 1, slot_booting = 9, slot_loading = 11, slot_offline = 17 };
 
 /* What the chassis manager tells of processors beside the record (chassis_cpu_record), by sub-type. */

@@ -157,9 +157,17 @@ TEST_F(mixd_life, apply_and_scenario_exclude_each_other)
 
 struct bad_scenario {
     const char *name;
-    const char *content;
+    std::string content;
     const char *reason; /* after "FILE:" */
 };
+
+std::string boards(int count)
+{
+    std::string out;
+    for (int slot = 0; slot < count; slot++)
+        out += "[[board]]\nslot = " + std::to_string(slot) + "\n" + (slot == 0 ? "this = true\n" : "");
+    return out;
+}
 
 class malformed_scenario : public mixd_life, public testing::WithParamInterface<bad_scenario>
 {
@@ -208,6 +216,8 @@ INSTANTIATE_TEST_SUITE_P(
                      "1: key \"slot\" is missing in [board]"},
         bad_scenario{"slot_twice", "[[board]]\nslot = 1\nthis = true\n[[board]]\nslot = 1\n",
                      "5: board.slot: slot 1 has a board already"},
+        bad_scenario{"boards_beyond_the_slot_table", boards(105),
+                     "211: board.slot: a chassis has 104 boards at most"},
         bad_scenario{"two_boards_are_this",
                      "[[board]]\nslot = 1\nthis = true\n[[board]]\nslot = 2\nthis = true\n",
                      "6: board.this: another board is this board already"},

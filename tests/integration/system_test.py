@@ -159,6 +159,16 @@ class Chassis(WithChassis):
         self.assertEqual(self.one("show storage flash"), {"total_kib": 1000, "used_kib": 0, "free_kib": 1000})
 
 
+class ManyBoards(ShellCase):
+    """As many as a slot table holds."""
+    scenario = "".join(f"[[board]]\nslot = {slot}\nthis = {'true' if slot == 7 else 'false'}\n"
+                       for slot in range(104))
+
+    def test_all_are_listed(self):
+        self.assertEqual([row["slot"] for row in self.json("show slots")], list(range(104)))
+        self.assertEqual(len(self.json("show slots slot 103")), 104, "each tells of all")
+
+
 class ThisHost(WithChassis):
     scenario = None
 
@@ -325,6 +335,15 @@ class Upgrade(WithChassis):
         self.assertEqual({row["version"] for row in processors}, {"6.1.0"})
         self.restart()
         self.assertEqual(self.one("show upgrade version slot 2 cpu 1")["version"], "6.1.0")
+
+    def test_processors_beyond_the_first_page_are_listed(self):
+        self.mixd.stop()
+        with open(os.path.join(self.mixd.directory, "scenario.toml"), "w", encoding="ascii") as file:
+            file.write("[[board]]\nslot = 4\nthis = true\ncpus = 20\n[[board]]\nslot = 2\ncpus = 14\n")
+        self.mixd.start()
+        self.assertEqual([(row["slot"], row["cpu"]) for row in self.json("show upgrade processors")],
+                         [(4, cpu) for cpu in range(20)] + [(2, cpu) for cpu in range(14)])
+        self.assertEqual(self.one("show upgrade")["processors"], 34)
 
     def test_one_processor_after_the_other_takes_every_step(self):
         self.mixd.stop()
