@@ -39,6 +39,7 @@ constexpr const char *migrations[] = {
     "CREATE TABLE vchassis_address(key INTEGER PRIMARY KEY, b INTEGER, c INTEGER, text TEXT NOT NULL);"
     "CREATE TABLE vchassis_slot(slot INTEGER PRIMARY KEY, state INTEGER, disk INTEGER)",
     MIXD_KEPT_ROWS_TABLE("vchassis_host") ";" MIXD_KEPT_ROWS_TABLE("vchassis_tenant"),
+    "CREATE TABLE vchassis_crash(slot INTEGER PRIMARY KEY, times INTEGER NOT NULL)",
 };
 
 constexpr uint32_t state_active = 26, state_shutoff = 28;
@@ -86,6 +87,7 @@ class vchassis : public service
     int32_t addresses(const request &, reply &);
     int32_t change_address(const request &, bool add);
     int32_t keep_state(const request &, const char *column);
+    int32_t count_crash(const request &);
     int32_t refuse(reply &, int error, std::string_view text) const;
     template <class Data>
     static Data data_of(const request &asked);
@@ -96,7 +98,6 @@ class vchassis : public service
     bool described_;
     uint32_t here_;
     uint16_t mode_ = 0;
-    uint32_t crashes_ = 0;
     kept_rows<host, slot_of_host> hosts_;
     kept_rows<tenant, vm_of_tenant> tenants_;
 };
@@ -199,9 +200,7 @@ int32_t vchassis::answer(const request &asked, reply &out)
     case vchassis_tenant_vm_ip:
         return show_tenant(asked, out);
     case vchassis_master_crash:
-        log(priority::warning,
-            fmt::format("board {}: the master's control VM crashed ({} times)", asked.at.name, ++crashes_));
-        return 0;
+        return count_crash(asked);
     case vchassis_slot_state:
         return keep_state(asked, "state");
     case vchassis_slot_disk_state:
@@ -364,6 +363,18 @@ int32_t vchassis::keep_state(const request &asked, const char *column)
                               "ON CONFLICT(slot) DO UPDATE SET {0}=excluded.{0}",
                               column),
                   uint32_t{wanted.slot}, uint32_t{wanted.state});
+}
+
+int32_t vchassis::count_crash(const request &asked)
+{
+    const int32_t kept = commit("INSERT INTO vchassis_crash VALUES(?,1) "
+                                "ON CONFLICT(slot) DO UPDATE SET times=times+1",
+                                asked.at.slot);
+    statement query = store_.prepare("SELECT times FROM vchassis_crash WHERE slot=?");
+    query.bind(asked.at.slot);
+    log(priority::warning, fmt::format("board {}: the master's control VM crashed ({} times)", asked.at.name,
+                                       query.step() ? query.integer(0) : 0));
+    return kept;
 }
 
 } // namespace

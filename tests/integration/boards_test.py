@@ -50,6 +50,9 @@ class OnTheMaster(ShellCase):
     scenario = CHASSIS
     board = "chassis-master"
 
+    def logged(self, words):
+        return self.mixd.log().count(words)
+
 
 class TwoMainBoards(ShellCase):
     """The slave has a mixd of its own; each finds the other's boards by its endpoints."""
@@ -285,10 +288,19 @@ class VirtualChassis(OnTheMaster):
                                                               {"slot": 3, "state": None, "disk": 1}])
 
     def test_notices_are_taken(self):
-        for command in ("set vchassis slot 2 15", "set vchassis disk 2 1", "set vchassis debug 3",
-                        "clear vchassis hosts", "set vchassis crash"):
+        for command in ("set vchassis debug 3", "clear vchassis hosts", "set vchassis crash"):
             self.ok(command)
         self.refused("set vchassis password", "no management VM")
+        self.assert_becomes(lambda: self.logged("address debugging 3"), 1)
+        self.assert_becomes(lambda: self.logged("board master: the master's control VM crashed (1 times)"), 1)
+
+    def test_crashes_are_counted_for_good(self):
+        for times in (1, 2):
+            self.ok("set vchassis crash")
+            self.assert_becomes(lambda: self.logged(f"VM crashed ({times} times)"), 1)
+            self.restart()
+        self.ok("set vchassis crash")
+        self.assert_becomes(lambda: self.logged("VM crashed (3 times)"), 1)
 
 
 class SavedConfigurations(OnTheMaster):
