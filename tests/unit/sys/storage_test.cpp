@@ -1038,6 +1038,62 @@ TEST_F(storage, real_mounts_have_a_real_type)
     EXPECT_EQ(filesystem_of(device.c_str()), type.substr(0, 63));
 }
 
+/* The disks whose links hold the word. */
+std::vector<std::string> real_disks(const char *word)
+{
+    std::vector<std::string> found;
+    for (const std::string &each : directory_order())
+        if (fs::is_symlink("/sys/block/" + each) &&
+            fs::read_symlink("/sys/block/" + each).string().find(word) != std::string::npos)
+            found.push_back(each);
+    return found;
+}
+
+std::string trimmed(std::string text)
+{
+    text.erase(text.find_last_not_of(" \n") + 1);
+    return text;
+}
+
+TEST_F(storage, real_nvme_disk_has_its_serial_number)
+{
+    std::vector<std::string> serials;
+    for (const std::string &disk : real_disks("/nvme"))
+        serials.push_back(trimmed(own_root::read("/sys/block/" + disk + "/device/serial")));
+    if (serials.empty() || access("/bin/nvme", X_OK) != 0 || access("/etc/nvme", R_OK) != 0)
+        GTEST_SKIP() << "no NVMe disk here, no /bin/nvme or no /etc/nvme";
+    ASSERT_EQ(libchassisd_get_pcie_ssd_disk_sn(output.bytes, 255), 0);
+    EXPECT_NE(std::find(serials.begin(), serials.end(), trimmed(output.as<char>())), serials.end());
+}
+
+TEST_F(storage, real_sata_disk_has_its_serial_number)
+{
+    const std::vector<std::string> disks = real_disks("/ata");
+    if (disks.empty() || geteuid() != 0 || std::system("command -v smartctl > /dev/null") != 0)
+        GTEST_SKIP() << "no SATA disk here, or smartctl can't be run";
+    const std::string page = own_root::read("/sys/block/" + disks[0] + "/device/vpd_pg80");
+    if (page.empty())
+        GTEST_SKIP() << "the kernel does not tell the disk's serial number";
+    ASSERT_EQ(libchassisd_get_sata_ssd_disk_sn(disks[0].c_str(), output.bytes, 32), 0);
+    EXPECT_STRNE(output.as<char>(), "");
+    EXPECT_NE(page.find(output.as<char>()), std::string::npos) << output.as<char>();
+}
+
+TEST_F(device_name, real_disk_has_its_model)
+{
+    std::string disk;
+    for (const std::string &each : directory_order())
+        if (fs::exists("/sys/block/" + each + "/device/model"))
+            disk = each;
+    if (disk.empty())
+        GTEST_SKIP() << "no disk of this machine tells its model";
+    in_own_root([&] {
+        own_root::write("/tmp/sata_dev", "/dev/" + disk);
+        EXPECT_EQ(libchassisd_get_disk_device_model(output.bytes, 1, 256), 0);
+        EXPECT_EQ(output.as<char>(), own_root::read("/sys/block/" + disk + "/device/model"));
+    });
+}
+
 TEST_F(storage, real_root_device_is_classified)
 {
     const int type = libchassisd_get_disk_type_bypath("/");
