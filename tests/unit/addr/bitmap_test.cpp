@@ -296,6 +296,15 @@ TEST_F(port_map, adds_and_removes_members)
     EXPECT_EQ(bitmap_is_port_add2vlan(map, 2), 0);
 }
 
+TEST_F(port_map, masks_the_byte_index_with_0x1fff)
+{
+    bitmap_add_port2vlan(map, 2, 0x10000 + 9);
+    EXPECT_EQ(ports[2][1], 0x02);
+    EXPECT_EQ(bitmap_is_port_belong2vlan(map, 2, 0x10000 + 9), 1);
+    bitmap_del_port_from_vlan(map, 2, 0x10000 + 9);
+    EXPECT_EQ(ports[2][1], 0x00);
+}
+
 TEST_F(port_map, counts_the_ports_below_its_size)
 {
     for (const uint16_t port : {0, 2, 3})

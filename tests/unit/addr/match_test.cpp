@@ -104,6 +104,7 @@ const rated ipv4_words[] = {
     {"1:2", 0},
     /* an empty first octet passes; a last dot is taken before the octet in front of it is judged */
     {".1.2.3", 8},
+    {".1.2.3.4", 0},
     {".1", 7},
     {".", 7},
     {"256.", 7},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -137,6 +138,18 @@ TEST(is_ipv6_prefix_str, takes_an_address_of_39_characters_and_no_more)
     EXPECT_EQ(is_ipv6_str(dotted.c_str()), 1);
     EXPECT_EQ(ipv6_prefix_match((dotted + "/64").c_str()), 8);
     EXPECT_EQ(is_ipv6_prefix_str((dotted + "/64").c_str()), 0);
+}
+
+TEST(prefix_validators, do_not_mind_the_error_of_an_earlier_call)
+{
+    for (const auto validator : {is_ipv4_prefix_str, is_ipv4_r_prefix_str}) {
+        errno = ERANGE;
+        EXPECT_EQ(validator("1.2.3.4/8"), 1);
+    }
+    for (const auto validator : {is_ipv6_prefix_str, is_ipv6_r_prefix_str, is_ipv6_g_prefix_str}) {
+        errno = ERANGE;
+        EXPECT_EQ(validator("2001:db8::/32"), 1);
+    }
 }
 
 TEST(prefix_validators, agree_with_the_model_on_every_short_text)

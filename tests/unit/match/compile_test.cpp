@@ -222,6 +222,8 @@ TEST_F(compile, fills_column_256_of_a_matcher_that_ignores_case_too)
                                {}, markup)
                       .matches,
                   (std::vector<match>{{254, 0, 1}, {97, 1, 1}}));
+    const std::string long_text(300, '\xff');
+    EXPECT_EQ(library_scan(made.get(), long_text, {}), library_scan(made.get(), long_text, {}, true));
     printed.clear();
     EXPECT_EQ(tqac_find(made.get(), collect_print, "\xff", 1), 1);
     EXPECT_EQ(printed, "Found state 2\nPattern:\xff,n:1,nocase:1");
@@ -412,13 +414,9 @@ TEST_F(compile, after_a_failure_succeeds_but_the_error_stays_and_nothing_is_foun
     EXPECT_EQ(tqac_compile(made.get()), 0);
     EXPECT_EQ(made->error, error);
     EXPECT_EQ(made->compiled, 1u);
-    scan_result from;
-    from.state = 1234;
-    for (bool markup : {false, true}) {
-        const scan_result result = library_scan(made.get(), "ab", from, markup);
-        EXPECT_EQ(result.count, 0u);
-        EXPECT_EQ(result.state, 1234u) << "untouched";
-    }
+    const scan_result from{{}, 0, 1234, 3, '"'};
+    for (bool markup : {false, true})
+        EXPECT_EQ(library_scan(made.get(), "\"<ab", from, markup), from) << "untouched";
 }
 
 TEST_F(compile, has_the_code_of_a_missing_table_where_the_match_lists_are_gone)
