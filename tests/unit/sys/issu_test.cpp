@@ -398,24 +398,36 @@ TEST_F(issu_data, graceful_shutdown_is_460_bytes_from_offset_8)
     EXPECT_EQ(output.bytes[460], 0x5A);
 }
 
+using version_call = int (*)(char *, uint32_t);
+const version_call version_calls[] = {
+    [](char *out, uint32_t size) { return issu_ver_get(0, 0, out, size); },
+    issu_buf_image_ver_get,
+};
+
 TEST_F(issu_data, version_is_cut_to_the_callers_size)
 {
     platform().fallback = {0, 0, record_of(136, {{8, text_field("6.0.1 build 7", 20)}}), {}};
-    EXPECT_EQ(issu_ver_get(0, 0, output.as<char>(), 100), 0);
-    EXPECT_STREQ(output.as<char>(), "6.0.1 build 7");
-    EXPECT_EQ(issu_buf_image_ver_get(output.as<char>(), 6), 0);
-    EXPECT_STREQ(output.as<char>(), "6.0.1");
-    EXPECT_EQ(output.bytes[6], 'b') << "bytes after the given size stay";
-    output.reset();
-    EXPECT_EQ(issu_buf_image_ver_get(output.as<char>(), 0), 0);
-    EXPECT_TRUE(output.untouched());
+    for (const version_call call : version_calls)
+        for (const size_t size : {0u, 1u, 6u, 13u, 14u, 100u}) {
+            output.reset();
+            EXPECT_EQ(call(output.as<char>(), static_cast<uint32_t>(size)), 0);
+            const std::string expected = std::string("6.0.1 build 7").substr(0, size == 0 ? 0 : size - 1);
+            bytes written(expected.begin(), expected.end());
+            if (size != 0)
+                written.push_back(0);
+            written.push_back(0x5A);
+            EXPECT_EQ(output.first(written.size()), written) << size;
+        }
 }
 
 TEST_F(issu_data, version_without_a_terminator_ends_with_its_field)
 {
     platform().fallback = {0, 0, repeat('v', 200), {}};
-    EXPECT_EQ(issu_ver_get(0, 0, output.as<char>(), 1000), 0);
-    EXPECT_EQ(output.as<char>(), std::string(128, 'v'));
+    for (const version_call call : version_calls) {
+        output.reset();
+        EXPECT_EQ(call(output.as<char>(), 1000), 0);
+        EXPECT_EQ(output.as<char>(), std::string(128, 'v'));
+    }
 }
 
 TEST_F(issu_data, check_gives_number_and_text)
