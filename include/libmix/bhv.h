@@ -24,7 +24,8 @@ MIX_API const char *bhv_mail_type2name(uint32_t type) MIX_NOEXCEPT;
 typedef int (*bhv_callback)(const void *record, void *arg);
 
 /*
- * Asks the main local daemon for behaviour objects, page by page, at most 500 ms each.
+ * Asks the main local daemon for behaviour objects, page by page, at most 500 ms each. The next page is asked
+ * for while the cursor is not 0 and the page held exactly 6 records, with a name too.
  *
  * name: one object's name, at most 31 characters (more are cut); empty or NULL: all. class_, subclass: as the
  * daemon defines them. cb: called with each record of 616 bytes; NULL: records are only counted. Returns the
@@ -37,7 +38,8 @@ MIX_API uint16_t get_bhv_obj(const char *name, uint8_t class_, uint8_t subclass,
                              print_callback print) MIX_NOEXCEPT;
 
 /*
- * The same for behaviour profiles, records of 7640 bytes; with a name one request only is made.
+ * The same for behaviour profiles, records of 7640 bytes. The cursor alone decides on the next page; with a
+ * name one request only is made.
  * Texts: as above, "Failed to get bhv profile, ret is %d\n" for a negative status, and "Received buf len is
  * wrong, len is %d\n" for every wrong length.
  */

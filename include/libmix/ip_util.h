@@ -191,7 +191,7 @@ enum mix_match {
     MATCH_COMPLETE = 8    /* one */
 };
 
-/* A dotted quad without leading zeros. An empty first octet (.1.2.3.4) passes. */
+/* A dotted quad without leading zeros. An empty first octet is one of the four: .1.2.3 passes. */
 MIX_API int ipv4_match(const char *word) MIX_NOEXCEPT;
 
 /*
@@ -202,7 +202,9 @@ MIX_API int ipv4_prefix_match(const char *word) MIX_NOEXCEPT;
 
 /*
  * An IPv6 address. Every acceptable beginning, the empty word too, is rated complete; MATCH_INCOMPLETE is the
- * answer for NULL only. A dotted tail passes up to four characters.
+ * answer for NULL only. A dot takes the character behind it into its group, a colon too, and the group passes
+ * up to four characters; but a word that ends right behind a dot is complete at any length (::1.2.3. and
+ * 12345.).
  */
 MIX_API int ipv6_match(const char *word) MIX_NOEXCEPT;
 

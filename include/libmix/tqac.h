@@ -90,8 +90,12 @@ MIX_API tqac_matcher *tqac_new(tqac_alloc_function alloc, tqac_free_function fre
 
 /*
  * Adds a copy of a pattern. len: bytes, 0 or more. nocase: not 0 ignores the case of ASCII letters. The word
- * reported with a match is id, or data when id is 0. Duplicates are kept and reported each. Without effect on
- * a matcher that is compiled already. Returns 0; -1 when alloc returns NULL, then nothing has changed.
+ * reported with a match is id, or data when id is 0. Duplicates are kept and reported each. Returns 0; -1
+ * when alloc returns NULL, then nothing has changed.
+ *
+ * Add no pattern to a compiled matcher: it is not found. One that ignores case still sets `nocase`, after
+ * which searches compare case-sensitive patterns with the buffer and, where all 256 bytes occur in patterns,
+ * lose column 256: they take byte 255 for byte 254.
  */
 MIX_API int tqac_add_pattern(tqac_matcher *matcher, const void *pattern, int len, int nocase, uint64_t id,
                              uint64_t data) MIX_NOEXCEPT;
@@ -134,7 +138,13 @@ MIX_API int tqac_compile(tqac_matcher *matcher) MIX_NOEXCEPT;
 /*
  * Searches a buffer. len: bytes. cb is called for each match with arg. state: the stream's state, 0 at its
  * start; on return where the search got to, or where the callback stopped it. A state that the matcher does
- * not have counts as 0.
+ * not have is put to 0, also where a len of 0 or less leaves nothing to search.
+ *
+ * Bytes that are in no pattern do not reset the state, on purpose: a buffer that ends in them hands on the
+ * state from before them, so that with the pattern "she" the buffers "sh.." and "e" give a match at -2. Of a
+ * match that began in an earlier buffer only the part in this one is compared with case. An empty pattern
+ * ends at state 0: it is reported where a byte that is in a pattern leads there, and by states that inherit
+ * it.
  *
  * Returns the number of candidates: the matches, and in a matcher that ignores case also the places where a
  * case-sensitive pattern stood in other case, which are counted but not reported. 0 and nothing touched when
@@ -153,8 +163,9 @@ MIX_API uint32_t tqac_search2_(const tqac_matcher *matcher, const void *buf, int
 
 /*
  * Stops at the first state with matches and prints it: "Found state %u\n", then for each pattern
- * "Pattern:%*s,n:%d,nocase:%d" without a newline. Returns the number of patterns printed, 0 when none is
- * found.
+ * "Pattern:%*s,n:%d,nocase:%d" without a newline. Starts at state 0 and looks neither at `compiled` nor at
+ * `error`. Returns the number of patterns printed; 0 when none is found, for a len of 0 or less, and for a
+ * matcher without a table.
  */
 MIX_API int tqac_find(const tqac_matcher *matcher, print_callback print, const void *buf,
                       int len) MIX_NOEXCEPT;

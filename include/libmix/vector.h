@@ -2,7 +2,7 @@
  * libmix: a growable array of pointer-sized slots, addressed by index; a NULL slot is empty.
  *
  * Not synchronised: a vector belongs to one thread at a time. Memory comes from calloc and realloc; when it
- * can't be had, or a vector would pass 2^31 slots, the process ends with abort(). v is never NULL.
+ * can't be had, or a vector would grow past 2^31 slots, the process ends with abort(). v is never NULL.
  */
 #ifndef LIBMIX_VECTOR_H
 #define LIBMIX_VECTOR_H
