@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 
 #include "appliance/mixd/kernel_source.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/neighbour_states.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

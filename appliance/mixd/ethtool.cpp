@@ -10,13 +10,16 @@
 #include <sys/socket.h>
 
 #include "appliance/mixd/event.h"
-#include "appliance/mixd/names.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {
 
 namespace
 {
+
+using mix::wire::fill_text;
+using mix::wire::text_in;
 
 constexpr uint32_t most_statistics = 4096; /* more than any driver has */
 

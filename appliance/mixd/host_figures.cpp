@@ -11,7 +11,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "appliance/mixd/names.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -3,10 +3,10 @@
 #ifndef MIXD_MAC_DESCRIPTIONS_H
 #define MIXD_MAC_DESCRIPTIONS_H
 
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/network.h"
 #include "appliance/mixd/ordered_table.h"
 #include "appliance/wire/mac.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {
@@ -35,7 +35,7 @@ struct mac_descriptions {
     [[nodiscard]] std::string_view of(uint16_t virtual_system, const mac_address &mac) const
     {
         const auto *found = rows.find({virtual_system, mac});
-        return found != nullptr ? text_in(found->description) : std::string_view{};
+        return found != nullptr ? mix::wire::text_in(found->description) : std::string_view{};
     }
 };
 

@@ -1,7 +1,7 @@
 #include "appliance/mixd/mac_table.h"
 
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -10,6 +10,7 @@
 #include <sanitizer/asan_interface.h>
 
 #include "appliance/mixd/version.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {
@@ -210,13 +211,13 @@ void server::greet(connection &client, const message_header &header, std::span<c
                                    version, mix::wire::protocol_version, uint16_t{hello.version}));
         return;
     }
-    client.from.program.assign(hello.program, strnlen(hello.program, sizeof hello.program));
+    client.from.program = mix::wire::text_in(hello.program);
     client.greeted = true;
     mix::wire::welcome_payload welcome{};
     welcome.version = mix::wire::protocol_version;
     welcome.pid = static_cast<uint32_t>(getpid());
-    mix::wire::fill_name(welcome.daemon_version, version);
-    mix::wire::fill_name(welcome.name, client.at->name.c_str());
+    mix::wire::fill_text(welcome.daemon_version, version);
+    mix::wire::fill_text(welcome.name, client.at->name);
     send(client, make_header(message_kind::welcome, 0, header.sequence, 0, sizeof welcome),
          record_bytes(welcome));
 }

@@ -13,7 +13,7 @@
 #include "appliance/mixd/catalogue.h"
 #include "appliance/mixd/lock_keeper.h"
 #include "appliance/mixd/signatures.h"
-#include "frame/record.h"
+#include "appliance/wire/text.h"
 #include "platform/board.h"
 
 namespace mixd
@@ -25,6 +25,8 @@ namespace
 using mix::app::is_in_use;
 using mix::wire::app_entries;
 using mix::wire::app_first_user_defined;
+using mix::wire::fill_text;
+using mix::wire::text_in;
 
 constexpr uint64_t follow_every_us = 1000000;
 /* Writers hold the lock for microseconds, dead ones until the keeper has freed it; stopped ones for ever. */
@@ -56,18 +58,6 @@ std::string segment_name()
     return "app_ext_table";
 }
 
-template <size_t Size>
-std::string_view text(const char (&field)[Size])
-{
-    return {field, strnlen(field, Size - 1)};
-}
-
-template <size_t Size>
-void put_text(char (&field)[Size], std::string_view from)
-{
-    mix::frame::copy_name(field, Size, std::string(from).c_str());
-}
-
 app_entry from_store(const statement &row)
 {
     app_entry out{};
@@ -76,24 +66,24 @@ app_entry from_store(const statement &row)
     out.property = static_cast<uint32_t>(row.integer(2));
     out.risk = static_cast<uint32_t>(row.integer(3));
     out.flags = static_cast<uint32_t>(row.integer(4));
-    put_text(out.name, row.text(5));
-    put_text(out.name_cn, row.text(6));
+    fill_text(out.name, row.text(5));
+    fill_text(out.name_cn, row.text(6));
     out.name_key = mix::app::key_of(out.name);
     out.name_cn_key = static_cast<uint32_t>(row.integer(7));
-    put_text(out.technology, row.text(8));
-    put_text(out.category, row.text(9));
-    put_text(out.category_cn, row.text(10));
-    put_text(out.subcategory, row.text(11));
-    put_text(out.subcategory_cn, row.text(12));
+    fill_text(out.technology, row.text(8));
+    fill_text(out.category, row.text(9));
+    fill_text(out.category_cn, row.text(10));
+    fill_text(out.subcategory, row.text(11));
+    fill_text(out.subcategory_cn, row.text(12));
     return out;
 }
 
 void to_store(transaction &in, size_t slot, const app_entry &entry)
 {
     in.run("INSERT OR REPLACE INTO application VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)", slot, entry.type,
-           entry.property, entry.risk, entry.flags, text(entry.name), text(entry.name_cn), entry.name_cn_key,
-           text(entry.technology), text(entry.category), text(entry.category_cn), text(entry.subcategory),
-           text(entry.subcategory_cn));
+           entry.property, entry.risk, entry.flags, text_in(entry.name), text_in(entry.name_cn),
+           entry.name_cn_key, text_in(entry.technology), text_in(entry.category), text_in(entry.category_cn),
+           text_in(entry.subcategory), text_in(entry.subcategory_cn));
 }
 
 /* What a slot says, as far as anybody can see: free ones are all alike. */

@@ -17,9 +17,9 @@
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/mac_descriptions.h"
 #include "appliance/mixd/mac_table.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/neighbour_states.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -6,9 +6,9 @@
 #include <map>
 
 #include "appliance/mixd/kept_rows.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/bhv.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -21,8 +21,8 @@
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/host_figures.h"
 #include "appliance/mixd/kept_rows.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

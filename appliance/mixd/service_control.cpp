@@ -4,6 +4,7 @@
 
 #include "appliance/mixd/core.h"
 #include "appliance/mixd/version.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {
@@ -33,7 +34,7 @@ mix::wire::control_service row_of(const endpoint *one)
     mix::wire::control_service row{};
     row.address = one->to.packed();
     row.type = one->type;
-    fill_name(row.name, one->service);
+    fill_text(row.name, one->service);
     row.requests = one->count.requests;
     row.refused = one->count.refused;
     row.faulted = one->count.faulted;
@@ -41,12 +42,6 @@ mix::wire::control_service row_of(const endpoint *one)
     row.slowest_ns = one->count.slowest_ns;
     row.reply_bytes = one->count.reply_bytes;
     return row;
-}
-
-template <size_t Size>
-void fill(char (&out)[Size], const std::string &text)
-{
-    std::memcpy(out, text.data(), std::min(text.size(), Size - 1));
 }
 
 int32_t about(core &all, const board &at, reply &out)
@@ -58,12 +53,12 @@ int32_t about(core &all, const board &at, reply &out)
     row.started = static_cast<uint64_t>(all.started());
     row.clients = static_cast<uint32_t>(all.sockets().clients());
     row.addresses = static_cast<uint32_t>(all.sockets().addresses());
-    fill(row.version, version);
-    fill(row.run_dir, chosen.run_dir);
-    fill(row.store, chosen.store_file);
-    fill(row.scenario, chosen.scenario_file);
+    fill_text(row.version, version);
+    fill_text(row.run_dir, chosen.run_dir);
+    fill_text(row.store, chosen.store_file);
+    fill_text(row.scenario, chosen.scenario_file);
     row.slot = at.slot;
-    fill(row.board, at.name);
+    fill_text(row.board, at.name);
     out.append(row);
     return 0;
 }

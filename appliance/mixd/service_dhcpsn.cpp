@@ -15,11 +15,11 @@
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/lease_file.h"
 #include "appliance/mixd/mac_table.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/network.h"
 #include "appliance/mixd/ordered_table.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/dhcpsn.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

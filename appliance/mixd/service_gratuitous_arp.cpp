@@ -11,11 +11,11 @@
 #include "appliance/mixd/announcer.h"
 #include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kept_rows.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/network.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/arp.h"
 #include "appliance/wire/gas.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

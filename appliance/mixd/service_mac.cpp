@@ -11,8 +11,8 @@
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/mac_table.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -11,13 +11,13 @@
 
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/kernel_source.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/neighbour_states.h"
 #include "appliance/mixd/network.h"
 #include "appliance/mixd/ordered_table.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/arp.h"
 #include "appliance/wire/nd.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

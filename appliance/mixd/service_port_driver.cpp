@@ -18,9 +18,9 @@
 
 #include "appliance/mixd/ethtool.h"
 #include "appliance/mixd/kept_rows.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/ports.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

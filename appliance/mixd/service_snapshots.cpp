@@ -11,10 +11,10 @@
 #include <sqlite3.h>
 
 #include "appliance/mixd/core.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/gateway.h"
 #include "appliance/wire/snapshots.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

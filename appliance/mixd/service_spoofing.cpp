@@ -9,9 +9,9 @@
 #include <cerrno>
 
 #include "appliance/mixd/kept_rows.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/spoofing.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

@@ -15,9 +15,9 @@
 #include <libmix/issu.h>
 
 #include "appliance/mixd/event.h"
-#include "appliance/mixd/names.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/issu.h"
+#include "appliance/wire/text.h"
 
 namespace mixd
 {

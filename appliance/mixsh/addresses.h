@@ -2,6 +2,8 @@
 #ifndef MIXSH_ADDRESSES_H
 #define MIXSH_ADDRESSES_H
 
+#include "appliance/wire/text.h"
+
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -42,7 +44,7 @@ inline std::string mac_text(const std::uint8_t (&mac)[6])
 template <std::size_t Size>
 std::string field_text(const char (&field)[Size])
 {
-    return {field, strnlen(field, Size)};
+    return std::string(mix::wire::text_in(field));
 }
 
 // "10.1.0.0/16", which its kind has found to be a prefix.

@@ -1,4 +1,5 @@
 // The daemons themselves: who answers, where, how fast, which versions.
+#include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/control_client.h"
 #include "appliance/mixsh/kinds.h"
 #include "appliance/mixsh/times.h"
@@ -64,8 +65,8 @@ outcome show_daemons(invocation &call)
             const auto at = wire::split_address(address);
             const std::uint64_t requests = row.requests;
             return rows.row({fmt::format("node{}/{}.{}", at.node, at.instance, at.daemon), at.node,
-                             at.instance, at.daemon, std::uint32_t{row.type}, control::text(row.name),
-                             time.came, time.came ? microseconds(time.nanoseconds) : cell(), requests,
+                             at.instance, at.daemon, std::uint32_t{row.type}, field_text(row.name), time.came,
+                             time.came ? microseconds(time.nanoseconds) : cell(), requests,
                              std::uint64_t{row.refused}, std::uint64_t{row.faulted},
                              requests ? microseconds(row.total_ns / requests) : cell(),
                              microseconds(row.slowest_ns)});
@@ -84,15 +85,15 @@ outcome show_version(invocation &call)
         return call.fail(control::about(wire::control_about_type), "the version of mixd can't be read");
     if (!control::read(answer.bytes, 0, about))
         return call.fail(control::about(wire::control_about_type), "the answer of mixd is too short");
-    const auto store = control::text(about.store);
-    const auto scenario = control::text(about.scenario);
+    const auto store = field_text(about.store);
+    const auto scenario = field_text(about.scenario);
     call.out().record(
-        {{"mixd", "mixd", control::text(about.version)},
+        {{"mixd", "mixd", field_text(about.version)},
          {"Process", "pid", std::uint32_t{about.pid}},
          {"Running since", "started", local_time(about.started)},
          {"Describes", "describes", about.flags & wire::about_scenario ? scenario : "this host"},
          {"Writes to the kernel", "applies", (about.flags & wire::about_apply) != 0},
-         {"Run directory", "run_directory", control::text(about.run_dir)},
+         {"Run directory", "run_directory", field_text(about.run_dir)},
          {"Store", "store", store},
          {"Clients", "clients", std::uint32_t{about.clients}},
          {"Addresses", "addresses", std::uint32_t{about.addresses}}});

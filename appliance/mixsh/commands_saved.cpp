@@ -1,4 +1,5 @@
 // Saved configurations.
+#include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/control_client.h"
 #include "appliance/mixsh/kinds.h"
 #include "appliance/wire/snapshots.h"
@@ -29,8 +30,8 @@ outcome show_snapshots(invocation &call)
     table rows(call.out(), snapshot_columns);
     const bool read =
         control::each_row<wire::snapshot_row>(call, wire::control_list_snapshots, [&](const auto &row) {
-            return rows.row({control::text(row.name), control::text(row.when), control::text(row.saver),
-                             std::uint64_t{row.size}});
+            return rows.row(
+                {field_text(row.name), field_text(row.when), field_text(row.saver), std::uint64_t{row.size}});
         });
     rows.end();
     if (!read)

@@ -62,13 +62,6 @@ bool each_row(invocation &call, std::uint32_t type, Take take)
     return true;
 }
 
-// A text of a fixed field.
-template <std::size_t Size>
-std::string text(const char (&bytes)[Size])
-{
-    return std::string(bytes, strnlen(bytes, Size));
-}
-
 } // namespace mixsh::control
 
 #endif

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "appliance/platform/places.h"
+#include "appliance/wire/text.h"
 
 namespace mixplatform
 {
@@ -134,7 +135,7 @@ int32_t shake_hands(connection &with, const deadline &until, std::span<uint8_t> 
 {
     hello_payload hello{
         .version = protocol_version, .reserved = 0, .pid = static_cast<uint32_t>(getpid()), .program = {}};
-    fill_name(hello.program, program_invocation_short_name);
+    fill_text(hello.program, program_invocation_short_name);
     const std::span<const uint8_t> payload(reinterpret_cast<const uint8_t *>(&hello), sizeof(hello));
     const auto ours = make_header(message_kind::hello, 0, 0, 0, sizeof(hello));
     int32_t result = send_message(with, ours, payload, until, why);

@@ -52,7 +52,7 @@ static_assert(offsetof(message_header, sequence) == 12);
 static_assert(offsetof(message_header, status) == 16);
 static_assert(offsetof(message_header, length) == 20);
 
-inline constexpr size_t name_size = 32; /* of the texts below: zero-padded, terminated */
+inline constexpr size_t name_size = 32; /* of the texts below: zero-padded, terminated (text.h) */
 
 struct [[gnu::packed]] hello_payload {
     uint16_t version; /* of the protocol */
@@ -84,13 +84,6 @@ inline message_header make_header(message_kind kind, uint32_t type, uint32_t seq
                                   uint32_t length)
 {
     return {message_magic, protocol_version, static_cast<uint16_t>(kind), type, sequence, status, length};
-}
-
-/* Fills one of the fixed texts: cut where it is too long, always terminated, padded with zeroes. */
-inline void fill_name(char (&out)[name_size], const char *text)
-{
-    std::memset(out, 0, name_size);
-    std::memcpy(out, text, strnlen(text, name_size - 1));
 }
 
 enum class header_fault { none, too_short, not_ours, other_version, too_long, wrong_length };

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "appliance/wire/message.h"
+#include "appliance/wire/text.h"
 
 namespace mixtest
 {
@@ -53,7 +54,7 @@ inline void put(int fd, const bytes &what)
 inline void put_welcome(int fd)
 {
     welcome_payload welcome{protocol_version, 0, static_cast<uint32_t>(getpid()), {}, {}};
-    fill_name(welcome.name, "peer");
+    fill_text(welcome.name, "peer");
     put(fd, datagram(make_header(message_kind::welcome, 0, 0, 0, 0), bytes_of(welcome)));
 }
 

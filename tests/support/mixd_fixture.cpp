@@ -14,6 +14,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "appliance/wire/text.h"
+
 namespace mixtest
 {
 
@@ -217,7 +219,7 @@ bytes hello_bytes(uint16_t version)
     hello_payload hello{};
     hello.version = version;
     hello.pid = static_cast<uint32_t>(getpid());
-    fill_name(hello.program, "test");
+    fill_text(hello.program, "test");
     bytes whole = record_bytes(make_header(message_kind::hello, 0, 0, 0, sizeof hello));
     const bytes payload = record_bytes(hello);
     whole.insert(whole.end(), payload.begin(), payload.end());

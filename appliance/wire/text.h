@@ -1,13 +1,12 @@
-/* Copying names into the fields of records. */
-#ifndef MIXD_NAMES_H
-#define MIXD_NAMES_H
+/* Texts in the fixed fields of records. */
+#ifndef MIX_APPLIANCE_WIRE_TEXT_H
+#define MIX_APPLIANCE_WIRE_TEXT_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
 
-namespace mixd
+namespace mix::wire
 {
 
 /* Cut where it is too long, terminated, the rest zero. */
@@ -25,6 +24,6 @@ std::string_view text_in(const char (&field)[Size])
     return {field, strnlen(field, Size)};
 }
 
-} // namespace mixd
+} // namespace mix::wire
 
 #endif
