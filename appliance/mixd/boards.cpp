@@ -4,7 +4,6 @@
 #include <set>
 
 #include <fmt/format.h>
-#include <fmt/printf.h>
 
 #include "appliance/wire/chassis.h"
 #include "platform/board.h"
@@ -32,12 +31,6 @@ board read_board(scenario_table &row, std::set<uint32_t> &slots)
 }
 
 } // namespace
-
-std::string socket_name(const address &to)
-{
-    return fmt::sprintf(mix::wire::node_directory_format, to.node) + "/" +
-           fmt::sprintf(mix::wire::socket_name_format, to.instance, to.daemon);
-}
 
 const board &board_model::here() const
 {

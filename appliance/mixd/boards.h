@@ -2,7 +2,6 @@
 #ifndef MIXD_BOARDS_H
 #define MIXD_BOARDS_H
 
-#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -13,21 +12,7 @@
 namespace mixd
 {
 
-/* A daemon's address as clients build it: node, instance and daemon in one u32. Node 0 is this board. */
-struct address {
-    uint8_t node = 0;
-    uint16_t instance = 0;
-    uint8_t daemon = 0;
-
-    [[nodiscard]] constexpr uint32_t packed() const
-    {
-        return mix::wire::join_address({node, instance, daemon});
-    }
-    auto operator<=>(const address &) const = default;
-};
-
-/* The run directory's path of an address: "node0/0.17.sock". */
-std::string socket_name(const address &);
+using mix::wire::address_parts;
 
 struct board {
     uint32_t slot = 0;

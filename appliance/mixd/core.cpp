@@ -161,7 +161,7 @@ int core::run()
     return result < 0 ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
-void core::add(const address &to, uint32_t type, const board &at, const handler &call)
+void core::add(const address_parts &to, uint32_t type, const board &at, const handler &call)
 {
     registry_.add({to, type, making_, &at, call, {}});
 }

@@ -63,7 +63,7 @@ class core final : public setup
     void remake_services();
     static int on_store_replaced(sd_event_source *, void *data);
     void watch_signals();
-    void add(const address &, uint32_t type, const board &, const handler &);
+    void add(const address_parts &, uint32_t type, const board &, const handler &);
     static int on_hangup(sd_event_source *, const struct signalfd_siginfo *, void *data);
 
     options options_;

@@ -7,6 +7,7 @@
 
 #include "appliance/mixd/core.h"
 #include "appliance/mixd/version.h"
+#include "appliance/wire/places.h"
 
 namespace
 {
@@ -67,11 +68,9 @@ int run(int argc, char **argv)
     CLI11_PARSE(program, argc, argv);
 
     chosen.keep_catalogue = !without_catalogue;
+    const bool by_hand = !chosen.run_dir.empty() || !mix::wire::environment("MIX_RUN_DIR").empty();
     if (chosen.run_dir.empty())
-        chosen.run_dir = mixd::run_dir_of_environment();
-    const bool by_hand = !chosen.run_dir.empty();
-    if (!by_hand)
-        chosen.run_dir = mixd::default_run_dir();
+        chosen.run_dir = mix::wire::run_directory();
     if (chosen.store_file.empty())
         chosen.store_file = mixd::default_store(chosen.run_dir, by_hand);
     chosen.host = chosen.scenario_file.empty();

@@ -7,7 +7,7 @@ namespace mixd
 
 void registry::add(endpoint added)
 {
-    const uint64_t at = key(added.to.packed(), added.type);
+    const uint64_t at = key(join_address(added.to), added.type);
     const auto there = endpoints_.find(at);
     if (there != endpoints_.end() && !there->second->call) {
         there->second->service = added.service;
@@ -15,9 +15,10 @@ void registry::add(endpoint added)
         return;
     }
     if (there != endpoints_.end())
-        throw startup_error(fmt::format("services {} and {} both serve type {} at {}", there->second->service,
-                                        added.service, added.type, socket_name(added.to)));
-    if (added.to.packed() == mix::wire::no_address)
+        throw startup_error(fmt::format("services {} and {} both serve type {} at {:#x}",
+                                        there->second->service, added.service, added.type,
+                                        join_address(added.to)));
+    if (join_address(added.to) == mix::wire::no_address)
         throw startup_error(fmt::format("service {} wants the address that no daemon has", added.service));
     addresses_.insert(added.to);
     auto kept = std::make_unique<endpoint>(std::move(added));
@@ -37,7 +38,7 @@ endpoint *registry::find(uint32_t packed_address, uint32_t type)
     return found == endpoints_.end() ? nullptr : found->second.get();
 }
 
-std::string registry::name_at(const address &to) const
+std::string registry::name_at(const address_parts &to) const
 {
     std::vector<std::string_view> names;
     for (const endpoint *one : order_)

@@ -21,7 +21,7 @@ struct counters {
 };
 
 struct endpoint {
-    address to;
+    address_parts to;
     uint32_t type;
     const char *service;
     const board *at;
@@ -37,8 +37,8 @@ class registry
     void begin_again();
     endpoint *find(uint32_t packed_address, uint32_t type);
     /* The services at an address, for the welcome: "ipdefrag", or "ipdefrag+2" when there are more. */
-    [[nodiscard]] std::string name_at(const address &) const;
-    [[nodiscard]] const std::set<address> &addresses() const { return addresses_; }
+    [[nodiscard]] std::string name_at(const address_parts &) const;
+    [[nodiscard]] const std::set<address_parts> &addresses() const { return addresses_; }
     /* In a fixed order that never changes while mixd runs; index: the cursor of a listing. */
     [[nodiscard]] const std::vector<const endpoint *> &all() const { return order_; }
 
@@ -49,7 +49,7 @@ class registry
     }
     std::unordered_map<uint64_t, std::unique_ptr<endpoint>> endpoints_;
     std::vector<const endpoint *> order_;
-    std::set<address> addresses_;
+    std::set<address_parts> addresses_;
 };
 
 } // namespace mixd

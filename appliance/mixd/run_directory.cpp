@@ -8,19 +8,17 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include "appliance/wire/places.h"
+
 namespace mixd
 {
 
 namespace
 {
 
-constexpr int backlog = 128;
+using mix::wire::environment;
 
-std::string variable(const char *name)
-{
-    const char *value = std::getenv(name);
-    return value ? value : "";
-}
+constexpr int backlog = 128;
 
 [[noreturn]] void fail(const std::string &what)
 {
@@ -29,31 +27,19 @@ std::string variable(const char *name)
 
 } // namespace
 
-std::string run_dir_of_environment()
-{
-    return variable("MIX_RUN_DIR");
-}
-
-std::string default_run_dir()
-{
-    if (const std::string user = variable("XDG_RUNTIME_DIR"); !user.empty())
-        return user + "/mix";
-    return "/run/mix";
-}
-
 std::string default_store(const std::string &run_dir, bool run_dir_chosen)
 {
     const std::string name = "/mixd.db";
     for (const char *from : {"MIX_STATE_DIR", "STATE_DIRECTORY"})
-        if (const std::string folder = variable(from); !folder.empty())
+        if (const std::string folder = environment(from); !folder.empty())
             return folder.substr(0, folder.find(':')) + name; /* systemd lists several with colons */
     if (run_dir_chosen)
         return run_dir + name;
     if (run_dir == "/run/mix")
         return "/var/lib/mix" + name;
-    if (const std::string state = variable("XDG_STATE_HOME"); !state.empty())
+    if (const std::string state = environment("XDG_STATE_HOME"); !state.empty())
         return state + "/mix" + name;
-    if (const std::string home = variable("HOME"); !home.empty())
+    if (const std::string home = environment("HOME"); !home.empty())
         return home + "/.local/state/mix" + name;
     return run_dir + name;
 }
@@ -100,9 +86,9 @@ void run_directory::make_private(const std::string &folder) const
         fail(folder);
 }
 
-descriptor run_directory::listen(const address &to) const
+descriptor run_directory::listen(const address_parts &to) const
 {
-    const std::string name = path_ + "/" + socket_name(to);
+    const std::string name = mix::wire::socket_path(path_, to);
     make_private(std::filesystem::path(name).parent_path().string());
     sockaddr_un where{};
     where.sun_family = AF_UNIX;
@@ -125,9 +111,9 @@ descriptor run_directory::listen(const address &to) const
     return made;
 }
 
-void run_directory::remove(const address &to) const
+void run_directory::remove(const address_parts &to) const
 {
-    const std::string name = path_ + "/" + socket_name(to);
+    const std::string name = mix::wire::socket_path(path_, to);
     unlink(name.c_str());
 }
 

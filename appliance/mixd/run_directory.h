@@ -10,12 +10,6 @@
 namespace mixd
 {
 
-/* $MIX_RUN_DIR; empty: none was chosen there. */
-std::string run_dir_of_environment();
-
-/* Where it is when nobody chose: $XDG_RUNTIME_DIR/mix, else /run/mix. */
-std::string default_run_dir();
-
 /*
  * Where the store is when nobody says: in $MIX_STATE_DIR; else in systemd's $STATE_DIRECTORY; else in the run
  * directory if that was chosen by hand; else beside the default run directory's owner: /var/lib/mix for
@@ -32,8 +26,8 @@ class run_directory
     run_directory(run_directory &&) = default;
 
     /* A listening socket for an address. One that a dead mixd left there is replaced. */
-    descriptor listen(const address &) const;
-    void remove(const address &) const;
+    descriptor listen(const address_parts &) const;
+    void remove(const address_parts &) const;
     [[nodiscard]] const std::string &path() const { return path_; }
 
   private:

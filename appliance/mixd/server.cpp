@@ -74,7 +74,7 @@ server::~server()
 
 void server::listen()
 {
-    for (const address &to : registry_.addresses()) {
+    for (const address_parts &to : registry_.addresses()) {
         auto made = std::make_unique<listener>();
         made->owner = this;
         made->to = to;
@@ -227,7 +227,7 @@ void server::answer(connection &client, const message_header &header, std::span<
     const bool one_way = static_cast<message_kind>(uint16_t{header.kind}) == message_kind::notice;
     reply_.bytes.clear();
     reply_.go_on = nullptr;
-    endpoint *to = registry_.find(client.at->to.packed(), header.type);
+    endpoint *to = registry_.find(join_address(client.at->to), header.type);
     if (!to) {
         if (!one_way)
             finish(client, header, -ENOSYS, nullptr);

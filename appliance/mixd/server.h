@@ -38,7 +38,7 @@ class server
   private:
     struct listener {
         server *owner;
-        address to;
+        address_parts to;
         std::string name;
         descriptor socket;
         event_source ready;

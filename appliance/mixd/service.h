@@ -50,7 +50,7 @@ struct peer {
 };
 
 struct request {
-    address to;
+    address_parts to;
     const board &at; /* whose daemon was asked */
     uint32_t type;
     bool one_way; /* nobody waits: the reply is dropped */

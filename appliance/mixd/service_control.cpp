@@ -32,7 +32,7 @@ int32_t page(const request &asked, reply &out, const List &list, Convert convert
 mix::wire::control_service row_of(const endpoint *one)
 {
     mix::wire::control_service row{};
-    row.address = one->to.packed();
+    row.address = join_address(one->to);
     row.type = one->type;
     fill_text(row.name, one->service);
     row.requests = one->count.requests;

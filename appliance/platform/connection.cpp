@@ -12,7 +12,8 @@
 #include <cstring>
 #include <string>
 
-#include "appliance/platform/places.h"
+#include "appliance/platform/settings.h"
+#include "appliance/wire/places.h"
 #include "appliance/wire/text.h"
 
 namespace mixplatform
@@ -30,6 +31,15 @@ void explanation::say(const char *format, ...)
 
 namespace
 {
+
+/* Below the run directory, or in the directory that its endpoints.toml gives the node. */
+std::string place_of(const address_parts &to)
+{
+    const std::string run = run_directory();
+    if (const auto elsewhere = endpoint_of_node(run + "/endpoints.toml", to.node))
+        return *elsewhere + '/' + socket_name(to);
+    return socket_path(run, to);
+}
 
 int32_t timed_out(explanation &why, const char *what)
 {
@@ -168,7 +178,7 @@ int32_t open_connection(connection &to, uint32_t address, const deadline &until,
         why.say("there is no such address");
         return -EADDRNOTAVAIL;
     }
-    const std::string path = socket_path(address);
+    const std::string path = place_of(split_address(address));
     to = {};
     to.fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (to.fd < 0) {

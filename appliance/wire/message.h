@@ -12,6 +12,7 @@
 #ifndef MIX_APPLIANCE_WIRE_MESSAGE_H
 #define MIX_APPLIANCE_WIRE_MESSAGE_H
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -135,9 +136,11 @@ inline const char *describe(header_fault fault)
 
 /* An address: node (0: this board), instance, daemon. */
 struct address_parts {
-    uint8_t node;
-    uint16_t instance;
-    uint8_t daemon;
+    uint8_t node = 0;
+    uint16_t instance = 0;
+    uint8_t daemon = 0;
+
+    auto operator<=>(const address_parts &) const = default;
 };
 
 /* Stands for no daemon at all: sends to it fail, and nothing may listen there. */
@@ -155,10 +158,6 @@ constexpr uint32_t join_address(address_parts parts)
            parts.daemon;
 }
 static_assert(join_address({3, 0x102, 17}) == 0x03010211);
-
-/* Where an address listens, below the run directory: "node0/0.17.sock". */
-inline constexpr const char *node_directory_format = "node%u";
-inline constexpr const char *socket_name_format = "%u.%u.sock"; /* instance, daemon */
 
 } // namespace mix::wire
 

@@ -18,6 +18,7 @@
 #include <sys/un.h>
 
 #include "appliance/mixd/core.h"
+#include "appliance/wire/places.h"
 #include "fuzz/input.h"
 #include "support/temporary_directory.h"
 
@@ -110,13 +111,12 @@ class appliance
             if (sd_event_run(core_.loop(), 0) <= 0)
                 return;
     }
-    client &client_at(const mixd::address &to, bool with_hello)
+    client &client_at(const mixd::address_parts &to, bool with_hello)
     {
         const auto found = clients_.find(to);
         if (found != clients_.end())
             return found->second;
-        client &made =
-            clients_.try_emplace(to, core_.settings().run_dir + "/" + mixd::socket_name(to)).first->second;
+        client &made = clients_.try_emplace(to, socket_path(core_.settings().run_dir, to)).first->second;
         if (with_hello) {
             send_hello(made);
             turn();
@@ -139,17 +139,17 @@ class appliance
     }
 
     void one_message(input &from);
-    void hear_answer(const mixd::address &at, client &by, bool request_in_order);
-    static void defuse(const mixd::address &to, std::vector<uint8_t> &datagram);
+    void hear_answer(const mixd::address_parts &at, client &by, bool request_in_order);
+    static void defuse(const mixd::address_parts &to, std::vector<uint8_t> &datagram);
 
     mixtest::temporary_directory place_;
     mixd::core core_;
-    std::map<mixd::address, client> clients_;
+    std::map<mixd::address_parts, client> clients_;
 };
 
 /* Injected crashes end mixd as they should, and injected delays only cost time: neither is what is looked
  * for. */
-void appliance::defuse(const mixd::address &to, std::vector<uint8_t> &datagram)
+void appliance::defuse(const mixd::address_parts &to, std::vector<uint8_t> &datagram)
 {
     message_header header;
     control_fault wanted;
@@ -204,7 +204,7 @@ void appliance::one_message(input &from)
     hear_answer(to.to, by, in_order && core_.faults().all().empty());
 }
 
-void appliance::hear_answer(const mixd::address &at, client &by, bool request_in_order)
+void appliance::hear_answer(const mixd::address_parts &at, client &by, bool request_in_order)
 {
     int replies = 0;
     message_header header;
