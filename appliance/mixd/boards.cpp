@@ -16,13 +16,14 @@ namespace
 
 constexpr uint32_t highest_slot = 253; /* node 254; the address that no daemon has is in node 255 */
 constexpr uint16_t most_cpus = 64;
+constexpr scenario_word<bool> roles[] = {{"main", false}, {"standby", false}, {"service", true}};
 
 board read_board(scenario_table &row, std::set<uint32_t> &slots)
 {
     board one;
     one.slot = static_cast<uint32_t>(row.required_number("slot", 0, highest_slot));
     one.name = row.text("name", fmt::format("slot{}", one.slot), 31);
-    one.role = row.one_of("role", "service", {"main", "standby", "service"});
+    one.is_service = row.one_of("role", "service", roles).value;
     one.cpus = static_cast<uint16_t>(row.number("cpus", 1, 1, most_cpus));
     one.is_this = row.boolean("this", false);
     if (!slots.insert(one.slot).second)
@@ -68,7 +69,7 @@ board_model read_boards(scenario_table &top)
     }
     model.chassis = !model.boards.empty();
     if (model.boards.empty())
-        model.boards.push_back({std::min(tq_get_slot(), highest_slot), "this", "main", 1, true});
+        model.boards.push_back({std::min(tq_get_slot(), highest_slot), "this", false, 1, true});
     if (model.chassis && !main_seen)
         top.fail("board", "one board needs this = true: the one that node 0 means");
     return model;

@@ -16,8 +16,8 @@ using mix::wire::address_parts;
 
 struct board {
     uint32_t slot = 0;
-    std::string name; /* of the scenario, or "slotN" */
-    std::string role; /* "main", "standby" or "service" */
+    std::string name;        /* of the scenario, or "slotN" */
+    bool is_service = false; /* its role: not the main board, nor the one that stands by */
     uint16_t cpus = 1;
     bool is_this = false; /* the board that mixd itself runs on: also reached as node 0 */
 };

@@ -17,7 +17,7 @@ namespace
 constexpr int32_t longest_delay_ms = 600'000;
 
 struct kind_rule {
-    const char *name;
+    std::string_view word;
     fault_kind kind;
     int32_t least, most, usual; /* of the value */
 };
@@ -37,13 +37,6 @@ const kind_rule *rule_of(uint32_t kind)
     const auto *found = std::find_if(std::begin(kinds), std::end(kinds), [kind](const kind_rule &rule) {
         return static_cast<uint32_t>(rule.kind) == kind;
     });
-    return found == std::end(kinds) ? nullptr : found;
-}
-
-const kind_rule *rule_named(const std::string &name)
-{
-    const auto *found = std::find_if(std::begin(kinds), std::end(kinds),
-                                     [&name](const kind_rule &rule) { return name == rule.name; });
     return found == std::end(kinds) ? nullptr : found;
 }
 
@@ -106,10 +99,9 @@ void fault_table::read(scenario_table &top)
         wanted.type = static_cast<uint32_t>(row.number("type", 0, 0, UINT32_MAX));
         wanted.count = static_cast<uint32_t>(row.number("count", 0, 0, UINT32_MAX));
         row.required_text("kind");
-        const kind_rule *rule = rule_named(
-            row.one_of("kind", "drop", {"delay", "drop", "refuse", "short", "long", "overstated", "crash"}));
-        wanted.kind = static_cast<uint32_t>(rule->kind);
-        wanted.value = static_cast<int32_t>(row.signed_number("value", rule->usual, rule->least, rule->most));
+        const kind_rule &rule = row.one_of("kind", "drop", kinds);
+        wanted.kind = static_cast<uint32_t>(rule.kind);
+        wanted.value = static_cast<int32_t>(row.signed_number("value", rule.usual, rule.least, rule.most));
         const int result = set(wanted);
         if (result == -ENOSPC)
             row.fail("", "there are too many faults");

@@ -40,12 +40,7 @@ constexpr neighbour_state kind_of_state(uint16_t kernel)
 /* The key "state" of a scenario's entry, as the kernel's bit. */
 inline uint16_t state_in(scenario_table &each)
 {
-    const std::string word = each.one_of(
-        "state", "reachable", {"permanent", "reachable", "stale", "delay", "probe", "failed", "incomplete"});
-    for (const neighbour_state_row &row : neighbour_states)
-        if (row.word == word)
-            return row.kernel;
-    return NUD_REACHABLE;
+    return each.one_of("state", "reachable", neighbour_states).kernel;
 }
 
 } // namespace mixd

@@ -54,6 +54,7 @@ network::~network() = default;
 
 void network::read(scenario_table table)
 {
+    constexpr scenario_word<bool> kinds[] = {{"", false}, {"bridge", true}};
     for (scenario_table &each : table.rows("virtual_router")) {
         const auto id = static_cast<uint32_t>(each.required_number("id", 1, UINT16_MAX));
         configured_routers_[id] = each.required_text("name", mix::wire::vrouter_name_max);
@@ -61,7 +62,7 @@ void network::read(scenario_table table)
     for (scenario_table &each : table.rows("interface")) {
         const std::string name = each.required_text("name", mix::wire::short_name_size - 1);
         network_interface one = *interface(need_interface(name));
-        one.kind = each.one_of("kind", "", {"", "bridge"});
+        one.kind = each.one_of("kind", "", kinds).word;
         one.virtual_router = static_cast<uint16_t>(
             each.number("virtual_router", mix::wire::usual_virtual_router, 1, UINT16_MAX));
         one.virtual_system = static_cast<uint16_t>(each.number("virtual_system", 0, 0, UINT16_MAX));

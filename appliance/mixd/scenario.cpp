@@ -203,17 +203,18 @@ std::string scenario_table::text(std::string_view key, std::string_view fallback
     return string(key, longest).value_or(std::string(fallback));
 }
 
-std::string scenario_table::one_of(std::string_view key, std::string_view fallback,
-                                   std::initializer_list<std::string_view> words)
+size_t scenario_table::word_index(std::string_view key, std::string_view fallback,
+                                  std::span<const std::string_view> words)
 {
+    const auto place = [&](std::string_view word) {
+        return static_cast<size_t>(std::find(words.begin(), words.end(), word) - words.begin());
+    };
     const auto value = string(key, SIZE_MAX);
-    if (!value)
-        return std::string(fallback);
-    if (std::find(words.begin(), words.end(), *value) == words.end()) {
+    if (value && place(*value) < words.size())
+        return place(*value);
+    if (value)
         fail(key, fmt::format("\"{}\" is not one of: {}", *value, fmt::join(words, ", ")));
-        return std::string(fallback);
-    }
-    return *value;
+    return place(fallback) % words.size(); /* a fallback that is no word: the first */
 }
 
 std::vector<std::string> scenario_table::texts(std::string_view key, size_t longest)

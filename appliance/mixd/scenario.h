@@ -11,11 +11,12 @@
 #ifndef MIXD_SCENARIO_H
 #define MIXD_SCENARIO_H
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -35,6 +36,13 @@ struct scenario_problems {
     std::string file;
     std::vector<std::pair<size_t, std::string>> lines; /* the line, and "file:line: reason" */
     void add(size_t line, std::string_view reason);
+};
+
+/* A word of a scenario and what it stands for. */
+template <class Value>
+struct scenario_word {
+    std::string_view word;
+    Value value;
 };
 
 /*
@@ -61,8 +69,15 @@ class scenario_table
     int64_t signed_number(std::string_view key, int64_t fallback, int64_t least, int64_t most);
     bool boolean(std::string_view key, bool fallback);
     std::string text(std::string_view key, std::string_view fallback, size_t longest = 255);
-    std::string one_of(std::string_view key, std::string_view fallback,
-                       std::initializer_list<std::string_view> words);
+    /* The row of a table whose `word` the key has. */
+    template <class Row, size_t Count>
+    const Row &one_of(std::string_view key, std::string_view fallback, const Row (&rows)[Count])
+    {
+        std::array<std::string_view, Count> words;
+        std::transform(std::begin(rows), std::end(rows), words.begin(),
+                       [](const Row &row) { return row.word; });
+        return rows[word_index(key, fallback, words)];
+    }
     std::vector<std::string> texts(std::string_view key, size_t longest = 255);
 
     /* Required keys: reported as missing where the table is present; then a zero value comes back. */
@@ -88,6 +103,8 @@ class scenario_table
     const void *ask(std::string_view key);
     std::optional<int64_t> integer(std::string_view key, int64_t least, int64_t most);
     std::optional<std::string> string(std::string_view key, size_t longest);
+    size_t word_index(std::string_view key, std::string_view fallback,
+                      std::span<const std::string_view> words);
 
     /* A toml::table and, from ask, a toml::node: kept out of this header, which every service includes. */
     const void *table_ = nullptr;

@@ -99,21 +99,19 @@ void behaviour::begin()
 /* --- scenarios --------------------------------------------------------------------------------------------
  */
 
-constexpr std::pair<std::string_view, uint8_t> class_words[] = {{"url", bhv_url},
-                                                                {"keyword", bhv_keyword},
-                                                                {"mail", bhv_mail},
-                                                                {"file", bhv_file},
-                                                                {"application", bhv_application}};
+constexpr scenario_word<uint8_t> class_words[] = {{"url", bhv_url},
+                                                  {"keyword", bhv_keyword},
+                                                  {"mail", bhv_mail},
+                                                  {"file", bhv_file},
+                                                  {"application", bhv_application}};
+constexpr scenario_word<uint8_t> action_words[] = {{"permit", bhv_permit}, {"block", bhv_block}};
 
 /* Class and subclass of an object, or of the object that a rule is about. */
 template <class Row>
 void read_class(scenario_table &each, Row &row)
 {
     each.require("class");
-    const std::string word = each.one_of("class", "url", {"url", "keyword", "mail", "file", "application"});
-    for (const auto &[name, number] : class_words)
-        if (name == word)
-            row.object_class = number;
+    row.object_class = each.one_of("class", "url", class_words).value;
     row.subclass = static_cast<uint8_t>(each.number("subclass", 0, 0, UINT8_MAX));
 }
 
@@ -138,7 +136,7 @@ bhv_rule read_rule(scenario_table &each)
     bhv_rule rule{};
     fill_text(rule.object, each.required_text("object", sizeof rule.object - 1));
     read_class(each, rule);
-    rule.action = each.one_of("action", "permit", {"permit", "block"}) == "block" ? bhv_block : bhv_permit;
+    rule.action = each.one_of("action", "permit", action_words).value;
     rule.log = each.boolean("log", false) ? 1 : 0;
     rule.mail = static_cast<uint32_t>(each.number("mail_types", 0, 0, (uint64_t{1} << mail_types) - 1));
     rule.hits = each.number("hits", 0, 0, INT64_MAX);

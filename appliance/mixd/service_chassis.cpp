@@ -142,7 +142,7 @@ void chassis::read_cards(setup &with)
     for (const board &each : boards.boards) {
         card one;
         one.at = &each;
-        one.kind = each.role == "service" ? 8 : 1;
+        one.kind = each.is_service ? 8 : 1;
         one.serial = fmt::format("SN{:06}", each.slot);
         cards_.emplace(each.slot, one);
     }

@@ -119,7 +119,7 @@ void gratuitous_arp::begin()
 /* --- scenarios and rows -----------------------------------------------------------------------------------
  */
 
-constexpr std::pair<std::string_view, uint8_t> form_words[] = {
+constexpr scenario_word<uint8_t> form_words[] = {
     {"request", gas_as_request}, {"reply", gas_as_reply}, {"both", gas_every_form}};
 
 void gratuitous_arp::read(scenario_table table)
@@ -133,10 +133,7 @@ void gratuitous_arp::read(scenario_table table)
         std::copy(mac.begin(), mac.end(), row.mac);
         fill_text(row.interface, each.required_text("interface", sizeof row.interface - 1));
         row.interval = static_cast<uint32_t>(each.number("seconds", usual_interval, 1, gas_longest_interval));
-        const std::string form = each.one_of("form", "request", {"request", "reply", "both"});
-        for (const auto &[word, forms] : form_words)
-            if (word == form)
-                row.option = forms;
+        row.option = each.one_of("form", "request", form_words).value;
         if (each.has("address") && !is_host(row.address))
             each.fail("address", "must be the address of a host");
         if (each.has("mac") && !is_station(mac))

@@ -131,6 +131,10 @@ void mac::load_statics(setup &with)
     }
 }
 
+constexpr scenario_word<forwarding_entry::kind> kind_words[] = {{"dynamic", forwarding_entry::kind::dynamic},
+                                                                {"static", forwarding_entry::kind::fixed},
+                                                                {"local", forwarding_entry::kind::local}};
+
 /* What the entries of one table of a scenario have in common; their addresses are put in later. */
 std::pair<forwarding_key, forwarding_entry> read_entry(scenario_table &each, network &of)
 {
@@ -139,11 +143,7 @@ std::pair<forwarding_key, forwarding_entry> read_entry(scenario_table &each, net
                        each.mac("mac").value_or(mac_address{2, 0, 0, 0, 0, 0})};
     forwarding_entry entry;
     entry.port = of.need_interface(each.required_text("port", 31));
-    const std::string kind = each.one_of("kind", "dynamic", {"dynamic", "static", "local"});
-    if (kind == "static")
-        entry.is = forwarding_entry::kind::fixed;
-    if (kind == "local")
-        entry.is = forwarding_entry::kind::local;
+    entry.is = each.one_of("kind", "dynamic", kind_words).value;
     entry.updated = monotonic_seconds();
     return {key, entry};
 }
