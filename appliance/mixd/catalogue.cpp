@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include "app/catalogue.h"
 #include "appliance/mixd/dead_lock.h"
 
 namespace mixd
@@ -45,15 +46,6 @@ struct stat status_of(int fd, const std::string &path)
     if (fstat(fd, &is) < 0)
         fail(path);
     return is;
-}
-
-void make_lock(pthread_rwlock_t &lock)
-{
-    pthread_rwlockattr_t shared;
-    pthread_rwlockattr_init(&shared);
-    pthread_rwlockattr_setpshared(&shared, PTHREAD_PROCESS_SHARED);
-    pthread_rwlock_init(&lock, &shared);
-    pthread_rwlockattr_destroy(&shared);
 }
 
 std::string first_line(const char *file)
@@ -116,7 +108,7 @@ bool catalogue::build(const std::function<void()> &fill)
     if (const int error = posix_fallocate(object.get(), 0, sizeof(app_segment)); error != 0)
         throw startup_error(fmt::format("{}: {}", path_, std::strerror(error)));
     map(std::move(object));
-    make_lock(*lock_);
+    mix::app::make_shared(*lock_);
     fill();
     const std::string unnamed = fmt::format("/proc/self/fd/{}", object_.get());
     if (linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) < 0) {
@@ -165,7 +157,7 @@ void catalogue::await_lock() const
     if (await([&] { return is_shared(*lock_); }))
         return;
     log(priority::warning, fmt::format("the lock of {} was never made; it is now", path_));
-    make_lock(*lock_);
+    mix::app::make_shared(*lock_);
 }
 
 /* Whether the name still leads to the object that was opened. */

@@ -8,6 +8,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "app/catalogue.h"
+
 namespace mixd
 {
 
@@ -39,17 +41,6 @@ timespec soon(long milliseconds)
     at.tv_sec += at.tv_nsec / 1000000000;
     at.tv_nsec %= 1000000000;
     return at;
-}
-
-bool initialise_shared(pthread_rwlock_t &lock)
-{
-    pthread_rwlockattr_t shared;
-    if (pthread_rwlockattr_init(&shared) != 0)
-        return false;
-    pthread_rwlockattr_setpshared(&shared, PTHREAD_PROCESS_SHARED);
-    const bool made = pthread_rwlock_init(&lock, &shared) == 0;
-    pthread_rwlockattr_destroy(&shared);
-    return made;
 }
 
 /* The states that a lock goes through in one thread. */
@@ -125,7 +116,8 @@ void wake_writers(pthread_rwlock_t &lock)
 bool lock_layout_is_known()
 {
     pthread_rwlock_t lock;
-    return initialise_shared(lock) && states_are_as_expected(lock) && a_waiter_goes_on(lock);
+    mix::app::make_shared(lock);
+    return states_are_as_expected(lock) && a_waiter_goes_on(lock);
 }
 
 } // namespace mixd

@@ -14,7 +14,6 @@
 #include "appliance/mixd/lock_keeper.h"
 #include "appliance/mixd/signatures.h"
 #include "appliance/wire/text.h"
-#include "platform/board.h"
 
 namespace mixd
 {
@@ -48,14 +47,6 @@ std::string default_signatures()
     std::error_code failed;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", failed);
     return (program.parent_path().parent_path() / "share/mix/applications.csv").string();
-}
-
-/* libmix goes by the same name. */
-std::string segment_name()
-{
-    if (tq_is_numa_platform() != 0)
-        return fmt::format("app_ext_table_{}", tq_get_slot());
-    return "app_ext_table";
 }
 
 app_entry from_store(const statement &row)
@@ -172,7 +163,7 @@ void application::bring_to_store()
 /* False: somebody else keeps the catalogue, and that is all right. */
 bool application::take_segment(bool shared)
 try {
-    segment_ = std::make_unique<catalogue>(segment_name(), [this] {
+    segment_ = std::make_unique<catalogue>(mix::app::name_of_segment().name, [this] {
         tq_app_table_create();
         load();
     });

@@ -15,13 +15,16 @@
 #include <fmt/format.h>
 #include <libmix/app_table.h>
 
+#include "app/app_wire.h"
+
 namespace mixd
 {
 
 namespace
 {
 
-constexpr uint32_t last_predefined = 15870;
+using mix::wire::app_longest_name;
+using mix::wire::app_longest_technology;
 
 /* Why a line is skipped. */
 struct wrong_line : std::runtime_error {
@@ -149,7 +152,7 @@ void take_number(const column &self, const std::string &text, signature &out)
 
 void take_type(const column &self, const std::string &text, signature &out)
 {
-    out.type = static_cast<uint16_t>(to_number(self.name, text, last_predefined));
+    out.type = static_cast<uint16_t>(to_number(self.name, text, mix::wire::app_first_user_defined - 1));
 }
 
 constexpr column text_column(std::string_view name, std::string signature::*field, size_t longest)
@@ -164,13 +167,13 @@ constexpr column number_column(std::string_view name, uint32_t signature::*field
 
 constexpr column columns[] = {
     {"type", take_type},
-    text_column("name", &signature::name, 95),
-    text_column("name_cn", &signature::name_cn, 95),
-    text_column("category", &signature::category, 95),
-    text_column("category_cn", &signature::category_cn, 95),
-    text_column("subcategory", &signature::subcategory, 95),
-    text_column("subcategory_cn", &signature::subcategory_cn, 95),
-    text_column("technology", &signature::technology, 63),
+    text_column("name", &signature::name, app_longest_name),
+    text_column("name_cn", &signature::name_cn, app_longest_name),
+    text_column("category", &signature::category, app_longest_name),
+    text_column("category_cn", &signature::category_cn, app_longest_name),
+    text_column("subcategory", &signature::subcategory, app_longest_name),
+    text_column("subcategory_cn", &signature::subcategory_cn, app_longest_name),
+    text_column("technology", &signature::technology, app_longest_technology),
     number_column("risk", &signature::risk),
     number_column("flags", &signature::flags),
     number_column("property", &signature::property),

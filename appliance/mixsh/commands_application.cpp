@@ -1,8 +1,8 @@
 // The application catalogue: what is in it, user-defined applications, its export. Read and written in shared
 // memory through libmix; mixd made it.
+#include "app/catalogue.h"
 #include "appliance/mixsh/invocation.h"
 #include "appliance/mixsh/kinds.h"
-#include "platform/board.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,23 +20,16 @@ namespace mixsh
 namespace
 {
 
-constexpr std::uint32_t last_type = 16382;
-constexpr std::uint32_t first_user_defined = 15871;
+using mix::wire::app_first_user_defined;
+using mix::wire::app_last;
+constexpr limits name_limits{.longest = mix::wire::app_longest_name};
 
 // --- attaching
 
-// libmix makes an empty catalogue where there is none; that is mixd's to do.
-bool is_there()
-{
-    std::string path = "/dev/shm/app_ext_table";
-    if (tq_is_numa_platform() != 0)
-        path += fmt::format("_{}", tq_get_slot());
-    return access(path.c_str(), F_OK) == 0;
-}
-
 bool attach(invocation &call)
 {
-    if (tq_app_ext_table == nullptr && !is_there()) {
+    // libmix makes an empty catalogue where there is none; that is mixd's to do.
+    if (tq_app_ext_table == nullptr && access(mix::app::name_of_segment().path, F_OK) != 0) {
         call.fail("there is no application catalogue on this machine", "start mixd, it makes the catalogue");
         return false;
     }
@@ -60,7 +53,7 @@ constexpr column application_columns[] = {
 
 bool is_user_defined(std::uint32_t type)
 {
-    return type >= first_user_defined && type <= last_type;
+    return type >= app_first_user_defined && type <= app_last;
 }
 
 void show_one(invocation &call, std::uint32_t type)
@@ -107,7 +100,7 @@ bool passes(const invocation &call, std::uint32_t type)
 outcome show_list(invocation &call)
 {
     table rows(call.out(), application_columns);
-    for (std::uint32_t type = 0; type <= last_type; type++) {
+    for (std::uint32_t type = 0; type <= app_last; type++) {
         if (!is_in_use(type) || !passes(call, type))
             continue;
         if (!rows.row({type, tq_app_type2name(type), tq_app_type2name_cn(type), tq_app_type2category(type),
@@ -144,7 +137,7 @@ outcome show(invocation &call)
     return outcome::done;
 }
 constexpr argument show_arguments[] = {
-    option("type", kinds::number, "the application of this type", {.high = last_type}),
+    option("type", kinds::number, "the application of this type", {.high = app_last}),
     option("name", kinds::word, "the application of this name"),
     option("chinese-name", kinds::word, "the application of this Chinese name"),
     option("category", kinds::word, "applications of this category, in either language"),
@@ -176,7 +169,7 @@ outcome show_categories(invocation &call)
     if (!attach(call))
         return outcome::failed;
     std::map<std::pair<std::string, std::string>, std::uint32_t> counts;
-    for (std::uint32_t type = 0; type <= last_type; type++)
+    for (std::uint32_t type = 0; type <= app_last; type++)
         if (is_in_use(type))
             counts[{tq_app_type2category(type), tq_app_type2category_cn(type)}]++;
     table rows(call.out(), category_columns);
@@ -188,12 +181,12 @@ outcome show_categories(invocation &call)
 // --- user-defined applications
 
 constexpr argument attributes[] = {
-    option("chinese-name", kinds::text, "its Chinese name", {.longest = 95}),
-    option("category", kinds::text, "its category", {.longest = 95}),
-    option("chinese-category", kinds::text, "its category in Chinese", {.longest = 95}),
-    option("subcategory", kinds::text, "its subcategory", {.longest = 95}),
-    option("chinese-subcategory", kinds::text, "its subcategory in Chinese", {.longest = 95}),
-    option("technology", kinds::text, "its technology", {.longest = 63}),
+    option("chinese-name", kinds::text, "its Chinese name", name_limits),
+    option("category", kinds::text, "its category", name_limits),
+    option("chinese-category", kinds::text, "its category in Chinese", name_limits),
+    option("subcategory", kinds::text, "its subcategory", name_limits),
+    option("chinese-subcategory", kinds::text, "its subcategory in Chinese", name_limits),
+    option("technology", kinds::text, "its technology", {.longest = mix::wire::app_longest_technology}),
     option("risk", kinds::number, "its risk"),
     option("property", kinds::number, "its property word"),
     option("shadow-it", kinds::one_of, "whether it is shadow IT", on_off),
@@ -240,7 +233,7 @@ outcome add(invocation &call)
     call.out().record({{"Type", "type", type}});
     return outcome::done;
 }
-constexpr argument add_first[] = {value("NAME", kinds::text, "name of the application", {.longest = 95})};
+constexpr argument add_first[] = {value("NAME", kinds::text, "name of the application", name_limits)};
 constexpr auto add_arguments = joined(add_first, attributes);
 
 // By its name, or by its type where nothing has that name. 0: there is none.
@@ -251,7 +244,7 @@ std::uint32_t find_user_defined(invocation &call)
         return type;
     char *end = nullptr;
     const unsigned long type = std::strtoul(name, &end, 10);
-    if (*name != '\0' && *end == '\0' && type <= last_type &&
+    if (*name != '\0' && *end == '\0' && type <= app_last &&
         is_user_defined(static_cast<std::uint32_t>(type)) && is_in_use(static_cast<std::uint32_t>(type)))
         return static_cast<std::uint32_t>(type);
     call.fail("there is no such user-defined application",
@@ -309,7 +302,7 @@ outcome export_to(invocation &call)
     std::vector<std::uint8_t> page(records_a_page * APP_EXPORT_RECORD_SIZE);
     std::uint32_t cursor = 0, records = 0;
     bool written = true;
-    while (written && cursor <= last_type) {
+    while (written && cursor <= app_last) {
         int length = 0;
         tq_get_all_app_to_x86(page.data(), static_cast<int>(page.size()), &cursor, &length);
         const auto size = static_cast<std::size_t>(length);

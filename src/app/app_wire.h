@@ -17,6 +17,8 @@ namespace mix::wire
 inline constexpr uint32_t app_entries = 16383;
 inline constexpr uint32_t app_first_user_defined = 15871; /* up to the last entry */
 inline constexpr uint32_t app_last = app_entries - 1;
+inline constexpr size_t app_longest_name = sizeof(app_entry::name) - 1; /* (sub)categories too */
+inline constexpr size_t app_longest_technology = sizeof(app_entry::technology) - 1;
 
 static_assert(sizeof(app_entry) == 664);
 static_assert(offsetof(app_entry, reserved) == 0);

@@ -1,11 +1,13 @@
-/* The catalogue as this process sees it; shared by the lookups, the writers and the export. */
+/* The catalogue as a process sees it; shared by the lookups, the writers, the export and the appliance. */
 #ifndef MIX_APP_CATALOGUE_H
 #define MIX_APP_CATALOGUE_H
 
 #include <cctype>
 #include <cstdint>
+#include <cstdio>
 
 #include "app/app_wire.h"
+#include "platform/board.h"
 
 namespace mix::app
 {
@@ -18,6 +20,33 @@ using wire::app_last;
 inline app_entry *entries()
 {
     return __atomic_load_n(&tq_app_ext_table, __ATOMIC_ACQUIRE);
+}
+
+/* Of this board's segment. */
+struct segment_name {
+    char name[64];
+    char path[128];
+};
+
+inline segment_name name_of_segment()
+{
+    segment_name out{};
+    if (tq_is_numa_platform() != 0)
+        std::snprintf(out.name, sizeof out.name, "app_ext_table_%d", static_cast<int>(tq_get_slot()));
+    else
+        std::snprintf(out.name, sizeof out.name, "app_ext_table");
+    std::snprintf(out.path, sizeof out.path, "/dev/shm/%s", out.name);
+    return out;
+}
+
+/* Makes a lock that several processes use. */
+inline void make_shared(pthread_rwlock_t &lock)
+{
+    pthread_rwlockattr_t shared;
+    pthread_rwlockattr_init(&shared);
+    pthread_rwlockattr_setpshared(&shared, PTHREAD_PROCESS_SHARED);
+    pthread_rwlock_init(&lock, &shared);
+    pthread_rwlockattr_destroy(&shared);
 }
 
 /* The flag is set last when an entry is added: whoever sees it sees the entry's names and keys. */
