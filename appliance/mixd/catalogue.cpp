@@ -191,10 +191,7 @@ bool catalogue::is_mapped_by(pid_t process) const
 
 bool catalogue::can_be_written_within(std::chrono::milliseconds patience) const
 {
-    const auto until = std::chrono::steady_clock::now().time_since_epoch() + patience;
-    const auto whole = std::chrono::duration_cast<std::chrono::seconds>(until);
-    const timespec at{whole.count(), std::chrono::nanoseconds(until - whole).count()};
-    if (pthread_rwlock_clockwrlock(lock_, CLOCK_MONOTONIC, &at) != 0)
+    if (!take_within(*lock_, patience))
         return false;
     pthread_rwlock_unlock(lock_);
     return true;

@@ -2,13 +2,13 @@
 
 #include <atomic>
 #include <climits>
-#include <ctime>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
 #include "app/catalogue.h"
+#include "appliance/wire/clock.h"
 
 namespace mixd
 {
@@ -31,16 +31,6 @@ T load(const T &from)
 bool somebody_sleeps(const pthread_rwlock_t &lock)
 {
     return (load(lock.__data.__writers_futex) & slept_on) != 0;
-}
-
-timespec soon(long milliseconds)
-{
-    timespec at{};
-    clock_gettime(CLOCK_MONOTONIC, &at);
-    at.tv_nsec += milliseconds * 1000000;
-    at.tv_sec += at.tv_nsec / 1000000000;
-    at.tv_nsec %= 1000000000;
-    return at;
 }
 
 /* The states that a lock goes through in one thread. */
@@ -68,8 +58,7 @@ bool a_waiter_goes_on(pthread_rwlock_t &lock)
     }).join();
     std::atomic<bool> got{false};
     std::thread waiter([&] {
-        const timespec at = soon(2000);
-        got = pthread_rwlock_clockwrlock(&lock, CLOCK_MONOTONIC, &at) == 0;
+        got = take_within(lock, std::chrono::seconds(2));
         if (got)
             pthread_rwlock_unlock(&lock);
     });
@@ -93,6 +82,13 @@ lock_state look_at(const pthread_rwlock_t &lock)
 bool is_shared(const pthread_rwlock_t &lock)
 {
     return load(lock.__data.__shared) != 0 && load(lock.__data.__flags) == PTHREAD_RWLOCK_PREFER_READER_NP;
+}
+
+bool take_within(pthread_rwlock_t &lock, std::chrono::milliseconds patience)
+{
+    const int64_t until = mix::wire::monotonic_ns() + std::chrono::nanoseconds(patience).count();
+    const timespec at{until / 1'000'000'000, until % 1'000'000'000};
+    return pthread_rwlock_clockwrlock(&lock, CLOCK_MONOTONIC, &at) == 0;
 }
 
 bool take_over(pthread_rwlock_t &lock, pid_t gone)

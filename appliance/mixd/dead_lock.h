@@ -8,6 +8,7 @@
 #ifndef MIXD_DEAD_LOCK_H
 #define MIXD_DEAD_LOCK_H
 
+#include <chrono>
 #include <compare>
 #include <pthread.h>
 #include <sys/types.h>
@@ -25,6 +26,9 @@ lock_state look_at(const pthread_rwlock_t &);
 
 /* Made for several processes, and of the kind that libmix makes. Others are not ours to judge. */
 bool is_shared(const pthread_rwlock_t &);
+
+/* Takes the write side; false: it could not be had in that time. */
+bool take_within(pthread_rwlock_t &, std::chrono::milliseconds);
 
 /*
  * Makes the calling thread the writer in the place of one that is gone (or, with 0, of one that died before

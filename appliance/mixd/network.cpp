@@ -8,15 +8,14 @@
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/arp.h"
+#include "appliance/wire/clock.h"
 
 namespace mixd
 {
 
 uint32_t monotonic_seconds()
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint32_t>(now.tv_sec);
+    return static_cast<uint32_t>(mix::wire::monotonic_ns() / 1'000'000'000);
 }
 
 /* The last four bytes count. */

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -10,6 +9,7 @@
 #include <sanitizer/asan_interface.h>
 
 #include "appliance/mixd/version.h"
+#include "appliance/wire/clock.h"
 #include "appliance/wire/text.h"
 
 namespace mixd
@@ -21,6 +21,7 @@ using mix::wire::header_fault;
 using mix::wire::make_header;
 using mix::wire::message_header;
 using mix::wire::message_kind;
+using mix::wire::monotonic_ns;
 
 namespace
 {
@@ -30,13 +31,6 @@ constexpr size_t most_delayed = 64; /* answers held back for one connection */
 constexpr uint64_t linger_us = 1'000'000;
 constexpr int send_buffer = 256 * 1024;
 constexpr uint8_t surplus_byte = 0xee;
-
-uint64_t monotonic_ns()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<uint64_t>(now.tv_nsec);
-}
 
 std::span<const uint8_t> text_bytes(std::string_view text)
 {
@@ -266,7 +260,7 @@ void server::conclude(connection &client, endpoint &to, const message_header &as
 template <class Work>
 int32_t server::measured(endpoint &to, Work &&work)
 {
-    const uint64_t began = monotonic_ns();
+    const int64_t began = monotonic_ns();
     int32_t status = -EIO;
     try {
         status = work();
@@ -282,7 +276,7 @@ int32_t server::measured(endpoint &to, Work &&work)
         reply_.go_on = nullptr;
         status = -EMSGSIZE;
     }
-    const uint64_t took = monotonic_ns() - began;
+    const auto took = static_cast<uint64_t>(monotonic_ns() - began);
     to.count.total_ns += took;
     to.count.slowest_ns = std::max(to.count.slowest_ns, took);
     return status;

@@ -2,10 +2,11 @@
 #ifndef MIX_APPLIANCE_PLATFORM_CONNECTION_H
 #define MIX_APPLIANCE_PLATFORM_CONNECTION_H
 
+#include <algorithm>
 #include <cstdint>
-#include <ctime>
 #include <span>
 
+#include "appliance/wire/clock.h"
 #include "appliance/wire/message.h"
 
 namespace mixplatform
@@ -15,20 +16,12 @@ namespace mixplatform
 class deadline
 {
   public:
-    explicit deadline(uint32_t timeout_ms) : at_(now() + int64_t{timeout_ms} * 1'000'000) {}
-    [[nodiscard]] int64_t left_ns() const
+    explicit deadline(uint32_t timeout_ms) : at_(mix::wire::monotonic_ns() + int64_t{timeout_ms} * 1'000'000)
     {
-        const int64_t left = at_ - now();
-        return left > 0 ? left : 0;
     }
+    [[nodiscard]] int64_t left_ns() const { return std::max<int64_t>(at_ - mix::wire::monotonic_ns(), 0); }
 
   private:
-    static int64_t now()
-    {
-        timespec time;
-        clock_gettime(CLOCK_MONOTONIC, &time);
-        return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-    }
     int64_t at_;
 };
 

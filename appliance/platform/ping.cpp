@@ -1,20 +1,7 @@
 #include "appliance/platform/ping.h"
 
-#include <ctime>
-
 #include "appliance/platform/transport.h"
-
-namespace
-{
-
-uint64_t now()
-{
-    timespec time;
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
-}
-
-} // namespace
+#include "appliance/wire/clock.h"
 
 extern "C" int32_t mixplatform_ping(uint32_t destination, uint32_t timeout_ms, uint64_t *nanoseconds)
 {
@@ -22,9 +9,9 @@ extern "C" int32_t mixplatform_ping(uint32_t destination, uint32_t timeout_ms, u
     const mixplatform::message question{destination, 0, {}, timeout_ms};
     if (const int32_t result = mixplatform::ping(question); result < 0)
         return result;
-    const uint64_t before = now();
+    const int64_t before = mix::wire::monotonic_ns();
     if (const int32_t result = mixplatform::ping(question); result < 0)
         return result;
-    *nanoseconds = now() - before;
+    *nanoseconds = static_cast<uint64_t>(mix::wire::monotonic_ns() - before);
     return 0;
 }

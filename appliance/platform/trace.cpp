@@ -76,13 +76,6 @@ __attribute__((format(printf, 2, 3))) void put(std::string &line, const char *fo
     line += text;
 }
 
-int64_t microseconds_since(const timespec &start)
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return (int64_t{now.tv_sec} - start.tv_sec) * 1'000'000 + (now.tv_nsec - start.tv_nsec) / 1000;
-}
-
 } // namespace
 
 bool tracing()
@@ -95,7 +88,7 @@ trace_clock::trace_clock()
     if (!tracing())
         return;
     clock_gettime(CLOCK_REALTIME, &real);
-    clock_gettime(CLOCK_MONOTONIC, &monotonic);
+    monotonic_ns = mix::wire::monotonic_ns();
 }
 
 void trace(const traced &what)
@@ -106,8 +99,8 @@ void trace(const traced &what)
     line.reserve(400 + 2 * (what.sent.payload.size() + what.answer.payload.size()));
     put(line, "{\"time\":%lld.%06ld,\"took_us\":%lld,\"pid\":%d,\"thread\":%d",
         static_cast<long long>(what.started.real.tv_sec), what.started.real.tv_nsec / 1000,
-        static_cast<long long>(microseconds_since(what.started.monotonic)), static_cast<int>(getpid()),
-        static_cast<int>(gettid()));
+        static_cast<long long>((mix::wire::monotonic_ns() - what.started.monotonic_ns) / 1000),
+        static_cast<int>(getpid()), static_cast<int>(gettid()));
     put(line, ",\"address\":%u,\"node\":%u,\"instance\":%u,\"daemon\":%u,\"type\":%u,\"kind\":\"%s\"",
         static_cast<unsigned>(what.sent.destination), static_cast<unsigned>(parts.node),
         static_cast<unsigned>(parts.instance), static_cast<unsigned>(parts.daemon),

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "appliance/platform/transport.h"
+#include "appliance/wire/clock.h"
 #include "appliance/wire/message.h"
 
 namespace mixplatform
@@ -17,7 +18,8 @@ bool tracing();
 /* When an exchange began; asks for the time only while tracing. */
 struct trace_clock {
     trace_clock();
-    timespec real{}, monotonic{};
+    timespec real{};
+    int64_t monotonic_ns = 0;
 };
 
 struct traced {
