@@ -7,6 +7,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "appliance/wire/clock.h"
+
 namespace mixd
 {
 
@@ -16,7 +18,7 @@ namespace
 constexpr size_t datagram_size = 64 * 1024;
 constexpr int receive_buffer = 4 * 1024 * 1024;
 constexpr int datagrams_at_a_time = 32;
-constexpr uint64_t fresh_ms = 200;
+constexpr int64_t fresh_ns = 200'000'000;
 
 /* --- reading messages */
 
@@ -123,13 +125,6 @@ void take_address(const nlmsghdr &message, network &into)
 }
 
 using neighbour_attributes = attributes<NDA_MAX + 1>;
-
-uint64_t monotonic_milliseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
-}
 
 uint32_t seconds_ago(uint32_t ticks)
 {
@@ -290,14 +285,14 @@ void kernel_source::look_again()
         again_ = true; /* one dump at a time; then all over */
         return;
     }
-    looked_at_ = monotonic_milliseconds();
+    looked_at_ = mix::wire::monotonic_ns();
     into_.begin_generation();
     start(dump_links);
 }
 
 void kernel_source::refresh()
 {
-    if (dumping_ == dumps_done && monotonic_milliseconds() - looked_at_ >= fresh_ms)
+    if (dumping_ == dumps_done && mix::wire::monotonic_ns() - looked_at_ >= fresh_ns)
         look_again();
 }
 
@@ -334,13 +329,13 @@ void kernel_source::start(dump which)
 
 void kernel_source::finish_dump(bool failed)
 {
-    if (failed)
-        log(priority::warning, "the kernel broke off telling its tables");
-    if (interrupted_ && !failed) { /* the table changed under the dump: it may lack entries */
+    if (!failed && interrupted_) { /* the table changed under the dump: it may lack entries */
         start(dumping_);
         return;
     }
-    if (dumping_ == dump_links)
+    if (failed) /* what it did not come to is still there */
+        log(priority::warning, "the kernel broke off telling its tables");
+    else if (dumping_ == dump_links)
         into_.sweep_interfaces();
     else if (dumping_ == dump_addresses)
         into_.sweep_addresses();

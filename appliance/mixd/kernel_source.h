@@ -59,7 +59,7 @@ class kernel_source
     static int on_ready(sd_event_source *, int, uint32_t, void *data);
     void look_again();
     void start(dump);
-    void finish_dump(bool interrupted);
+    void finish_dump(bool failed);
     void take(std::span<uint8_t> datagram);
     int receive(std::span<uint8_t> into);
     int change_neighbour(uint16_t type, uint16_t flags, const neighbour_key &, uint16_t state,
@@ -75,7 +75,7 @@ class kernel_source
     dump dumping_ = dumps_done;
     bool interrupted_ = false;
     bool again_ = false;
-    uint64_t looked_at_ = 0; /* milliseconds of the monotonic clock */
+    int64_t looked_at_ = 0; /* nanoseconds of the monotonic clock */
     uint32_t sequence_ = 0;
     uint32_t dump_sequence_ = 0;
 };
