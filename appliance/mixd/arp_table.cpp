@@ -55,7 +55,7 @@ uint32_t arp_table::sharing(uint16_t virtual_system) const
 
 void arp_table::count(const arp_row &row, bool added)
 {
-    const mac_address mac = mac_of(row.mac);
+    const mac_address mac = std::to_array(row.mac);
     if (mac == mac_address{})
         return;
     const auto at = addresses_of_.try_emplace(sharing_key(row.vsysid, mac), 0).first;

@@ -44,13 +44,6 @@ struct static_arp {
     uint8_t option = 0;
 };
 
-inline mac_address mac_of(const uint8_t (&from)[6])
-{
-    mac_address mac;
-    std::copy(std::begin(from), std::end(from), mac.begin());
-    return mac;
-}
-
 class arp_table final : private network_observer
 {
   public:

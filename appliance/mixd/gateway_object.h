@@ -4,6 +4,7 @@
 #define MIXD_GATEWAY_OBJECT_H
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
@@ -23,6 +24,20 @@ struct refusal {
     std::string chinese = {};  /* UTF-8 */
     int32_t response_type = 0; /* MGI_RESP_EXISTS: the object is already there */
 };
+
+/* The result's usual texts, and what it is about. */
+inline refusal refusal_about(int32_t result, const std::string &what)
+{
+    using namespace mix::wire;
+    return {result, std::string(text_of_result(result, language_english)) + ": " + what,
+            std::string(text_of_result(result, language_chinese)) + "：" + what};
+}
+
+/* The kernel does not take the change; error: of errno. */
+inline refusal not_applied(int error)
+{
+    return refusal_about(mix::wire::result_not_applied, std::strerror(error));
+}
 
 /*
  * Called inside a transaction with a change whose object, operation, attributes, kinds and sizes are in

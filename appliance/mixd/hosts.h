@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "appliance/mixd/gateway_object.h"
 #include "appliance/mixd/scenario.h"
 
 namespace mixd
@@ -16,10 +17,21 @@ constexpr bool is_host(uint32_t address)
     return address != 0 && address < multicast && address >> 24 != loopback && address >> 24 != 0;
 }
 
+inline refusal not_a_host()
+{
+    return {mix::wire::result_bad_value, "the address is not one of a host", "地址不是主机地址"};
+}
+
 /* A MAC address of one station: not zero, not of a group. */
 constexpr bool is_station(const mac_address &mac)
 {
     return mac != mac_address{} && (mac[0] & 1) == 0;
+}
+
+inline refusal not_a_station()
+{
+    return {mix::wire::result_bad_value, "the MAC address is zero, or one of a group",
+            "MAC地址为全零或组播地址"};
 }
 
 } // namespace mixd

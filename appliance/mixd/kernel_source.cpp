@@ -451,6 +451,18 @@ int kernel_source::delete_forwarding(uint32_t port, uint16_t vlan, const mac_add
     return change_forwarding(RTM_DELNEIGH, 0, port, vlan, mac);
 }
 
+std::optional<refusal> commit_neighbour(kernel_source &kernel, const neighbour_key &on,
+                                        const mac_address &mac, const mac_address *before, transaction &in)
+{
+    if (const int result = kernel.set_neighbour(on, mac); result < 0)
+        return not_applied(-result);
+    if (before != nullptr)
+        in.on_rollback([&kernel, on, mac_before = *before] { kernel.set_neighbour(on, mac_before); });
+    else
+        in.on_rollback([&kernel, on] { kernel.delete_neighbour(on); });
+    return {};
+}
+
 void kernel_source::each_proxy(neighbour_family family,
                                const std::function<void(const neighbour_key &)> &visit)
 {

@@ -80,6 +80,11 @@ class kernel_source
     uint32_t dump_sequence_ = 0;
 };
 
+/* For a commit: the kernel is written before it, and gets the configured entry that it had (NULL: none) back
+ * when that fails. */
+std::optional<refusal> commit_neighbour(kernel_source &, const neighbour_key &, const mac_address &,
+                                        const mac_address *before, transaction &);
+
 } // namespace mixd
 
 #endif

@@ -409,7 +409,7 @@ int32_t arp::proxies(const request &asked) const
 int32_t arp::duplicates(const request &asked) const
 {
     const auto wanted = asked.record<arp_duplicate_request>();
-    const mac_address mac = mac_of(wanted.mac);
+    const mac_address mac = std::to_array(wanted.mac);
     const uint32_t found =
         mac == mac_address{} ? table_.sharing(wanted.vsysid) : table_.sharing(wanted.vsysid, mac);
     return static_cast<int32_t>(found);
@@ -423,7 +423,7 @@ arp_mac_row arp::join(const arp_row &row, uint32_t now) const
     arp_mac_row joined{};
     joined.arp = row;
     joined.arp.age = now - row.age;
-    const mac_address mac = mac_of(row.mac);
+    const mac_address mac = std::to_array(row.mac);
     if (const mac_record *entry = macs_.find(mac, row.interface_index);
         entry != nullptr && mac != mac_address{}) {
         joined.in_mac_table = 1;
@@ -454,7 +454,7 @@ bool arp::matches(const arp_mac_request &wanted, const arp_row &row) const
         wanted.display_mode != arp_mac_with_entry && wanted.display_mode != arp_mac_without_entry;
     if (shows_all && port.empty() && bridge.empty())
         return true;
-    const mac_address mac = mac_of(row.mac);
+    const mac_address mac = std::to_array(row.mac);
     const mac_record *entry = mac != mac_address{} ? macs_.find(mac, row.interface_index) : nullptr;
     if (entry == nullptr)
         return port.empty() && bridge.empty() && wanted.display_mode != arp_mac_with_entry;
@@ -600,14 +600,11 @@ std::optional<refusal> arp::set(const commit &wanted, transaction &in)
 {
     const static_arp_key key{wanted.u16(arp_attribute_vrid), wanted.vsysid,
                              wanted.u32(arp_attribute_address)};
-    static_arp entry{{}, wanted.u8(arp_attribute_option)};
-    const std::span<const uint8_t> mac = wanted.bytes(arp_attribute_mac);
-    std::copy(mac.begin(), mac.end(), entry.mac.begin());
+    const static_arp entry{wanted.value<mac_address>(arp_attribute_mac), wanted.u8(arp_attribute_option)};
     if (!is_host(key.address))
-        return refusal{result_bad_value, "the address is not one of a host", "地址不是主机地址"};
+        return not_a_host();
     if (!is_station(entry.mac))
-        return refusal{result_bad_value, "the MAC address is zero, or one of a group",
-                       "MAC地址为全零或组播地址"};
+        return not_a_station();
     if (network_.is_own(key.address))
         return refusal{result_bad_value, "the address is the appliance's own", "地址是本设备的地址"};
     if (!table_.statics().contains(key) && table_.statics().size() >= most_statics)
@@ -620,25 +617,15 @@ std::optional<refusal> arp::set(const commit &wanted, transaction &in)
     return {};
 }
 
-/* The kernel is written before the commit, and gets the configured entry that it had back when that fails. */
 std::optional<refusal> arp::apply(const static_arp_key &key, const static_arp &entry, transaction &in)
 {
     const network_interface *towards = network_.interface_towards(key.address, key.virtual_router);
     kernel_source *kernel = network_.kernel();
     if (!options_.apply || kernel == nullptr || towards == nullptr)
         return {};
-    const neighbour_key on = ipv4_neighbour(towards->index, key.address);
-    if (const int result = kernel->set_neighbour(on, entry.mac); result < 0) {
-        const char *why = std::strerror(-result);
-        return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
-                       fmt::format("无法应用到系统：{}", why)};
-    }
     const auto before = table_.statics().find(key);
-    if (before != table_.statics().end())
-        in.on_rollback([kernel, on, mac = before->second.mac] { kernel->set_neighbour(on, mac); });
-    else
-        in.on_rollback([kernel, on] { kernel->delete_neighbour(on); });
-    return {};
+    return commit_neighbour(*kernel, ipv4_neighbour(towards->index, key.address), entry.mac,
+                            before != table_.statics().end() ? &before->second.mac : nullptr, in);
 }
 
 std::optional<refusal> arp::remove(const commit &wanted, transaction &in)

@@ -22,13 +22,7 @@ bool is_chinese(uint8_t language)
 /* "value not allowed: mac", from the result's usual text and the attribute it is about. */
 refusal refusal_of(const decode_fault &fault)
 {
-    refusal made{fault.result, text_of_result(fault.result, language_english),
-                 text_of_result(fault.result, language_chinese)};
-    if (fault.attribute) {
-        made.english += fmt::format(": {}", fault.attribute->name);
-        made.chinese += fmt::format("：{}", fault.attribute->name);
-    }
-    return made;
+    return fault.attribute ? refusal_about(fault.result, fault.attribute->name) : refusal{fault.result};
 }
 
 refusal refusal_of(const store_error &error)
@@ -36,8 +30,7 @@ refusal refusal_of(const store_error &error)
     if (error.full())
         return {result_store_failed, "configuration could not be stored: no space left for the store",
                 "配置无法保存：存储空间不足"};
-    return {result_store_failed, fmt::format("configuration could not be stored: {}", error.what()),
-            fmt::format("配置无法保存：{}", error.what())};
+    return refusal_about(result_store_failed, error.what());
 }
 
 void write_reply(reply &out, const std::optional<refusal> &no, uint8_t language, const read_batch &batch = {})

@@ -45,11 +45,6 @@ struct sender_key_of {
     sender_key operator()(const gas_row &row) const { return {row.address, std::to_array(row.interface)}; }
 };
 
-mac_address mac_of(const gas_row &row)
-{
-    return std::to_array(row.mac);
-}
-
 class gratuitous_arp : public service, private network_observer
 {
   public:
@@ -220,10 +215,9 @@ std::optional<refusal> gratuitous_arp::change(const commit &wanted, transaction 
 std::optional<refusal> check(const commit &wanted, const mac_address &mac)
 {
     if (!is_host(wanted.u32(gas_address)))
-        return refusal{result_bad_value, "the address is not one of a host", "地址不是主机地址"};
+        return not_a_host();
     if (!is_station(mac))
-        return refusal{result_bad_value, "the MAC address is zero, or one of a group",
-                       "MAC地址为全零或组播地址"};
+        return not_a_station();
     if (const uint64_t interval = wanted.word(gas_second); interval == 0 || interval > gas_longest_interval)
         return refusal{result_bad_value, "the interval must be 1 to 86400 seconds",
                        "发送间隔必须在1到86400秒之间"};
@@ -235,9 +229,7 @@ std::optional<refusal> check(const commit &wanted, const mac_address &mac)
 
 std::optional<refusal> gratuitous_arp::add(const commit &wanted, const sender_key &key, transaction &in)
 {
-    mac_address mac{};
-    std::copy_n(wanted.bytes(gas_mac).begin(), std::min(wanted.bytes(gas_mac).size(), mac.size()),
-                mac.begin());
+    const auto mac = wanted.value<mac_address>(gas_mac);
     if (auto no = check(wanted, mac))
         return no;
     if (senders_.rows().find(key) != nullptr)
@@ -246,11 +238,8 @@ std::optional<refusal> gratuitous_arp::add(const commit &wanted, const sender_ke
     if (senders_.rows().size() >= most_senders)
         return refusal{result_full, "there are 1024 senders already", "免费ARP发送表项已达1024条"};
     if (applied_)
-        if (const int result = announcer_.open(); result < 0) {
-            const char *why = std::strerror(-result);
-            return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
-                           fmt::format("无法应用到系统：{}", why)};
-        }
+        if (const int result = announcer_.open(); result < 0)
+            return not_applied(-result);
     gas_row row{};
     row.address = key.address;
     std::copy(mac.begin(), mac.end(), row.mac);
@@ -349,7 +338,7 @@ void gratuitous_arp::announce(gas_row &row)
         row.error = 0;
         return;
     }
-    const int result = announcer_.announce(on->index, row.address, mac_of(row), row.option);
+    const int result = announcer_.announce(on->index, row.address, std::to_array(row.mac), row.option);
     const auto error = static_cast<uint32_t>(-result);
     if (error != 0 && (row.state != gas_failing || row.error != error))
         log(priority::warning, fmt::format("gratuitous ARP on {}: {}", on->name, std::strerror(-result)));

@@ -129,12 +129,9 @@ std::optional<refusal> ipdefrag::apply(const setting &one, uint32_t value, trans
     if (!options_.apply)
         return {};
     const std::optional<int64_t> before = read_kernel_number(one.kernel_file);
-    if (const int result = write_kernel_number(one.kernel_file, value); result < 0) {
-        const char *why = std::strerror(-result);
-        return refusal{result_not_applied,
-                       fmt::format("could not be applied to the system: {}: {}", one.kernel_file, why),
-                       fmt::format("无法应用到系统：{}：{}", one.kernel_file, why)};
-    }
+    if (const int result = write_kernel_number(one.kernel_file, value); result < 0)
+        return refusal_about(result_not_applied,
+                             fmt::format("{}: {}", one.kernel_file, std::strerror(-result)));
     if (before)
         in.on_rollback([&one, before] { write_kernel_number(one.kernel_file, *before); });
     return {};

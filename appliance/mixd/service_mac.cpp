@@ -9,6 +9,7 @@
 #include <set>
 
 #include "appliance/mixd/event.h"
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/mac_table.h"
 #include "appliance/mixd/service.h"
@@ -315,24 +316,15 @@ std::optional<refusal> mac::change_entry(const commit &wanted, transaction &in)
     return wanted.operation == operation_add ? add(wanted, in) : remove(wanted, in);
 }
 
-mac_address address_in(const commit &wanted)
-{
-    mac_address address{};
-    const std::span<const uint8_t> bytes = wanted.bytes(mac_attribute_mac);
-    std::copy(bytes.begin(), bytes.end(), address.begin());
-    return address;
-}
-
 std::optional<refusal> mac::add(const commit &wanted, transaction &in)
 {
-    const static_mac_key key{address_in(wanted), wanted.u16(mac_attribute_vlan),
+    const static_mac_key key{wanted.value<mac_address>(mac_attribute_mac), wanted.u16(mac_attribute_vlan),
                              std::string(wanted.text(mac_attribute_interface))};
     const std::string port(wanted.text(mac_attribute_second_name));
     if (!interfaces_.contains(key.interface))
         return refusal{result_absent, "the interface is not known", "接口不存在"};
-    if (key.mac == mac_address{} || (key.mac[0] & 1) != 0)
-        return refusal{result_bad_value, "the MAC address is zero, or one of a group",
-                       "MAC地址为全零或组播地址"};
+    if (!is_station(key.mac))
+        return not_a_station();
     if (key.vlan > highest_vlan)
         return refusal{result_bad_value, "the VLAN id must be 0 to 4094", "VLAN编号必须在0到4094之间"};
     if (port.empty())
@@ -367,11 +359,8 @@ std::optional<refusal> mac::apply(const static_mac_key &key, const std::string &
     if (where == place{})
         return {};
     kernel_source *kernel = network_.kernel();
-    if (const int result = kernel->set_forwarding(where.port, key.vlan, key.mac); result < 0) {
-        const char *why = std::strerror(-result);
-        return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
-                       fmt::format("无法应用到系统：{}", why)};
-    }
+    if (const int result = kernel->set_forwarding(where.port, key.vlan, key.mac); result < 0)
+        return not_applied(-result);
     const auto before = applied_.find(key);
     if (before != applied_.end() && before->second != place{})
         in.on_rollback([kernel, port_index = before->second.port, key] {
@@ -429,7 +418,7 @@ void mac::forget(const static_mac_key &key)
  * when neither it nor an interface is named. */
 std::optional<refusal> mac::remove(const commit &wanted, transaction &in)
 {
-    const mac_address address = address_in(wanted);
+    const auto address = wanted.value<mac_address>(mac_attribute_mac);
     const uint16_t vlan = wanted.u16(mac_attribute_vlan);
     bool found = false;
     for (const auto &[key, port] : table_.statics()) {

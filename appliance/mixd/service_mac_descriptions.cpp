@@ -92,10 +92,7 @@ std::optional<refusal> description_service::change(const commit &wanted, transac
 
 description_key key_of(const commit &wanted)
 {
-    description_key key{wanted.vsysid, {}};
-    const std::span<const uint8_t> mac = wanted.bytes(mac_desc_attribute_mac);
-    std::copy(mac.begin(), mac.end(), key.mac.begin());
-    return key;
+    return {wanted.vsysid, wanted.value<mac_address>(mac_desc_attribute_mac)};
 }
 
 std::optional<refusal> description_service::add(const commit &wanted, transaction &in)

@@ -10,6 +10,7 @@
 #include <linux/neighbour.h>
 
 #include "appliance/mixd/event.h"
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/neighbour_states.h"
 #include "appliance/mixd/network.h"
@@ -423,19 +424,15 @@ int32_t nd::summary(const request &asked, reply &out) const
 
 std::optional<refusal> nd::set(const commit &wanted, transaction &in)
 {
-    static_nd_key key{std::string(wanted.text(nd_attribute_interface)), {}};
-    const std::span<const uint8_t> address = wanted.bytes(nd_attribute_address),
-                                   from = wanted.bytes(nd_attribute_mac);
-    std::copy(address.begin(), address.end(), key.address.begin());
-    mac_address mac{};
-    std::copy(from.begin(), from.end(), mac.begin());
+    const static_nd_key key{std::string(wanted.text(nd_attribute_interface)),
+                            wanted.value<ipv6_address>(nd_attribute_address)};
+    const auto mac = wanted.value<mac_address>(nd_attribute_mac);
     if (network_.interface(key.interface) == nullptr)
         return refusal{result_bad_value, "there is no such interface", "接口不存在"};
     if (key.address == ipv6_address{} || key.address[0] == 0xff)
-        return refusal{result_bad_value, "the address is not one of a host", "地址不是主机地址"};
-    if (mac == mac_address{} || (mac[0] & 1) != 0)
-        return refusal{result_bad_value, "the MAC address is zero, or one of a group",
-                       "MAC地址为全零或组播地址"};
+        return not_a_host();
+    if (!is_station(mac))
+        return not_a_station();
     if (!statics_.contains(key) && statics_.size() >= most_statics)
         return refusal{result_full, "there are 65536 static neighbours already", "静态邻居表项已达65536条"};
     in.run("INSERT OR REPLACE INTO nd_static VALUES(?,?,?)", std::string_view(key.interface),
@@ -449,24 +446,14 @@ std::optional<refusal> nd::set(const commit &wanted, transaction &in)
     return {};
 }
 
-/* The kernel is written before the commit, and gets the configured entry that it had back when that fails. */
 std::optional<refusal> nd::apply(const static_nd_key &key, const mac_address &mac, transaction &in)
 {
     kernel_source *kernel = network_.kernel();
     if (!options_.apply || kernel == nullptr)
         return {};
     const neighbour_key on{neighbour_family::ipv6, network_.interface(key.interface)->index, key.address};
-    if (const int result = kernel->set_neighbour(on, mac); result < 0) {
-        const char *why = std::strerror(-result);
-        return refusal{result_not_applied, fmt::format("could not be applied to the system: {}", why),
-                       fmt::format("无法应用到系统：{}", why)};
-    }
     const auto before = statics_.find(key);
-    if (before != statics_.end())
-        in.on_rollback([kernel, on, mac_before = before->second] { kernel->set_neighbour(on, mac_before); });
-    else
-        in.on_rollback([kernel, on] { kernel->delete_neighbour(on); });
-    return {};
+    return commit_neighbour(*kernel, on, mac, before != statics_.end() ? &before->second : nullptr, in);
 }
 
 } // namespace

@@ -459,10 +459,10 @@ struct commit {
 
     [[nodiscard]] bool has(unsigned number) const { return number < values.size() && values[number]; }
     /* The value of an attribute, or zero (nothing) when it is absent. */
-    [[nodiscard]] uint8_t u8(unsigned number) const { return scalar<uint8_t>(number); }
-    [[nodiscard]] uint16_t u16(unsigned number) const { return scalar<uint16_t>(number); }
-    [[nodiscard]] uint32_t u32(unsigned number) const { return scalar<uint32_t>(number); }
-    [[nodiscard]] uint64_t word(unsigned number) const { return scalar<uint64_t>(number); }
+    [[nodiscard]] uint8_t u8(unsigned number) const { return value<uint8_t>(number); }
+    [[nodiscard]] uint16_t u16(unsigned number) const { return value<uint16_t>(number); }
+    [[nodiscard]] uint32_t u32(unsigned number) const { return value<uint32_t>(number); }
+    [[nodiscard]] uint64_t word(unsigned number) const { return value<uint64_t>(number); }
     [[nodiscard]] std::span<const uint8_t> bytes(unsigned number) const
     {
         return has(number) ? *values[number] : std::span<const uint8_t>{};
@@ -472,12 +472,10 @@ struct commit {
         const std::span<const uint8_t> value = bytes(number);
         return {reinterpret_cast<const char *>(value.data()), value.size()};
     }
-
-  private:
-    template <typename Value>
-    Value scalar(unsigned number) const
+    template <typename Value> /* a number, or an array of bytes */
+    [[nodiscard]] Value value(unsigned number) const
     {
-        Value value = 0;
+        Value value{};
         const std::span<const uint8_t> from = bytes(number);
         if (!from.empty())
             std::memcpy(&value, from.data(), std::min(from.size(), sizeof(value)));
