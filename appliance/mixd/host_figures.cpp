@@ -8,7 +8,6 @@
 #include <iterator>
 #include <map>
 #include <sstream>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "appliance/wire/text.h"
@@ -253,15 +252,6 @@ std::optional<int16_t> host_temperature()
     if (!hottest)
         look_for_temperatures("/sys/class/hwmon", "temp", "_input", hottest);
     return hottest;
-}
-
-std::optional<storage_figures> file_system_figures(const std::string &path)
-{
-    struct statvfs is;
-    if (::statvfs(path.c_str(), &is) != 0)
-        return {};
-    const auto kib = [&](uint64_t blocks) { return blocks * is.f_frsize / 1024; };
-    return storage_figures{kib(is.f_blocks), kib(is.f_blocks - is.f_bfree), kib(is.f_bavail)};
 }
 
 } // namespace mixd

@@ -15,7 +15,6 @@ namespace mixd
 
 using cpu_record = std::array<uint32_t, mix::wire::cpu_fields>;
 using memory_figures = std::array<uint64_t, mix::wire::mem_fields>;
-using storage_figures = std::array<uint64_t, 3>;
 
 /* Processor figures since the last time they were asked for; the first time since the system started. */
 class host_processors
@@ -48,8 +47,6 @@ uint32_t host_up_seconds();
 memory_figures host_memory(uint32_t mode);
 /* The hottest zone, in degrees; nothing where the host has no sensor. */
 std::optional<int16_t> host_temperature();
-/* Of the file system that holds a path, in KiB. */
-std::optional<storage_figures> file_system_figures(const std::string &path);
 /* The number of processors that are on line. */
 uint32_t host_cpu_count();
 

@@ -23,6 +23,7 @@
 #include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/text.h"
+#include "platform/services.h"
 
 namespace mixd
 {
@@ -111,7 +112,7 @@ class chassis : public service
     std::map<uint32_t, card> cards_; /* by slot */
     host_processors processors_;
     kept_rows<card_setting, slot_of> settings_;
-    storage_figures flash_{};
+    std::array<uint64_t, 3> flash_{};   /* by storage_field, KiB; of a scenario */
     std::map<uint32_t, bool> bypasses_; /* on or off */
     std::map<uint32_t, std::array<uint32_t, 4>> pools_;
 };
@@ -473,13 +474,13 @@ int32_t chassis::show_temperature(const request &asked, reply &out)
 
 int32_t chassis::show_storage(const std::string &path, reply &out) const
 {
-    std::optional<storage_figures> figures = file_system_figures(path);
-    if (path == "/flash" && flash_[storage_total] != 0)
-        figures = flash_;
-    if (!figures)
+    auto figures = flash_;
+    const bool described = path == "/flash" && flash_[storage_total] != 0;
+    if (!described && tq_get_diskinfo_bypath(path.c_str(), &figures[storage_total], &figures[storage_used],
+                                             &figures[storage_free]) != 0)
         return -ENODEV;
     storage_figures_reply answer{};
-    std::memcpy(answer.figures, figures->data(), sizeof answer.figures);
+    std::memcpy(answer.figures, figures.data(), sizeof answer.figures);
     out.append(answer);
     return 0;
 }
