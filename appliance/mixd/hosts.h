@@ -10,6 +10,12 @@
 namespace mixd
 {
 
+/* The mask of a prefix of 0 to 32 bits, host order. */
+constexpr uint32_t mask_of(unsigned bits)
+{
+    return bits == 0 ? 0 : UINT32_MAX << (32 - bits);
+}
+
 /* An IPv4 address, host order, that a single host may have. */
 constexpr bool is_host(uint32_t address)
 {

@@ -1,10 +1,9 @@
 #include "appliance/mixd/network.h"
 
-#include <ctime>
-
 #include <arpa/inet.h>
 #include <fmt/format.h>
 
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kernel_source.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/arp.h"
@@ -104,7 +103,7 @@ std::string network::name_of(uint32_t index) const
 
 static bool within(const network_address &network, uint32_t address)
 {
-    const uint32_t mask = network.prefix == 0 ? 0 : UINT32_MAX << (32 - network.prefix);
+    const uint32_t mask = mask_of(network.prefix);
     return (network.address & mask) == (address & mask);
 }
 

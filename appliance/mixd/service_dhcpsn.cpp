@@ -41,7 +41,6 @@ constexpr size_t most_settings = 8192;
 constexpr size_t most_cleared_at_once = 1024;
 constexpr uint16_t most_rows_of_a_batch = 1000; /* whatever is asked for: a reply has a largest size */
 constexpr uint32_t most_rows_placed = most_rows_looked_at / 8; /* each is looked up in the MAC table */
-constexpr uint16_t highest_vlan = 4094;
 constexpr uint32_t rows_of_a_page = (dhcpsn_page_capacity - sizeof(dhcpsn_page)) / sizeof(dhcpsn_binding);
 
 struct binding_key {

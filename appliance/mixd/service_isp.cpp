@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/service.h"
 #include "sys/isp_wire.h"
 
@@ -30,11 +31,6 @@ struct prefix {
     uint32_t network;
     unsigned bits;
 };
-
-constexpr uint32_t mask_of(unsigned bits)
-{
-    return bits == 0 ? 0 : UINT32_MAX << (32 - bits);
-}
 
 std::optional<prefix> read_prefix(std::string_view text)
 {

@@ -7,6 +7,7 @@
  */
 #include <fmt/format.h>
 
+#include "appliance/mixd/hosts.h"
 #include "appliance/mixd/lan_table.h"
 #include "appliance/mixd/network.h"
 #include "appliance/mixd/service.h"
@@ -23,8 +24,7 @@ constexpr uint32_t loopback_network = 127; /* its first octet: never a LAN */
 
 lan_network network_of(uint32_t address, uint32_t length)
 {
-    const uint32_t mask = length == 0 ? 0 : ~uint32_t{0} << (longest_prefix - length);
-    return {address & mask, length};
+    return {address & mask_of(length), length};
 }
 
 std::vector<lan_network> read(scenario_table table)

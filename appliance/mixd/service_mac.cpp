@@ -31,7 +31,6 @@ constexpr const char *migrations[] = {
 
 constexpr size_t most_statics = 65536;
 constexpr size_t most_cleared_at_once = 1024;
-constexpr uint16_t highest_vlan = 4094;
 constexpr uint32_t rows_of_a_page = (mac_page_capacity - sizeof(mac_page)) / sizeof(mac_entry);
 
 bool is_dynamic(const mac_record &row)

@@ -10,6 +10,7 @@
 
 #include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/mac.h"
 #include "appliance/wire/spoofing.h"
 #include "appliance/wire/text.h"
 
@@ -31,7 +32,6 @@ constexpr const char *migrations[] = {
 constexpr uint32_t statistics_capacity = 2000;
 constexpr uint32_t aspf_rows_of_a_page = (statistics_capacity - sizeof(aspf_page)) / sizeof(aspf_row);
 constexpr uint32_t ndspf_rows_of_a_page = (statistics_capacity - sizeof(ndspf_page)) / sizeof(ndspf_row);
-constexpr uint16_t last_vlan_id = 4094;
 
 /* --- keys -------------------------------------------------------------------------------------------------
  */
@@ -216,7 +216,7 @@ void spoofing::read_statistics(scenario_table table)
         auto row = read_counts<aspf_row>(each);
         each.require("mac");
         fill_bytes(row.mac, each.mac("mac"));
-        row.vlan = static_cast<uint16_t>(each.number("vlan", 0, 0, last_vlan_id));
+        row.vlan = static_cast<uint16_t>(each.number("vlan", 0, 0, highest_vlan));
         row.address = each.ipv4("address").value_or(0);
         aspf_.describe(each, row);
     }
@@ -249,8 +249,8 @@ ndi_row read_setting(scenario_table &each)
 {
     ndi_row row{};
     row.vsysid = static_cast<uint16_t>(each.number("virtual_system", 0, 0, UINT16_MAX));
-    row.first_vlan = static_cast<uint16_t>(each.number("first_vlan", 0, 0, last_vlan_id));
-    row.last_vlan = static_cast<uint16_t>(each.number("last_vlan", row.first_vlan, 0, last_vlan_id));
+    row.first_vlan = static_cast<uint16_t>(each.number("first_vlan", 0, 0, highest_vlan));
+    row.last_vlan = static_cast<uint16_t>(each.number("last_vlan", row.first_vlan, 0, highest_vlan));
     if (row.last_vlan < row.first_vlan || (row.first_vlan == 0 && row.last_vlan != 0))
         each.fail("last_vlan", "must not be below first_vlan, nor stand alone");
     row.rate = static_cast<uint16_t>(each.number("rate", 0, 0, UINT16_MAX));

@@ -22,6 +22,7 @@
 #include "appliance/mixd/host_figures.h"
 #include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/mac.h"
 #include "appliance/wire/text.h"
 #include "appliance/wire/vchassis.h"
 
@@ -132,7 +133,7 @@ void vchassis::read(scenario_table &table)
         one.is.ipv4 = row.ipv4("ipv4").value_or(0);
         std::memcpy(one.is.ipv6, ipv6.data(), sizeof one.is.ipv6);
         std::memcpy(one.is.mac, mac.data(), sizeof one.is.mac);
-        one.is.vlan = static_cast<uint16_t>(row.number("vlan", 0, 0, 4094));
+        one.is.vlan = static_cast<uint16_t>(row.number("vlan", 0, 0, highest_vlan));
         one.is.slot = static_cast<uint32_t>(row.number("slot", 0, 0, 253));
         one.is.state = static_cast<uint32_t>(row.number("state", state_active, 0, 43));
         tenants_.describe(row, one);

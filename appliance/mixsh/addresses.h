@@ -58,8 +58,9 @@ inline ipv4_prefix_value prefix_value(const char *text)
     const std::size_t slash = all.find('/');
     std::uint32_t address = 0;
     ipv4str_2_uint(std::string(all.substr(0, slash)).c_str(), &address);
-    const unsigned bits = slash == std::string_view::npos ? 32 : std::strtoul(text + slash + 1, nullptr, 10);
-    return {address, bits == 0 ? 0 : UINT32_MAX << (32 - bits)};
+    const std::uint32_t bits =
+        slash == std::string_view::npos ? 32 : std::strtoul(text + slash + 1, nullptr, 10);
+    return {address, masknum_2_v4(bits)};
 }
 
 } // namespace mixsh

@@ -3,6 +3,7 @@
 #define MIXSH_KINDS_H
 
 #include "appliance/mixsh/command.h"
+#include "appliance/wire/mac.h"
 
 // In a namespace of their own, so that a variable may be called number.
 namespace mixsh::kinds
@@ -30,7 +31,7 @@ inline constexpr limits on_off{.choices = on_off_words};
 
 // For number.
 inline constexpr limits slots{.low = 0, .high = 255};
-inline constexpr limits vlan_ids{.low = 1, .high = 4094};
+inline constexpr limits vlan_ids{.low = 1, .high = mix::wire::highest_vlan};
 inline constexpr limits router_ids{.low = 0, .high = 65535};
 inline constexpr limits one_to_65535{.low = 1, .high = 65535};
 

@@ -13,6 +13,8 @@
 namespace mix::wire
 {
 
+inline constexpr uint16_t highest_vlan = 4094;
+
 /* Flags of an entry beside mac_entry_static. */
 enum mac_entry_flag : uint16_t {
     mac_entry_local = 1,            /* an address of the appliance itself */
