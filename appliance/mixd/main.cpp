@@ -12,6 +12,8 @@
 namespace
 {
 
+constexpr int wrong_options = 2;
+
 // Help without CLI11's remarks on which options exclude each other: the texts say so where it isn't plain.
 class plain_help : public CLI::Formatter
 {
@@ -65,7 +67,14 @@ int run(int argc, char **argv)
             "lease file of the DHCP server on this host, as dnsmasq writes it (default: dnsmasq's own)")
         ->type_name("FILE")
         ->excludes(scenario);
-    CLI11_PARSE(program, argc, argv);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success &asked) { /* --help, --version */
+        return program.exit(asked);
+    } catch (const CLI::ParseError &wrong) {
+        mixd::log(mixd::priority::error, fmt::format("{}; \"mixd --help\" tells the options", wrong.what()));
+        return wrong_options;
+    }
 
     chosen.keep_catalogue = !without_catalogue;
     const bool by_hand = !chosen.run_dir.empty() || !mix::wire::environment("MIX_RUN_DIR").empty();
