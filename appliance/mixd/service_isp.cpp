@@ -3,7 +3,7 @@
  *
  * An address belongs to the ISP of the longest prefix that holds it. Prefixes come from a file ([isp] file),
  * a line "ISP A.B.C.D/N" each, '#' begins a comment, and from [[isp.entry]] with isp and network. Addresses
- * are asked for in host byte order.
+ * are asked for in host byte order. SIGHUP reads the file again.
  */
 #include <arpa/inet.h>
 #include <array>
@@ -48,39 +48,31 @@ std::optional<prefix> read_prefix(std::string_view text)
     return prefix{ntohl(address.s_addr) & mask_of(bits), bits};
 }
 
-class isp : public service
+/* Networks and their ISPs, by length of prefix. */
+class isp_table
 {
   public:
-    explicit isp(setup &with);
+    void put(const prefix &of, uint32_t isp) { by_length_[of.bits][of.network] = isp; }
+    /* That of the longest prefix. */
+    [[nodiscard]] std::optional<uint32_t> find(uint32_t address) const
+    {
+        for (unsigned bits = 33; bits-- > 0;)
+            if (const auto found = by_length_[bits].find(address & mask_of(bits));
+                found != by_length_[bits].end())
+                return found->second;
+        return {};
+    }
 
   private:
-    void read_file(scenario_table &table, const std::string &file);
-    int32_t check(const request &) const;
-
-    std::array<std::unordered_map<uint32_t, uint32_t>, 33> by_length_; /* network to ISP */
+    std::array<std::unordered_map<uint32_t, uint32_t>, 33> by_length_;
 };
 
-isp::isp(setup &with)
-{
-    scenario_table table = with.scenario("isp");
-    if (const std::string file = table.text("file", "", 4095); !file.empty())
-        read_file(table, file);
-    for (scenario_table &row : table.rows("entry")) {
-        const auto number = static_cast<uint32_t>(row.required_number("isp", 0, UINT32_MAX));
-        const auto network = read_prefix(row.required_text("network"));
-        if (network)
-            by_length_[network->bits][network->network] = number;
-        else
-            row.fail("network", "must be A.B.C.D/N");
-    }
-    with.serve(isp_daemon, isp_type, [this](const request &asked, reply &) { return check(asked); });
-}
-
-void isp::read_file(scenario_table &table, const std::string &file)
+/* Throws std::runtime_error with what is wrong first. */
+void read_file(const std::string &file, isp_table &out)
 {
     std::ifstream in(file);
     if (!in)
-        table.fail("file", fmt::format("{} can't be read", file));
+        throw std::runtime_error(fmt::format("{}: {}", file, std::strerror(errno)));
     size_t number = 0;
     for (std::string line; std::getline(in, line);) {
         number++;
@@ -91,10 +83,64 @@ void isp::read_file(scenario_table &table, const std::string &file)
             continue;
         const bool read = static_cast<bool>(words >> which >> network) && !(words >> more);
         const auto found = read ? read_prefix(network) : std::nullopt;
-        if (found)
-            by_length_[found->bits][found->network] = which;
+        if (!found)
+            throw std::runtime_error(
+                fmt::format("{}:{}: must be an ISP's number and A.B.C.D/N", file, number));
+        out.put(*found, which);
+    }
+}
+
+class isp : public service
+{
+  public:
+    explicit isp(setup &with);
+    void reload() override;
+
+  private:
+    void read();
+    int32_t check(const request &) const;
+
+    std::string file_;
+    std::vector<std::pair<prefix, uint32_t>> described_; /* by the scenario itself */
+    isp_table table_;
+};
+
+isp::isp(setup &with)
+{
+    scenario_table table = with.scenario("isp");
+    file_ = table.text("file", "", 4095);
+    for (scenario_table &row : table.rows("entry")) {
+        const auto number = static_cast<uint32_t>(row.required_number("isp", 0, UINT32_MAX));
+        const auto network = read_prefix(row.required_text("network"));
+        if (network)
+            described_.emplace_back(*network, number);
         else
-            table.fail("file", fmt::format("{}:{}: must be an ISP's number and A.B.C.D/N", file, number));
+            row.fail("network", "must be A.B.C.D/N");
+    }
+    try {
+        read();
+    } catch (const std::runtime_error &why) {
+        table.fail("file", why.what());
+    }
+    with.serve(isp_daemon, isp_type, [this](const request &asked, reply &) { return check(asked); });
+}
+
+void isp::read()
+{
+    isp_table fresh;
+    if (!file_.empty())
+        read_file(file_, fresh);
+    for (const auto &[network, number] : described_)
+        fresh.put(network, number);
+    table_ = std::move(fresh);
+}
+
+void isp::reload()
+{
+    try {
+        read();
+    } catch (const std::runtime_error &why) {
+        log(priority::error, fmt::format("{}; the ISP addresses stay as they are", why.what()));
     }
 }
 
@@ -103,12 +149,7 @@ int32_t isp::check(const request &asked) const
     const auto wanted = asked.record<isp_request>();
     if (asked.bytes.size() < sizeof(isp_request) || wanted.code != isp_check)
         return -EINVAL;
-    for (unsigned bits = 33; bits-- > 0;) {
-        const auto found = by_length_[bits].find(wanted.address & mask_of(bits));
-        if (found != by_length_[bits].end())
-            return found->second == wanted.isp ? 1 : 0;
-    }
-    return 0;
+    return table_.find(wanted.address) == uint32_t{wanted.isp} ? 1 : 0;
 }
 
 } // namespace

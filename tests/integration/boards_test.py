@@ -1,6 +1,7 @@
 """The virtual chassis, port drivers, saved configurations and the ISP table: the shell against mixd."""
 
 import os
+import signal
 import socket
 import unittest
 
@@ -398,12 +399,19 @@ class IspFile(Isp):
     def setUp(self):
         super().setUp()
         self.mixd.stop()
-        table = os.path.join(self.mixd.directory, "isp.txt")
-        with open(table, "w", encoding="ascii") as file:
-            file.write("# by ISP\n1 10.0.0.0/8\n\n2 10.1.0.0/16 # a part of it\n3 0.0.0.0/0\n4 192.0.2.1\n")
+        self.table = os.path.join(self.mixd.directory, "isp.txt")
+        self.write("# by ISP\n1 10.0.0.0/8\n\n2 10.1.0.0/16 # a part of it\n3 0.0.0.0/0\n4 192.0.2.1\n")
         with open(os.path.join(self.mixd.directory, "scenario.toml"), "w", encoding="ascii") as file:
-            file.write(CHASSIS.split("[[isp.entry]]")[0] + f'[isp]\nfile = "{table}"\n')
+            file.write(CHASSIS.split("[[isp.entry]]")[0] + f'[isp]\nfile = "{self.table}"\n')
         self.mixd.start()
+
+    def write(self, text):
+        with open(self.table, "w", encoding="ascii") as file:
+            file.write(text)
+
+    def reload(self):
+        os.kill(self.mixd.process.pid, signal.SIGHUP)
+        self.assert_becomes(lambda: "reloading" in self.mixd.log(), True)
 
     def test_the_longest_prefix_decides(self):
         self.assertTrue(self.belongs("10.2.3.4", 1))
@@ -412,6 +420,18 @@ class IspFile(Isp):
         self.assertTrue(self.belongs("11.1.3.4", 3))
         self.assertTrue(self.belongs("192.0.2.1", 4))
         self.assertFalse(self.belongs("192.0.2.2", 4))
+
+    def test_a_hangup_reads_the_file_again(self):
+        self.write("5 10.2.0.0/16\n")
+        self.reload()
+        self.assertTrue(self.belongs("10.2.3.4", 5))
+        self.assertFalse(self.belongs("192.0.2.1", 4))
+
+    def test_a_file_with_a_mistake_changes_nothing(self):
+        self.write("5 10.2.0.0/16\nsix 10.3.0.0/16\n")
+        self.reload()
+        self.assertTrue(self.belongs("10.2.3.4", 1))
+        self.assertIn(f"{self.table}:2: must be an ISP's number and A.B.C.D/N", self.mixd.log())
 
 
 if __name__ == "__main__":
