@@ -57,6 +57,7 @@ core::core(options chosen)
         one->begin();
     server_ = std::make_unique<server>(loop_.get(), run_, registry_, faults_);
     server_->listen();
+    store_->keep();
 }
 
 core::~core() = default;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 #include <fmt/format.h>
@@ -137,6 +138,8 @@ store::store(std::string file) : file_(std::move(file))
 store::~store()
 {
     sqlite3_close_v2(db_);
+    if (made_here_)
+        unlink(file_.c_str());
 }
 
 void store::open()
@@ -175,6 +178,7 @@ void store::open()
                             store_magic, store_layout)
                     .c_str());
     execute(db_, "COMMIT");
+    made_here_ = layout == 0;
 }
 
 int64_t store::version_of(std::string_view service)

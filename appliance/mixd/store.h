@@ -94,6 +94,8 @@ class store
     /* Rows changed by the last run. */
     [[nodiscard]] int64_t changes() const;
     [[nodiscard]] const std::string &file() const { return file_; }
+    /* A file that was made here goes again with the store, until this is said: mixd has started. */
+    void keep() { made_here_ = false; }
     [[nodiscard]] sqlite3 *handle() const { return db_; }
 
   private:
@@ -102,6 +104,7 @@ class store
 
     std::string file_;
     sqlite3 *db_ = nullptr;
+    bool made_here_ = false;
 };
 
 /* One transaction. What is not committed is rolled back by the destructor. Transactions don't nest. */

@@ -178,6 +178,16 @@ TEST_P(malformed_scenario, is_refused_with_file_line_and_reason)
     const std::string file = place.file("bad.toml", GetParam().content);
     mixd.arguments = {"--scenario", file};
     expect_no_start(file + ":" + GetParam().reason);
+    EXPECT_NE(access(mixd.socket("mixd.db").c_str(), F_OK), 0) << "a store is left behind";
+}
+
+TEST_F(mixd_life, a_scenario_that_is_refused_leaves_the_store_that_was_there)
+{
+    ASSERT_TRUE(mixd.start()) << mixd.log();
+    EXPECT_EQ(mixd.stop(), 0);
+    mixd.arguments = {"--scenario", place.file("bad.toml", "[ipdefrag]\nfragments = 0\n")};
+    expect_no_start("fragments");
+    EXPECT_EQ(access(mixd.socket("mixd.db").c_str(), F_OK), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
