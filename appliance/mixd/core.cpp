@@ -105,6 +105,7 @@ int core::on_store_replaced(sd_event_source *, void *data)
 /* The addresses stay: boards and scenario are those that mixd started with. */
 void core::remake_services()
 {
+    server_->end_long_answers(-ESTALE);
     std::vector<const service *> kept;
     for (auto &one : services_) {
         if (one->store_replaced())

@@ -323,8 +323,7 @@ int server::on_turn(sd_event_source *, uint64_t, void *data)
 
 void server::take_turn(long_answer &later)
 {
-    const auto found = connections_.find(later.connection);
-    if (found == connections_.end()) {
+    if (!connections_.contains(later.connection)) {
         long_answers_.erase(&later); /* the client did not wait for it */
         return;
     }
@@ -341,11 +340,28 @@ void server::take_turn(long_answer &later)
         sd_event_source_set_enabled(later.turn.get(), SD_EVENT_ONESHOT);
         return;
     }
+    end(later, status);
+}
+
+/* With what stands in reply_. */
+void server::end(long_answer &later, int32_t status)
+{
     const auto node = long_answers_.extract(&later);
+    const auto found = connections_.find(later.connection);
+    if (found == connections_.end())
+        return;
     connection &client = *found->second;
     client.busy = false;
     watch(client);
     conclude(client, *later.to, later.asked, status, later.hit);
+}
+
+void server::end_long_answers(int32_t status)
+{
+    while (!long_answers_.empty()) {
+        reply_ = {};
+        end(*long_answers_.begin()->first, status);
+    }
 }
 
 /* Sends what stands in reply_, as the fault wants it. */

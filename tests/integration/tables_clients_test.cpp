@@ -22,6 +22,7 @@
 
 #include <unistd.h>
 
+#include "appliance/wire/snapshots.h"
 #include "platform/mgi.h"
 #include "support/raw_requests.h"
 
@@ -638,6 +639,36 @@ TEST_F(large, are_counted_a_part_at_a_time)
         EXPECT_EQ(answer->status, static_cast<int32_t>(entries));
         EXPECT_TRUE(answer->payload.empty());
     }
+}
+
+/* The count is of a service that is made anew. Whether it is under way at that moment is chance, a good one.
+ */
+TEST_F(large, are_not_counted_on_in_a_configuration_that_was_restored)
+{
+    raw_client gateway, restoring, counting;
+    ASSERT_TRUE(gateway.open(mixd, "node0/0.200.sock"));
+    ASSERT_TRUE(restoring.open(mixd, control));
+    ASSERT_TRUE(counting.open(mixd, main_daemon));
+    bytes save(128);
+    mix::wire::writer out(save);
+    ASSERT_TRUE(mix::wire::encode_save({.texts = {"", "", "tester", "large", "now"}}, out));
+    save.resize(out.size());
+    ASSERT_TRUE(gateway.ask(mix::wire::gateway_save, save));
+    const bytes name = request_of(64, {{0, 'l'}, {1, 'a'}, {2, 'r'}, {3, 'g'}, {4, 'e'}, {5, '-'}, {6, '1'}});
+    for (int tries = 0; tries < 20; ++tries) {
+        ASSERT_TRUE(counting.send(message_kind::request, arp_type, joined_count_of_ge1()));
+        ASSERT_TRUE(restoring.ask(mix::wire::control_list_services, request_of(4)));
+        const auto restored = restoring.ask(mix::wire::control_restore_snapshot, name);
+        ASSERT_TRUE(restored);
+        ASSERT_EQ(restored->status, 0);
+        const auto counted = counting.receive();
+        ASSERT_TRUE(counted);
+        if (counted->status == -ESTALE)
+            break;
+        EXPECT_EQ(counted->status, static_cast<int32_t>(entries));
+        EXPECT_LT(tries, 19) << "the count was never under way";
+    }
+    EXPECT_EQ(ask(arp_type, joined_count_of_ge1()).status, static_cast<int32_t>(entries));
 }
 
 TEST_F(large, need_no_client_that_waits_for_their_count)
