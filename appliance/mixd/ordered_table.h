@@ -251,9 +251,9 @@ std::optional<page_made> take_page(const ordered_table<Row, KeyOf> &from,
 
 /*
  * Visits every row, `looks` of them at a time and then, if that was not all, the next in the loop's next
- * turn. A step starts behind the last one's row, so rows may come and go in between. The status is done()'s,
- * which is called when visit() gave false or there are no more rows. Reply is the service's; the table must
- * outlive it.
+ * turn. A step starts behind the last one's row, so rows may come and go in between. The status is that of
+ * done(reply), which is called when visit() gave false or there are no more rows. Reply is the service's; the
+ * table must outlive it.
  */
 template <class Row, class KeyOf, class Visit, class Done, class Reply>
 int32_t walk_in_turns(const ordered_table<Row, KeyOf> &rows, uint32_t looks, Visit visit, Done done,
@@ -261,7 +261,7 @@ int32_t walk_in_turns(const ordered_table<Row, KeyOf> &rows, uint32_t looks, Vis
 {
     using key_type = typename ordered_table<Row, KeyOf>::key_type;
     const auto turn = [&rows, looks, visit, done,
-                       last = std::optional<key_type>{}](Reply &) mutable -> std::optional<int32_t> {
+                       last = std::optional<key_type>{}](Reply &to) mutable -> std::optional<int32_t> {
         uint32_t looked_at = 0;
         bool more = false;
         rows.walk(last, [&](const Row &row) {
@@ -272,13 +272,23 @@ int32_t walk_in_turns(const ordered_table<Row, KeyOf> &rows, uint32_t looks, Vis
             last = KeyOf{}(row);
             return visit(row);
         });
-        return more ? std::nullopt : std::optional<int32_t>(done());
+        return more ? std::nullopt : std::optional<int32_t>(done(to));
     };
     auto first = turn;
     if (const std::optional<int32_t> status = first(out))
         return *status;
     out.go_on = std::move(first);
     return 0;
+}
+
+/* A `done` for it: the reply is what was gathered. */
+template <class Record>
+auto reply_with(std::shared_ptr<Record> gathered)
+{
+    return [gathered](auto &to) {
+        to.append(*gathered);
+        return 0;
+    };
 }
 
 } // namespace mixd

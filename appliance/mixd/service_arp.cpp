@@ -355,27 +355,28 @@ int32_t arp::count(const request &asked, reply &out) const
             *found += wanted(row) ? 1 : 0;
             return true;
         },
-        [found] { return *found; }, out);
+        [found](reply &) { return *found; }, out);
 }
 
 int32_t arp::summary(const request &asked, reply &out) const
 {
     const auto wanted = asked.record<arp_request>();
     const selection matches{wanted.vsysid, wanted.vrid, 0, 0};
-    arp_summary_reply sum{};
-    rows_at(asked).walk({}, [&](const arp_row &row) {
-        if (!matches(row))
+    const auto sum = std::make_shared<arp_summary_reply>();
+    sum->proxies = asked.at.slot == here_ ? count_proxies({}, wanted.vrid) : 0;
+    return walk_in_turns(
+        rows_at(asked), most_rows_looked_at,
+        [sum, matches](const arp_row &row) {
+            if (!matches(row))
+                return true;
+            ++sum->total;
+            sum->static_entries += row.kind == arp_is_static || row.kind == arp_is_static_idle ? 1 : 0;
+            sum->dynamic_entries += is_dynamic(row) ? 1 : 0;
+            sum->incomplete += row.state == arp_state_incomplete ? 1 : 0;
+            sum->failed += row.state == arp_state_failed ? 1 : 0;
             return true;
-        ++sum.total;
-        sum.static_entries += row.kind == arp_is_static || row.kind == arp_is_static_idle ? 1 : 0;
-        sum.dynamic_entries += is_dynamic(row) ? 1 : 0;
-        sum.incomplete += row.state == arp_state_incomplete ? 1 : 0;
-        sum.failed += row.state == arp_state_failed ? 1 : 0;
-        return true;
-    });
-    sum.proxies = asked.at.slot == here_ ? count_proxies({}, wanted.vrid) : 0;
-    out.append(sum);
-    return 0;
+        },
+        reply_with(sum), out);
 }
 
 uint32_t arp::count_proxies(const arp_proxy_key &key, uint16_t vrid) const
@@ -488,7 +489,7 @@ int32_t arp::joined_count(const request &asked, reply &out) const
             *found += matches(wanted, row) ? 1 : 0;
             return true;
         },
-        [found] { return *found; }, out);
+        [found](reply &) { return *found; }, out);
 }
 
 /* --- clearing and scanning --------------------------------------------------------------------------------

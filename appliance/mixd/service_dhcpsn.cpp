@@ -359,7 +359,7 @@ int32_t dhcpsn::count(const dhcpsn_request &wanted, reply &out) const
             *found += matches(wanted, one) ? 1 : 0;
             return true;
         },
-        [found] { return *found; }, out);
+        [found](reply &) { return *found; }, out);
 }
 
 /* The status is how many were cleared; of a very large table the next request clears more. The lease file is
@@ -382,7 +382,7 @@ int32_t dhcpsn::clear(const request &asked, reply &out)
                 gone->push_back(one);
             return gone->size() < most_cleared_at_once;
         },
-        [this, gone] { return clear(*gone); }, out);
+        [this, gone](reply &) { return clear(*gone); }, out);
 }
 
 int32_t dhcpsn::clear(const std::vector<binding> &gone)

@@ -233,14 +233,17 @@ int32_t mac::summary(const request &asked, reply &out) const
 {
     if (!asked.is_a<mac_request>())
         return -EINVAL;
-    mac_summary_reply sum{};
-    rows_at(asked).walk({}, [&](const mac_record &row) {
-        ++sum.total;
-        ++(is_local(row) ? sum.local_entries : is_dynamic(row) ? sum.dynamic_entries : sum.static_entries);
-        return true;
-    });
-    out.append(sum);
-    return 0;
+    const auto sum = std::make_shared<mac_summary_reply>();
+    return walk_in_turns(
+        rows_at(asked), most_rows_looked_at,
+        [sum](const mac_record &row) {
+            ++sum->total;
+            ++(is_local(row)     ? sum->local_entries
+               : is_dynamic(row) ? sum->dynamic_entries
+                                 : sum->static_entries);
+            return true;
+        },
+        reply_with(sum), out);
 }
 
 /* A very large table is cleared by repeating the request. */
@@ -277,16 +280,16 @@ int32_t mac::bound(const request &asked, reply &out) const
     if (!asked.is_a<mac_bound_request>())
         return -EINVAL;
     const auto wanted = asked.record<mac_bound_request>();
-    uint8_t found = 0;
-    rows_at(asked).walk({}, [&](const mac_record &row) {
-        const bool in_vlan = row.key.vlan / 8u < sizeof wanted.vlans &&
-                             (wanted.vlans[row.key.vlan / 8] >> (row.key.vlan % 8) & 1) != 0;
-        found =
-            in_vlan && !is_dynamic(row) && !is_local(row) && is_low_half(wanted.a, row.key.bridge) ? 1 : 0;
-        return found == 0;
-    });
-    out.append(found);
-    return 0;
+    const auto found = std::make_shared<uint8_t>(0);
+    return walk_in_turns(
+        rows_at(asked), most_rows_looked_at,
+        [found, wanted](const mac_record &row) {
+            const bool in_vlan = row.key.vlan / 8u < sizeof wanted.vlans &&
+                                 (wanted.vlans[row.key.vlan / 8] >> (row.key.vlan % 8) & 1) != 0;
+            *found = in_vlan && !is_dynamic(row) && !is_local(row) && is_low_half(wanted.a, row.key.bridge);
+            return *found == 0;
+        },
+        reply_with(found), out);
 }
 
 /* --- static entries ---------------------------------------------------------------------------------------

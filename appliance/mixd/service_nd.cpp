@@ -93,11 +93,6 @@ bool is_unresolved(const nd_row &row)
 constexpr nd_state states[] = {nd_state_none,  nd_state_permanent, nd_state_reachable, nd_state_stale,
                                nd_state_delay, nd_state_probe,     nd_state_failed,    nd_state_incomplete};
 
-bool is_zero(const uint8_t (&mac)[6])
-{
-    return std::all_of(std::begin(mac), std::end(mac), [](uint8_t byte) { return byte == 0; });
-}
-
 /* What a request asks for. */
 struct selection {
     uint16_t vsysid;
@@ -110,6 +105,22 @@ struct selection {
         return one.row.vsysid == vsysid && (vrid == 0 || one.row.vrid == vrid) &&
                (interface == 0 || (one.interface & UINT16_MAX) == interface) &&
                (address == ipv6_address{} || address == address_of(one.row.address));
+    }
+};
+
+struct filtered_selection {
+    selection of;
+    mac_address mac; /* zero: any */
+    int8_t option;
+    bool here;
+
+    bool operator()(const nd_record &one) const
+    {
+        if (!here || !of(one) || (mac != mac_address{} && mac != std::to_array(one.row.mac)))
+            return false;
+        if (option < 0)
+            return state_of(one.row) == -option - 1;
+        return option == nd_option_all || is_static(one.row) == (option == nd_option_static);
     }
 };
 
@@ -132,8 +143,7 @@ class nd : public service, private network_observer
     int32_t filtered_list(const request &, reply &);
     int32_t clear(const request &);
     int32_t summary(const request &, reply &) const;
-    template <class Match>
-    uint32_t total_of(uint32_t cursor, const Match &matches) const;
+    int32_t filtered_page(const page_wanted &, const filtered_selection &, uint32_t total, reply &out);
     static void append(const nd_record &, uint32_t now, reply &);
 
     std::optional<refusal> set(const commit &, transaction &);
@@ -329,43 +339,37 @@ int32_t nd::list(const request &asked, reply &out, bool statics_only)
     return 0;
 }
 
-/* Counted once for a listing: counting at each page would take the square of the table's size. */
-template <class Match>
-uint32_t nd::total_of(uint32_t cursor, const Match &matches) const
-{
-    if (const auto found = totals_.find(cursor); cursor != 0 && found != totals_.end())
-        return found->second;
-    uint32_t total = 0;
-    rows_.walk({}, [&](const nd_record &one) {
-        total += matches(one) ? 1 : 0;
-        return true;
-    });
-    return total;
-}
-
+/* The total is counted once for a listing: at each page it would take the square of the table's size. */
 int32_t nd::filtered_list(const request &asked, reply &out)
 {
     if (!asked.is_a<nd_filtered_request>())
         return -EINVAL;
     const auto wanted = asked.record<nd_filtered_request>();
-    const selection of{wanted.vsysid, static_cast<uint16_t>(wanted.vrid), wanted.selector & UINT16_MAX,
-                       address_of(wanted.address)};
-    const auto option = static_cast<int8_t>(wanted.option);
-    const bool here = asked.at.slot == here_, any_mac = is_zero(wanted.mac);
-    const auto matches = [&](const nd_record &one) {
-        if (!here || !of(one) ||
-            (!any_mac && !std::equal(std::begin(wanted.mac), std::end(wanted.mac), one.row.mac)))
-            return false;
-        if (option < 0)
-            return state_of(one.row) == -option - 1;
-        return option == nd_option_all || is_static(one.row) == (option == nd_option_static);
-    };
-    const uint32_t total = total_of(wanted.cursor, matches);
+    const filtered_selection matches{{wanted.vsysid, static_cast<uint16_t>(wanted.vrid),
+                                      wanted.selector & UINT16_MAX, address_of(wanted.address)},
+                                     std::to_array(wanted.mac),
+                                     static_cast<int8_t>(wanted.option),
+                                     asked.at.slot == here_};
+    const page_wanted page{asked.from.connection, wanted.cursor, wanted.budget, filtered_rows_of_a_page};
+    if (const auto found = totals_.find(wanted.cursor); wanted.cursor != 0 && found != totals_.end())
+        return filtered_page(page, matches, found->second, out);
+    const auto total = std::make_shared<uint32_t>(0);
+    return walk_in_turns(
+        rows_, most_rows_looked_at,
+        [total, matches](const nd_record &one) {
+            *total += matches(one) ? 1 : 0;
+            return true;
+        },
+        [this, page, matches, total](reply &to) { return filtered_page(page, matches, *total, to); }, out);
+}
+
+int32_t nd::filtered_page(const page_wanted &wanted, const filtered_selection &matches, uint32_t total,
+                          reply &out)
+{
     const uint32_t now = monotonic_seconds();
     out.append(nd_filtered_page{});
-    const auto made = take_page(
-        rows_, positions_, {asked.from.connection, wanted.cursor, wanted.budget, filtered_rows_of_a_page},
-        matches, [&](const nd_record &one) { append(one, now, out); });
+    const auto made =
+        take_page(rows_, positions_, wanted, matches, [&](const nd_record &one) { append(one, now, out); });
     if (!made)
         return -ESTALE;
     if (made->cursor != 0) /* cursors are used again: there are never more totals than positions */
@@ -406,17 +410,18 @@ int32_t nd::summary(const request &asked, reply &out) const
         return -EINVAL;
     const auto wanted = asked.record<nd_summary_request>();
     const selection matches{wanted.first, wanted.second, 0, {}};
-    nd_summary_reply sum{};
-    rows_.walk({}, [&](const nd_record &one) {
-        if (asked.at.slot != here_ || !matches(one))
+    const auto sum = std::make_shared<nd_summary_reply>();
+    return walk_in_turns(
+        rows_, most_rows_looked_at,
+        [sum, matches, here = asked.at.slot == here_](const nd_record &one) {
+            if (!here || !matches(one))
+                return here;
+            ++sum->total;
+            ++(is_static(one.row) ? sum->static_entries : sum->dynamic_entries);
+            sum->unresolved += is_unresolved(one.row) ? 1 : 0;
             return true;
-        ++sum.total;
-        ++(is_static(one.row) ? sum.static_entries : sum.dynamic_entries);
-        sum.unresolved += is_unresolved(one.row) ? 1 : 0;
-        return true;
-    });
-    out.append(sum);
-    return 0;
+        },
+        reply_with(sum), out);
 }
 
 /* --- static neighbours ------------------------------------------------------------------------------------
