@@ -41,6 +41,7 @@ constexpr uint32_t joined_rows_of_a_page = (arp_page_capacity - sizeof(arp_page)
 constexpr uint32_t most_rows_joined = most_rows_looked_at / 8; /* each takes a look into the MAC table */
 constexpr uint64_t scan_interval_us = 10'000;
 constexpr int scanned_at_once = 32;
+constexpr size_t most_to_scan = 65536; /* of all scans together */
 
 /* What a request of the plain record asks for. */
 struct selection {
@@ -537,6 +538,8 @@ int32_t arp::scan(const request &asked)
     if (wanted.first == 0 || wanted.first > wanted.second || wanted.second - wanted.first >= arp_scan_most ||
         wanted.option < 0)
         return -EINVAL;
+    if (to_scan_.size() + (wanted.second - wanted.first) >= most_to_scan)
+        return -EBUSY;
     int32_t found = 0;
     for (uint64_t address = wanted.first; address <= wanted.second; ++address) {
         const auto one = static_cast<uint32_t>(address);

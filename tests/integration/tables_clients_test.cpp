@@ -417,6 +417,25 @@ INSTANTIATE_TEST_SUITE_P(
                                 request_of(40, {{0, 4}, {24, 7}, {36, 2}}), -EINVAL}),
     [](const auto &one) { return one.param.name; });
 
+struct wide_network : tables {
+    void prepare() override
+    {
+        mixd.arguments = {"--scenario", place.file("s.toml", "[[network.interface]]\nname = \"ge0\"\n"
+                                                             "address = \"10.1.255.254\"\nprefix = 16\n")};
+    }
+};
+
+/* 65536 addresses wait at the most; meanwhile some thousand a second are asked for. */
+TEST_F(wide_network, takes_no_scan_while_too_many_addresses_wait)
+{
+    const bytes of_4096 = request_of(32, {{0, 6}, {14, 1}, {15, 10}, {16, 255}, {17, 15}, {18, 1}, {19, 10}});
+    EXPECT_EQ(ask(arp_type, of_4096).status, 4096);
+    int32_t status = 0;
+    for (int i = 0; i < 100 && status >= 0; ++i)
+        status = ask(arp_type, of_4096).status;
+    EXPECT_EQ(status, -EBUSY);
+}
+
 struct bad_neighbour {
     const char *name;
     bytes address;
