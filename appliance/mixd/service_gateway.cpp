@@ -68,47 +68,46 @@ std::optional<refusal> change(core &all, const Handler &handler, const Change &w
     }
 }
 
-template <class Handlers>
-const typename Handlers::mapped_type *handler_of(const Handlers &handlers, const object_description &object)
+/* Has the object's service do what is wanted, if that is in order. */
+template <class Wanted, class Handlers, class Serve>
+std::optional<refusal> served(const decode_fault &fault, const Wanted &wanted, const Handlers &handlers,
+                              Serve &&serve)
 {
-    const auto found = handlers.find(object.number);
-    return found == handlers.end() ? nullptr : &found->second;
-}
-
-refusal nobody_serves(const object_description &object)
-{
-    return {result_unknown_object, fmt::format("no service takes changes of this object: {}", object.name),
-            fmt::format("没有服务处理该对象：{}", object.name)};
+    if (fault.result != result_ok)
+        return refusal_of(fault);
+    const object_description &object = *wanted.object;
+    if (const auto found = handlers.find(object.number); found != handlers.end())
+        return serve(found->second);
+    return refusal{result_unknown_object,
+                   fmt::format("no service takes changes of this object: {}", object.name),
+                   fmt::format("没有服务处理该对象：{}", object.name)};
 }
 
 int32_t take_record(core &all, const request &asked, reply &out)
 {
     record wanted;
     const decode_fault fault = decode_record(asked.bytes, wanted);
-    std::optional<refusal> no;
-    if (fault.result != result_ok)
-        no = refusal_of(fault);
-    else if (const record_handler *handler = handler_of(all.gateway().records, *wanted.object))
-        no = change(all, *handler, wanted);
-    else
-        no = nobody_serves(*wanted.object);
+    const auto no = served(fault, wanted, all.gateway().records,
+                           [&](const record_handler &handler) { return change(all, handler, wanted); });
     write_reply(out, no, wanted.language);
     return 0;
+}
+
+/* A read has the form of a commit, and a message type of its own. */
+decode_fault decode(const request &asked, commit &wanted, bool is_read)
+{
+    const decode_fault fault = decode_commit(asked.bytes, wanted);
+    if (fault.result == result_ok && (wanted.operation == operation_read) != is_read)
+        return {result_unknown_operation};
+    return fault;
 }
 
 int32_t take_commit(core &all, const request &asked, reply &out)
 {
     commit wanted;
-    const decode_fault fault = decode_commit(asked.bytes, wanted);
-    std::optional<refusal> no;
-    if (fault.result != result_ok)
-        no = refusal_of(fault);
-    else if (wanted.operation == operation_read)
-        no = refusal_of(decode_fault{result_unknown_operation});
-    else if (const commit_handler *handler = handler_of(all.gateway().commits, *wanted.object))
-        no = change(all, *handler, wanted);
-    else
-        no = nobody_serves(*wanted.object);
+    const decode_fault fault = decode(asked, wanted, false);
+    const auto no = served(fault, wanted, all.gateway().commits,
+                           [&](const commit_handler &handler) { return change(all, handler, wanted); });
     write_reply(out, no, wanted.language);
     return 0;
 }
@@ -117,16 +116,9 @@ int32_t take_read(core &all, const request &asked, reply &out)
 {
     commit wanted;
     read_batch batch;
-    const decode_fault fault = decode_commit(asked.bytes, wanted);
-    std::optional<refusal> no;
-    if (fault.result != result_ok)
-        no = refusal_of(fault);
-    else if (wanted.operation != operation_read)
-        no = refusal_of(decode_fault{result_unknown_operation});
-    else if (const read_handler *handler = handler_of(all.gateway().reads, *wanted.object))
-        no = (*handler)(wanted, batch);
-    else
-        no = nobody_serves(*wanted.object);
+    const decode_fault fault = decode(asked, wanted, true);
+    const auto no = served(fault, wanted, all.gateway().reads,
+                           [&](const read_handler &handler) { return handler(wanted, batch); });
     write_reply(out, no, wanted.language, batch);
     return 0;
 }
