@@ -2,6 +2,8 @@
 #include "appliance/mixsh/addresses.h"
 #include "appliance/mixsh/control_client.h"
 #include "appliance/mixsh/kinds.h"
+#include "appliance/platform/ping.h"
+#include "appliance/wire/gateway.h"
 #include "appliance/wire/snapshots.h"
 
 #include <libmix/vchassisd.h>
@@ -14,8 +16,13 @@ namespace
 
 namespace wire = mix::wire;
 
-outcome save(invocation &)
+// The library tries again for ever, so the gateway is asked whether it is there at all.
+outcome save(invocation &call)
 {
+    std::uint64_t nanoseconds = 0;
+    if (mixplatform_ping(wire::gateway_daemon, control::timeout_ms, &nanoseconds) != 0)
+        return call.fail(request{.destination = wire::gateway_daemon, .type = wire::gateway_save},
+                         "the configuration was not saved");
     vchassisd_save_config();
     return outcome::done;
 }

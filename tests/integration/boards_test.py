@@ -324,6 +324,10 @@ class SavedConfigurations(OnTheMaster):
         self.refused("set saved restore nothing", "was not restored")
 
 
+    def test_nothing_is_saved_without_a_gateway(self):
+        self.mixd.stop()
+        self.refused("add saved", "the configuration was not saved", "asked the management gateway")
+
     def test_what_services_keep_in_memory_is_restored_at_once(self):
         def requests():
             return [row["requests"] for row in self.json("show daemons")
