@@ -879,6 +879,13 @@ TEST_F(chassisd, card_notices_need_an_answer_of_two_bytes)
     EXPECT_EQ(platform().console, "");
 }
 
+TEST_F(chassisd, card_notice_without_a_card_sends_zeros)
+{
+    platform().fallback = {0, 0, {1, 0}, {}};
+    EXPECT_EQ(libchassisd_vchassis_notify_boot_pic(nullptr, output.as<uint16_t>()), 0);
+    EXPECT_EQ(platform().messages.at(0).request, record_of(264, {{0, le32(1)}}));
+}
+
 TEST_F(chassisd, emmc_behind_a_usb_bridge)
 {
     EXPECT_EQ(check_emmc_convert_by_usb(), 0);

@@ -438,6 +438,8 @@ TEST_F(issu_data, check_gives_number_and_text)
     EXPECT_STREQ(output.as<char>() + 4, "not now");
     EXPECT_EQ(issu_check(0, output.as<uint32_t>(), output.as<char>() + 4, 4), 0);
     EXPECT_STREQ(output.as<char>() + 4, "not");
+    EXPECT_EQ(issu_check(0, output.as<uint32_t>(), output.as<char>() + 4, 0), 0);
+    EXPECT_STREQ(output.as<char>() + 4, "not") << "no text is written for size 0";
 }
 
 TEST_F(issu_data, check_text_ends_with_the_reply)
