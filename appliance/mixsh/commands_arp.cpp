@@ -338,10 +338,8 @@ outcome add(invocation &call)
                              call.text("description"), call.number_or<std::uint8_t>("option", 0),
                              call.print(), nullptr, 0, call.language(), 0, vsys_of(call)) != 0)
         return call.fail(static_entries, "the static ARP entry was not added");
-    if (!call.said().empty()) // the entry is there, its description is not
-        return call.fail(change{"the MAC descriptions"},
-                         "the entry was added, but its MAC was not described");
-    return outcome::done;
+    // The entry is there; what was said is that its description is not.
+    return call.end(change{"the MAC descriptions"}, "the entry was added, but its MAC was not described");
 }
 constexpr argument own_vr =
     option("vr", kinds::number, "virtual router, 1 if not given", {.low = 1, .high = 65535});
@@ -376,9 +374,7 @@ outcome remove_all(invocation &call)
 outcome remove_listed(invocation &call)
 {
     arp_remove_all_static_items_vrouter(usual_router(call), 0, 0, vsys_of(call));
-    if (!call.said().empty())
-        return call.fail(static_entries, "not every static ARP entry was deleted");
-    return outcome::done;
+    return call.end(static_entries, "not every static ARP entry was deleted");
 }
 constexpr argument remove_all_arguments[] = {own_vr, vsys_option};
 

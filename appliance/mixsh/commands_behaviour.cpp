@@ -54,10 +54,8 @@ outcome show_objects(invocation &call)
     get_bhv_obj(call.text("NAME"), static_cast<std::uint8_t>(call.chosen("class").value_or(0)),
                 call.number_or<std::uint8_t>("subclass", 0), print_object, &rows, call.print());
     rows.end();
-    if (!call.said().empty())
-        return call.fail(request{.type = wire::bhv_obj_type, .subcommand = wire::bhv_obj_operation},
-                         "the behaviour objects can't be read");
-    return outcome::done;
+    return call.end(request{.type = wire::bhv_obj_type, .subcommand = wire::bhv_obj_operation},
+                    "the behaviour objects can't be read");
 }
 constexpr argument object_arguments[] = {
     optional_value("NAME", kinds::word, "objects of this name", {.longest = 31}),
@@ -88,9 +86,7 @@ outcome show_profiles(invocation &call)
     table rows(call.out(), profile_columns);
     get_bhv_profile(call.text("NAME"), print_profile, &rows, call.print());
     rows.end();
-    if (!call.said().empty())
-        return call.fail(asking_profiles, "the behaviour profiles can't be read");
-    return outcome::done;
+    return call.end(asking_profiles, "the behaviour profiles can't be read");
 }
 constexpr argument profile_arguments[] = {
     optional_value("NAME", kinds::word, "this profile only", {.longest = 31})};

@@ -125,9 +125,7 @@ int print_setting(const void *row, void *context, int)
 outcome end_of_settings(invocation &call, table &rows)
 {
     rows.end();
-    if (!call.said().empty())
-        return call.fail(settings, "the DHCP snooping settings can't be read");
-    return outcome::done;
+    return call.end(settings, "the DHCP snooping settings can't be read");
 }
 
 constexpr choice selector_words[] = {
@@ -172,9 +170,7 @@ outcome set(invocation &call)
     on_off_setting("validity-check", dhcpsn_validity_check_set);
     if (const auto rate = call.number("rate-limit"); rate && call.said().empty())
         dhcpsn_rate_limit_set(name, static_cast<std::uint16_t>(*rate), call.print());
-    if (!call.said().empty())
-        return call.fail(settings, "the DHCP snooping settings were not changed");
-    return outcome::done;
+    return call.end(settings, "the DHCP snooping settings were not changed");
 }
 constexpr argument set_arguments[] = {
     value("INTERFACE", kinds::interface_name, "interface, or \"vlan\" and a VLAN id"),

@@ -30,9 +30,7 @@ outcome set(invocation &call)
     set_ipdefrag_para(call.number_or<std::int32_t>("limit", 0), call.number_or<std::int32_t>("seconds", 0),
                       call.print());
     // The library's result is always 0; a refusal is what it prints.
-    if (!call.said().empty())
-        return call.fail(change{"the fragment settings"}, "the fragment settings were not changed");
-    return outcome::done;
+    return call.end(change{"the fragment settings"}, "the fragment settings were not changed");
 }
 
 constexpr argument set_arguments[] = {

@@ -81,10 +81,8 @@ outcome show(invocation &call)
     receiver to{&rows, address};
     gas_get_item(router, print_row, &to, call.print());
     rows.end();
-    if (!call.said().empty())
-        return call.fail(request{.type = wire::gas_type, .subcommand = wire::gas_list},
-                         "the senders can't be read");
-    return outcome::done;
+    return call.end(request{.type = wire::gas_type, .subcommand = wire::gas_list},
+                    "the senders can't be read");
 }
 constexpr argument show_arguments[] = {
     optional_value("ADDRESS", kinds::ipv4, "senders of this address only"),

@@ -250,9 +250,7 @@ outcome show_descriptions(invocation &call)
     table rows(call.out(), description_columns);
     get_mac_desc_items(bytes_of(mac), print_description, &rows, call.print(), 0, 0, vsys_of(call));
     rows.end();
-    if (!call.said().empty())
-        return call.fail(asking_descriptions, "the MAC descriptions can't be read");
-    return outcome::done;
+    return call.end(asking_descriptions, "the MAC descriptions can't be read");
 }
 constexpr argument show_descriptions_arguments[] = {
     optional_value("MAC", kinds::mac, "description of this address only"), vsys_option};

@@ -43,10 +43,8 @@ outcome show_arp(invocation &call)
     get_aspf_stats_items(vsys_of(call), 0, call.number_or<std::uint32_t>("maximum", 0), print_arp, &rows,
                          call.print());
     rows.end();
-    if (!call.said().empty())
-        return call.fail(request{.type = wire::aspf_type, .subcommand = wire::aspf_list},
-                         "the statistics can't be read");
-    return outcome::done;
+    return call.end(request{.type = wire::aspf_type, .subcommand = wire::aspf_list},
+                    "the statistics can't be read");
 }
 constexpr argument show_arp_arguments[] = {vsys_option, maximum_option};
 
@@ -77,10 +75,8 @@ outcome show_nd(invocation &call)
     get_ndspf_stats_items(vsys_of(call), call.number_or<std::uint32_t>("at-least", 0), print_nd, &rows,
                           call.print());
     rows.end();
-    if (!call.said().empty())
-        return call.fail(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_list},
-                         "the statistics can't be read");
-    return outcome::done;
+    return call.end(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_list},
+                    "the statistics can't be read");
 }
 constexpr argument show_nd_arguments[] = {
     vsys_option, option("at-least", kinds::number, "addresses with at least so many dropped packets")};
@@ -91,11 +87,9 @@ outcome clear_arp(invocation &call)
     if (!mac && call.has("vlan"))
         return call.misused("a VLAN goes with a MAC address only");
     aspf_stats_clear(vsys_of(call), bytes_of(mac), call.number_or<std::uint16_t>("vlan", 0), call.print());
-    if (!call.said().empty())
-        return call.fail(
-            request{.type = wire::aspf_type, .subcommand = mac ? wire::aspf_clear_one : wire::aspf_clear_all},
-            "the statistics were not cleared");
-    return outcome::done;
+    return call.end(
+        request{.type = wire::aspf_type, .subcommand = mac ? wire::aspf_clear_one : wire::aspf_clear_all},
+        "the statistics were not cleared");
 }
 constexpr argument clear_arp_arguments[] = {
     vsys_option, option("mac", kinds::mac, "of this MAC address only"),
@@ -104,10 +98,8 @@ constexpr argument clear_arp_arguments[] = {
 outcome clear_nd(invocation &call)
 {
     ndspf_stats_clear(vsys_of(call), call.print());
-    if (!call.said().empty())
-        return call.fail(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_clear_all},
-                         "the statistics were not cleared");
-    return outcome::done;
+    return call.end(request{.type = wire::ndspf_type, .subcommand = wire::ndspf_clear_all},
+                    "the statistics were not cleared");
 }
 constexpr argument clear_nd_arguments[] = {vsys_option};
 
@@ -211,12 +203,9 @@ constexpr std::string_view one_selection = "only one of policy, interface and vl
 outcome end_of_settings(invocation &call, table &rows, std::uint32_t type)
 {
     rows.end();
-    if (!call.said().empty())
-        return call.fail(request{.destination = wire::inspection_daemon,
-                                 .type = type,
-                                 .subcommand = wire::inspection_show},
-                         "the inspection settings can't be read");
-    return outcome::done;
+    return call.end(
+        request{.destination = wire::inspection_daemon, .type = type, .subcommand = wire::inspection_show},
+        "the inspection settings can't be read");
 }
 
 outcome show_arp_settings(invocation &call)

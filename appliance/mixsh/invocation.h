@@ -80,6 +80,12 @@ class invocation
     // transport knows, and what to try. `what` is a sentence of the command's own; empty: what libmix said.
     outcome fail(const request &exchange, std::string_view what = {});
     outcome fail(const change &exchange, std::string_view what = {});
+    // The end of a command whose function in libmix tells a failure by what it prints alone.
+    template <typename Exchange>
+    outcome end(const Exchange &exchange, std::string_view what)
+    {
+        return said().empty() ? outcome::done : fail(exchange, what);
+    }
     // A failure without an exchange.
     outcome fail(std::string_view what, std::string_view advice = {});
     // The words don't go together: "name at least one of limit and seconds".
