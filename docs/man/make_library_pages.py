@@ -28,8 +28,8 @@ class Entry:
 
 def comment_lines(comment):
     """The comment's lines without its stars; what is indented deeper stays so."""
-    body = comment[2:-2].strip("\n ")
-    return [re.sub(r"^ ?\* ?", "", line).rstrip() for line in body.split("\n")]
+    first, *rest = comment[2:-2].strip("\n ").removeprefix("* ").split("\n")
+    return [first, *(re.sub(r"^ \* ?", "", line).rstrip() for line in rest)]
 
 
 def strip_guard(text):
