@@ -56,8 +56,7 @@ MIX_API extern void *app_table_rwlock; /* a pthread_rwlock_t, process-shared */
 MIX_API extern uint32_t *cur_app_num;  /* entries in use */
 MIX_API extern uint32_t *cur_predef_app_num;
 
-/* --- attaching, and the catalogue as a whole -------------------------------------------------------------
- */
+/* --- attaching, and the catalogue as a whole --- */
 
 /*
  * Attaches this process: to "app_ext_table", or to "app_ext_table_<slot>" of the board's slot on a NUMA
@@ -80,8 +79,7 @@ MIX_API int tq_app_table_create(void) MIX_NOEXCEPT;
  */
 MIX_API int tq_app_table_reset(void) MIX_NOEXCEPT;
 
-/* --- changing entries; each waits for the lock and nothing else ------------------------------------------
- */
+/* --- changing entries; each waits for the lock and nothing else --- */
 
 /*
  * Adds an application.
@@ -130,8 +128,7 @@ MIX_API void tq_app_modify_app_property_and_risk(int type, uint32_t property, ui
  */
 MIX_API int tq_app_edit_cn_name(uint16_t index, const char *name_cn) MIX_NOEXCEPT;
 
-/* --- from a type to its attributes -----------------------------------------------------------------------
- */
+/* --- from a type to its attributes --- */
 
 /*
  * Texts point into the segment or to constant text: never to be freed, and changing under the caller's eyes
@@ -159,8 +156,7 @@ MIX_API uint32_t tq_apptype2risk(int type) MIX_NOEXCEPT;
 MIX_API int tq_apptype2shadow_it(int type) MIX_NOEXCEPT;
 MIX_API uint32_t tq_apptype2property(int type) MIX_NOEXCEPT;
 
-/* --- from a name to its type -----------------------------------------------------------------------------
- */
+/* --- from a name to its type --- */
 
 /*
  * The index of the first entry of that name, letter case ignored; 0 when there is none, which is the type of
@@ -172,8 +168,7 @@ MIX_API uint32_t tq_app_name2type(const char *name) MIX_NOEXCEPT;
 MIX_API uint16_t tq_app_name2type_cn(const char *name_cn) MIX_NOEXCEPT;
 MIX_API uint32_t tq_app_userdefined_name2type(const char *name) MIX_NOEXCEPT;
 
-/* --- entries ---------------------------------------------------------------------------------------------
- */
+/* --- entries --- */
 
 /* The number of rows in tq_app_table: 24. */
 MIX_API int tq_get_app_table_member_num(void) MIX_NOEXCEPT;
@@ -190,8 +185,7 @@ MIX_API const struct app_entry *tq_get_one_app_table_member(int index) MIX_NOEXC
  */
 MIX_API int app_hashtbl_cmp(const void *entry, const char *name) MIX_NOEXCEPT;
 
-/* --- export ----------------------------------------------------------------------------------------------
- */
+/* --- export --- */
 
 /* Size in bytes of one export record. */
 #define APP_EXPORT_RECORD_SIZE 686

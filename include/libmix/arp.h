@@ -40,8 +40,7 @@ MIX_API uint32_t get_arp_items_vr(uint16_t vsysid, uint16_t vrid, uint16_t secon
 struct arp_search_state {
     const uint32_t *key;   /* the key word */
     const uint16_t *scope; /* the scope word */
-    uint32_t
-        *position; /* where to go on; 0 at first. Set to the next position by each good page, 0: no more */
+    uint32_t *position;    /* where to go on, 0 at first; each good page sets it, to 0 when no more follow */
 };
 
 /* row: a 56-byte row, valid during the call only; search_state: as given to the search. The result is

@@ -12,8 +12,7 @@
 
 MIX_BEGIN_DECLS
 
-/* --- slot table ------------------------------------------------------------------------------------------
- */
+/* --- slot table --- */
 
 /*
  * Reads the slot table (at most 3000 ms): entries of 48 bytes, little-endian: u16 slot, u16 processor, u32
@@ -39,12 +38,12 @@ MIX_API int chassisd_card_is_online(int slot) MIX_NOEXCEPT;
 /* 1 when a card of a type that tq_is_qsm_id knows is present; 0 otherwise and on failure. */
 MIX_API int qsm_is_available(void) MIX_NOEXCEPT;
 
-/* --- processors and memory (at most 3000 ms) ---------------------------------------------------------------
- */
+/* --- processors and memory (at most 3000 ms) --- */
 
 /*
  * Reads processor information of sub-type 5, 6, 7, 8, 9, 10 or 24; any other is -1. *out receives the reply,
- * *outlen the bytes in it; the caller releases it with ipcmsg_free. -1 at once when tq_is_numa_ioc is true.
+ * *outlen the bytes in it; the caller releases it with ipcmsg_free. Neither pointer may be NULL. -1 at once
+ * when tq_is_numa_ioc is true.
  */
 MIX_API int chassisd_get_cpu_info(uint32_t slot, uint32_t cpu, uint32_t subtype, void **out,
                                   uint32_t *outlen) MIX_NOEXCEPT;
@@ -69,22 +68,20 @@ MIX_API int chassisd_set_slot_mem_calc_mode(uint32_t slot, uint32_t cpu, uint32_
 
 /*
  * As chassisd_get_cpu_info, of the local manager: the bypass `which`, at most 4176 bytes. Every failure
- * prints
- * "[%s]some error occured: rc=%d, retval=%d, outlen=%d\n" with "chassisd_get_bypass_info"; rc is -2 without a
- * request buffer, -3 without a reply buffer, else the transport's result. Until something was received outlen
- * is the reply buffer's size.
+ * prints "[%s]some error occured: rc=%d, retval=%d, outlen=%d\n" with "chassisd_get_bypass_info"; rc is -2
+ * without a request buffer, -3 without a reply buffer, else the transport's result. Until something was
+ * received outlen is the reply buffer's size.
  */
 MIX_API int chassisd_get_bypass_info(uint32_t which, void **out, uint32_t *outlen) MIX_NOEXCEPT;
 
 /*
  * A processor's temperature, sign-extended to 32 bits, from the local manager (at most 2000 ms); slot 9 and
  * cpu 0 on a NUMA platform, whatever is asked for. A failed exchange prints
- * "ipc error, rc is %d, ret is %d, outlen is %d.\n".
+ * "ipc error, rc is %d, ret is %d, outlen is %d.\n". -1 at once, silently, for a NULL temp.
  */
 MIX_API int chassisd_get_cpu_temp(uint32_t slot, uint32_t cpu, uint32_t *temp) MIX_NOEXCEPT;
 
-/* --- modules (at most 2000 ms)
- * ------------------------------------------------------------------------------ */
+/* --- modules (at most 2000 ms) --- */
 
 /* *count is 0 on failure. */
 MIX_API int libchassisd_get_module_number(uint32_t *count) MIX_NOEXCEPT;
@@ -101,14 +98,14 @@ MIX_API uint32_t libchassisd_get_module_plat_id(uint16_t slot) MIX_NOEXCEPT;
 /* Prints the same texts. */
 MIX_API int libchassisd_get_module_slot_state(uint16_t slot, uint32_t *state) MIX_NOEXCEPT;
 /* Copies the first len bytes (208 at most) of a slot's FRU block, which the manager of the main control board
- * is asked for. The same texts. */
+ * is asked for. The same texts; -1 at once, silently, for a NULL out. */
 MIX_API int libchassisd_get_module_fru_entry(uint16_t slot, void *out, int len) MIX_NOEXCEPT;
 
-/* --- slot operations
- * ---------------------------------------------------------------------------------------- */
+/* --- slot operations --- */
 
 /* *answer: the manager's (at most 3000 ms). */
 MIX_API int libchassisd_is_slot_cfg_removable(uint16_t slot, uint32_t *answer) MIX_NOEXCEPT;
+/* Drops the configuration kept for a slot (at most 3000 ms). */
 MIX_API int libchassisd_clear_slot_cfg(uint16_t slot) MIX_NOEXCEPT;
 
 /*
@@ -133,8 +130,7 @@ MIX_API int libchassisd_get_data_pak_buffer_pool_info(uint32_t out[4], uint32_t 
 /* Not 0 when the platform's eMMC is reached through a USB bridge. No exchange. */
 MIX_API int check_emmc_convert_by_usb(void) MIX_NOEXCEPT;
 
-/* --- storage
- * -------------------------------------------------------------------------------------------------- */
+/* --- storage --- */
 
 /* Storage types: 0 unknown, 1 NAND flash, 2 eMMC, 3 hard disk or SATA SSD, 4 eMMC behind a USB bridge, 5 CF
  * card, 6 NVMe SSD. */
@@ -173,10 +169,10 @@ MIX_API int chassisd_get_slot_flash_info(uint32_t slot, uint32_t cpu, uint64_t o
 
 /*
  * Serial numbers: len bytes of a zero-filled text (31 characters of it at most for a SATA disk; 254 with the
- * line's end for an NVMe one). 0, also when the disk names none; -1 when the command can't be started,
- * without an executable /bin/nvme, or without any disk. libchassisd_get_harddisk_sn asks the first disk of
- * /sys/block; it is -1 on virtual platforms, and prints "can't open %s, errno %d\n" when that directory can't
- * be read.
+ * line's end for an NVMe one). 0, also when the disk names none or device is NULL: all bytes are then zero;
+ * -1 when the command can't be started, without an executable /bin/nvme, or without any disk.
+ * libchassisd_get_harddisk_sn asks the first disk of /sys/block; it is -1 on virtual platforms, and prints
+ * "can't open %s, errno %d\n" when that directory can't be read.
  */
 MIX_API int libchassisd_get_sata_ssd_disk_sn(const char *device, void *out, int len) MIX_NOEXCEPT;
 MIX_API int libchassisd_get_pcie_ssd_disk_sn(void *out, int len) MIX_NOEXCEPT;

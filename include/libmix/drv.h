@@ -14,8 +14,7 @@
 
 MIX_BEGIN_DECLS
 
-/* --- port messages: 12568 bytes, in the caller's own buffer
- * --------------------------------------------------- */
+/* --- port messages: 12568 bytes, in the caller's own buffer --- */
 
 /*
  * Clear a buffer of 12568 bytes and fill in a request: u32 command at 0, u32 unit flag at 4, u16 slot at 8,
@@ -49,8 +48,7 @@ MIX_API int drv_get_port_drv_info(void *buf, uint32_t len) MIX_NOEXCEPT;
  * serves no other. */
 MIX_API int drv_get_port_eye_stats(void *buf, uint32_t len) MIX_NOEXCEPT;
 
-/* --- port queries: to this board's driver, at most 2000 ms
- * ------------------------------------------------------ */
+/* --- port queries: to this board's driver, at most 2000 ms --- */
 
 /*
  * 40 bytes of port information. The result is the transport's, so that it is not negative for a refused query
@@ -79,8 +77,7 @@ MIX_API int drv_dp_get_port_drv_info(uint16_t a, uint16_t b, uint32_t c, uint64_
 /* The name in it, cut to len - 1 characters; on failure the len bytes are zero. */
 MIX_API int drv_dp_get_port_drv_name(uint16_t a, uint16_t b, char *out, int len) MIX_NOEXCEPT;
 
-/* --- counters of a processor, at most 2000 ms
- * --------------------------------------------------------------------- */
+/* --- counters of a processor, at most 2000 ms --- */
 
 /*
  * *out receives the reply: at most 5280 bytes, or exactly 64. A refusal prints
@@ -92,8 +89,7 @@ MIX_API int drv_get_dpdk_cpu_cntr(void **out, uint32_t slot, uint32_t cpu, uint3
 /* Without an answer. */
 MIX_API int drv_drain_pkt_buffer(uint32_t slot) MIX_NOEXCEPT;
 
-/* --- control requests executed on another board, at most 2000 ms
- * ---------------------------------------------------- */
+/* --- control requests executed on another board, at most 2000 ms --- */
 
 /*
  * command 62, 64 or 68 with 4 bytes of data; 66, 69, 70, 77 or 78 with 12 bytes. Any other, and NULL data, is
@@ -103,8 +99,7 @@ MIX_API int remote_dev_ioctl(uint16_t slot, uint16_t second, uint32_t command, v
 /* command 1 with 4 bytes of data, which receive the answer; 12 with 12568 bytes. */
 MIX_API int remote_hwif_ioctl(uint16_t slot, uint16_t second, uint32_t command, void *data) MIX_NOEXCEPT;
 
-/* --- direct uplink
- * ----------------------------------------------------------------------------------------------------- */
+/* --- direct uplink --- */
 
 /* 1 when it is switched on; 0 when it is not, or not supported. */
 MIX_API int drv_direct_uplink_is_enabled(void) MIX_NOEXCEPT;

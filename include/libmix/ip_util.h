@@ -3,9 +3,9 @@
  *
  * Byte orders, fixed for this header:
  *  - "host order": the most significant byte of the integer is the first dotted octet (10.1.2.3 is
- * 0x0A010203).
+ *    0x0A010203).
  *  - "network order": the four bytes as they stand in a packet; on this little-endian machine the first
- * dotted octet is the least significant byte of the integer (10.1.2.3 is 0x0302010A).
+ *    dotted octet is the least significant byte of the integer (10.1.2.3 is 0x0302010A).
  *  - IPv6 addresses and masks are 16 bytes in network order, MAC addresses 6 bytes in wire order.
  *
  * No function here prints or logs. All may be called from any thread, but for init_lan_addr, which is called
@@ -18,8 +18,7 @@
 
 MIX_BEGIN_DECLS
 
-/* --- records
- * ------------------------------------------------------------------------------------------------ */
+/* --- records --- */
 
 /* Address record with a host-order IPv4 address: 24 bytes, the address at offset 8. */
 struct mix_addr {
@@ -31,15 +30,13 @@ struct mix_addr {
     } address;
 };
 
-/* Address record in network order throughout: 17 bytes, no alignment. Not the same as mix_addr, on purpose.
- */
+/* Address record in network order throughout: 17 bytes, no alignment. Other than mix_addr, on purpose. */
 struct mix_inet_addr {
     uint8_t family;      /* 2 (AF_INET) or 10 (AF_INET6) */
     uint8_t address[16]; /* IPv4: the first 4 bytes; network order */
 };
 
-/* --- constant tables
- * ---------------------------------------------------------------------------------------- */
+/* --- constant tables --- */
 
 /* Entry n: the IPv4 mask of n leading ones, host order. */
 MIX_API extern const uint32_t masklen2make[33];
@@ -50,8 +47,7 @@ MIX_API extern const uint8_t mask_bmap_table[256];
 /* Entry k: the octet of k leading ones. */
 MIX_API extern const uint8_t ipv6_maskbit[9];
 
-/* --- text to binary: 0 on success, -1 on failure
- * ------------------------------------------------------------ */
+/* --- text to binary: 0 on success, -1 on failure --- */
 
 /*
  * text: any form that inet_aton accepts (10.1, 0x0A.1.2.3, octal parts, one number).
@@ -93,8 +89,7 @@ MIX_API int tq_ip_string_2_inet_addr(struct mix_inet_addr *out, const char *text
  */
 MIX_API int tq_ip_string_with_bracket_2_inet_addr(struct mix_inet_addr *out, const char *text) MIX_NOEXCEPT;
 
-/* --- binary to text, into the caller's buffer
- * --------------------------------------------------------------- */
+/* --- binary to text, into the caller's buffer --- */
 
 /*
  * ip: host order. dst: zeroed over all len bytes, then the dotted quad. len: at least 16, else NULL and
@@ -117,8 +112,7 @@ MIX_API char *ipv6_2_str(const uint8_t *addr, char *buf, int len) MIX_NOEXCEPT;
  */
 MIX_API void tq_ipv6_addr_2_string_with_bracket(const uint8_t *addr, char *out, uint32_t len) MIX_NOEXCEPT;
 
-/* --- masks
- * -------------------------------------------------------------------------------------------------- */
+/* --- masks --- */
 
 /*
  * The host-order mask of that many leading ones. No range check: above 32 the number is taken modulo 32, so
@@ -149,8 +143,7 @@ MIX_API void masknum_2_v6(uint8_t *out, int bits) MIX_NOEXCEPT;
  */
 MIX_API int maskv6_2_num(const uint8_t *mask) MIX_NOEXCEPT;
 
-/* --- validators: 1 or 0, 0 for NULL
- * ------------------------------------------------------------------------- */
+/* --- validators: 1 or 0, 0 for NULL --- */
 
 /* A dotted quad of decimal octets without leading zeros, not in 0.0.0.0/8 unless it is 0.0.0.0. */
 MIX_API int is_ipv4_str(const char *text) MIX_NOEXCEPT;
@@ -181,8 +174,7 @@ MIX_API int is_ipv6_r_prefix_str(const char *text) MIX_NOEXCEPT;
 /* The same with a length of 1 to 128. */
 MIX_API int is_ipv6_g_prefix_str(const char *text) MIX_NOEXCEPT;
 
-/* --- token matchers
- * ----------------------------------------------------------------------------------------- */
+/* --- token matchers --- */
 
 /* What a matcher makes of a partly or wholly typed word. The numbers are fixed. */
 enum mix_match {
@@ -218,8 +210,7 @@ MIX_API int ipv6_prefix_match(const char *word) MIX_NOEXCEPT;
  */
 MIX_API int range_match(const char *range, const char *word) MIX_NOEXCEPT;
 
-/* --- wildcard masks
- * ----------------------------------------------------------------------------------------- */
+/* --- wildcard masks --- */
 
 /*
  * Reads a dotted quad as a wildcard mask, its first octet least significant (network order).
@@ -232,8 +223,7 @@ MIX_API int get_wildcard_mask_ipv4(const char *text, uint32_t *out) MIX_NOEXCEPT
 /* The same without the limit of 8 zero bits: 1 or -1. */
 MIX_API int get_wildcard_mask_without_limit_ipv4(const char *text, uint32_t *out) MIX_NOEXCEPT;
 
-/* --- classification: 1 or 0
- * --------------------------------------------------------------------------------- */
+/* --- classification: 1 or 0 --- */
 
 /* mac: 6 bytes. All zero. */
 MIX_API int mac_is_zerocast(const uint8_t *mac) MIX_NOEXCEPT;
@@ -253,8 +243,7 @@ MIX_API int ip_is_general(uint32_t ip) MIX_NOEXCEPT;
 /* ip: host order. 127/8, 10/8, 169.254/16, 192.168/16 or 172.16/12. */
 MIX_API int is_private_ip(uint32_t ip) MIX_NOEXCEPT;
 
-/* --- local addresses
- * ---------------------------------------------------------------------------------------- */
+/* --- local addresses --- */
 
 /* The shared "lan_addr" table that init_lan_addr attached; NULL before. Written by another process, never
  * here. */

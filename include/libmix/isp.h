@@ -7,9 +7,10 @@
 MIX_BEGIN_DECLS
 
 /*
- * Asks the daemon that holds the ISP address tables (at most 500 ms). addr and isp are passed on as they
- * stand. Returns 1 when the address belongs to the entry, and 0 when it does not, when the daemon refuses or
- * does not answer, and without a buffer (which the platform's debug output is told at level 1).
+ * Asks the daemon that holds the ISP address tables (at most 500 ms). addr is passed on as the number it is;
+ * the daemon of the reference appliance takes host order (10.1.2.3 is 0x0A010203). isp: the daemon's number
+ * of the ISP. Returns 1 when the address belongs to the entry, and 0 when it does not, when the daemon
+ * refuses or does not answer, and without a buffer (which the platform's debug output is told at level 1).
  */
 MIX_API int check_ip_isp(uint32_t addr, uint32_t isp) MIX_NOEXCEPT;
 

@@ -29,8 +29,7 @@
 
 MIX_BEGIN_DECLS
 
-/* --- the error text --------------------------------------------------------------------------------------
- */
+/* --- the error text --- */
 
 /*
  * Formats a text into the store, cut to 255 characters. The store's memory is taken at the first call and
@@ -42,8 +41,7 @@ MIX_API void set_err_str(const char *format, ...) MIX_NOEXCEPT ISSU_FORMAT(1, 2)
  * concurrent use with a failure. */
 MIX_API const char *issu_err_str_get(void) MIX_NOEXCEPT;
 
-/* --- messages without an answer: 0 when sent, -1 otherwise -----------------------------------------------
- */
+/* --- messages without an answer: 0 when sent, -1 otherwise --- */
 
 /* To the configuration daemon. A buffer that can't be had gives -1 and stores no text. */
 MIX_API int issu_lock_cfg(uint32_t lock) MIX_NOEXCEPT;
@@ -60,8 +58,7 @@ MIX_API int issu_report_ssmha_warm_sync(uint16_t value) MIX_NOEXCEPT;
 /* To the upgrade manager of a processor. */
 MIX_API int issu_report_sess_transfer(uint16_t slot, uint16_t cpu, uint32_t value) MIX_NOEXCEPT;
 
-/* --- commands and queries of the upgrade manager: 0 or -1 unless said otherwise ---------------------------
- */
+/* --- commands and queries of the upgrade manager: 0 or -1 unless said otherwise --- */
 
 /* mode: the manager's own number. Neither name may be NULL. */
 MIX_API int issu_start(uint32_t mode, const char *name, const char *second_name) MIX_NOEXCEPT;
@@ -101,8 +98,7 @@ MIX_API int issu_sm_shut(uint32_t cpu, uint32_t *result, uint16_t p, uint16_t q,
 MIX_API int issu_image_clist_get(uint32_t cpu, const char *name, uint8_t selector, char *buffer,
                                  uint32_t *len) MIX_NOEXCEPT;
 
-/* --- compatibility lists: pure functions of their arguments -----------------------------------------------
- */
+/* --- compatibility lists: pure functions of their arguments --- */
 
 /*
  * Reads the next entry of a list from a position in its text: lines that begin with '#' are skipped, a line

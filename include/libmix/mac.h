@@ -6,7 +6,7 @@
  *  - A MAC address is 6 bytes in wire order.
  *  - slot, service: the board asked; slot 0 is this board. The other selectors are passed on to the daemon.
  *  - maximum: entries wanted; 0 lists everything. A page is always delivered whole, so that a listing can
- * give a few entries more. start: a value for the daemon, sent with the first request of a listing only.
+ *    give a few entries more. start: a value for the daemon, sent with the first request of a listing only.
  *  - A listing returns the entries received, also those before a failure. Its callback's result is ignored; a
  *    NULL callback only counts.
  *  - Texts, unless said otherwise: "No enough memory\n" (request buffer; a missing reply buffer is silent),

@@ -15,8 +15,7 @@
 
 MIX_BEGIN_DECLS
 
-/* The caller's memory functions. The allocation takes a count of bytes and returns NULL when it can't be had.
- */
+/* The caller's memory functions. The allocation takes a count of bytes and returns NULL when it fails. */
 typedef void *(*tqac_alloc_function)(int64_t size);
 typedef int (*tqac_free_function)(void *pointer);
 

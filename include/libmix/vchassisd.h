@@ -14,8 +14,7 @@
 
 MIX_BEGIN_DECLS
 
-/* --- requests ----------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 /* op: an operation record of 16 bytes, the manager's layout. At most 3000 ms. */
 MIX_API int libvchassisd_vm_oper_request(const uint64_t op[2], char *err, int errlen) MIX_NOEXCEPT;
@@ -52,11 +51,13 @@ MIX_API int libvchassisd_get_service_mode(uint16_t *mode) MIX_NOEXCEPT;
 /* At most 2000 ms. */
 MIX_API int libvchassisd_notify_slot_state(uint16_t slot, uint32_t state) MIX_NOEXCEPT;
 
-/* Without an answer: 0 when sent, -4 otherwise. text: an address, of which 255 characters count; NULL is -1.
- */
+/* --- messages without an answer: 0 when sent, -2 without a buffer, -4 otherwise --- */
+
+/* text: an address, of which 255 characters count; NULL is -1. */
 MIX_API int libvchassisd_register_address(uint16_t a, uint32_t b, uint32_t c, const char *text) MIX_NOEXCEPT;
 MIX_API int libvchassisd_unregister_address(uint16_t a, uint32_t b, uint32_t c,
                                             const char *text) MIX_NOEXCEPT;
+/* value: the manager's own. */
 MIX_API int libvchassisd_show_addr_debug(uint16_t value) MIX_NOEXCEPT;
 /* To the master. */
 MIX_API int libvchassisd_notify_slot_disk_state(uint16_t slot, uint32_t state) MIX_NOEXCEPT;
@@ -66,28 +67,27 @@ MIX_API int libvchassisd_notify_master_vscm_crash(void) MIX_NOEXCEPT;
 MIX_API int libvchassisd_exec_vesa(void) MIX_NOEXCEPT;
 MIX_API int libvchassisd_get_vchassis_status(void) MIX_NOEXCEPT;
 
-/* --- texts: constants, never NULL, not to be freed
- * ------------------------------------------------------------ */
+/* --- texts: constants, never NULL, not to be freed --- */
 
 MIX_API const char *vchassisd_vm_type2str(uint32_t type) MIX_NOEXCEPT;     /* "vSCM"; "unknown" */
 MIX_API const char *vchassisd_vm_type2low_str(uint32_t type) MIX_NOEXCEPT; /* "vscm"; "unknown" */
 MIX_API const char *vchassisd_vm_flavor2str(uint32_t flavor) MIX_NOEXCEPT; /* "vSSM-02"; "" */
 /* 1 to 23: states of a chassis slot; 25 to 43: of a VM of the cloud platform; others "Unknown". */
 MIX_API const char *vchassisd_vm_state2str(uint32_t state) MIX_NOEXCEPT;
+
 MIX_API const char *vchassisd_stauts_2str(uint32_t status) MIX_NOEXCEPT;     /* "running"; "unknown" */
 MIX_API const char *vchassisd_resource_type2str(uint32_t type) MIX_NOEXCEPT; /* "CPU"; "unknown" */
 /* "VMWARE" is 2, "NSX" 4, any other text (or NULL) 1. */
 MIX_API int vchassisd_cmp_type_str2type(const char *text) MIX_NOEXCEPT;
 
-/* --- conversions: no exchange
- * ----------------------------------------------------------------------------------- */
+/* --- conversions: no exchange --- */
 
 /* Both ways. A non-empty text is read into *type (0 "VSS", "vss" or "PER_HOST"; 2 "NSX" or "nsx"; 1 any
  * other); into an empty one the text of *type is written, 4 bytes. Does nothing without a text. */
 MIX_API void vchassisd_trans_vswitch_type(char text[4], uint32_t *type) MIX_NOEXCEPT;
 
 /* Reads "10.0.0.0/24": *addr in host order, *prefix the number's low 8 bits. Returns 1, or -1 with both
- * untouched. The '/' in text becomes a terminator. */
+ * untouched. The '/' in text, which is not NULL, becomes a terminator. */
 MIX_API int vchassisd_trans_ip_range(char *text, uint32_t *addr, uint8_t *prefix) MIX_NOEXCEPT;
 
 /* 0 when something is left of what the three levels have (a rest is carried upwards, a shortfall is not)
@@ -100,9 +100,9 @@ struct vchassisd_metadata {
 };
 
 /*
- * Reads items separated by ';' (empty ones don't count): none gives 0 and a cleared record; one, which must
- * hold a
- * ':' and at most 7 characters, gives 0 and count 1; anything else -1. text is modified.
+ * Reads items separated by ';' (empty ones don't count): none, or a NULL text, gives 0 and a cleared record;
+ * one, which must hold a ':' and at most 7 characters, gives 0 and count 1; anything else -1. text is
+ * modified.
  */
 MIX_API int vchassisd_metadata_string_handler(char *text, struct vchassisd_metadata *out) MIX_NOEXCEPT;
 

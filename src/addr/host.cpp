@@ -13,8 +13,7 @@
 namespace
 {
 
-/* --- interface addresses
- * ------------------------------------------------------------------------------------ */
+/* --- interface addresses --- */
 
 static_assert(sizeof(ifreq) == 40);
 constexpr int most_records = 64;
@@ -44,8 +43,7 @@ bool kernel_has(int sock, uint32_t ip)
     return false;
 }
 
-/* --- control messages
- * --------------------------------------------------------------------------------------- */
+/* --- control messages --- */
 
 /* Which message names the interface, how it is asked for, and where in its data the index stands. */
 struct packet_info {

@@ -85,8 +85,7 @@ constexpr int most_tokens = 11; /* seven groups and a dotted quad */
 constexpr int most_colons = 7;
 constexpr int longest_group = 4;
 
-/* --- IPv6 address
- * ------------------------------------------------------------------------------------------- */
+/* --- IPv6 address --- */
 
 verdict leading_colons(ipv6_word &word)
 {
@@ -152,8 +151,7 @@ verdict group_and_colon(ipv6_word &word)
     return end[1] == ':' ? double_colon(word, end) : single_colon(word, end);
 }
 
-/* --- IPv6 prefix
- * -------------------------------------------------------------------------------------------- */
+/* --- IPv6 prefix --- */
 
 mix_match ipv6_length_match(const char *slash)
 {
@@ -231,8 +229,7 @@ verdict token_and_stop(ipv6_word &word)
     }
 }
 
-/* --- ranges
- * ------------------------------------------------------------------------------------------------- */
+/* --- ranges --- */
 
 std::optional<unsigned long> number_of(const char *text)
 {

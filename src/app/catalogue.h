@@ -55,8 +55,7 @@ inline bool is_in_use(const app_entry &entry)
     return __atomic_load_n(&entry.in_use, __ATOMIC_ACQUIRE) != 0;
 }
 
-/* The entry of a type in lowest..16382 that is in use; NULL: there is none, or the process is not attached.
- */
+/* The entry of a type in lowest..16382 that is in use; NULL when there is none or nothing is attached. */
 inline app_entry *find(int64_t type, int64_t lowest)
 {
     app_entry *all = entries();

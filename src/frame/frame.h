@@ -110,8 +110,7 @@ struct notice {
     texts say = {};
 };
 
-/* The buffers of one exchange. Freed by release(), once each; keep() hands the reply to the caller instead.
- */
+/* The buffers of one exchange. release() frees them, once each; keep() hands the reply to the caller. */
 struct buffers {
     uint8_t *request = nullptr;
     uint8_t *reply = nullptr;

@@ -60,9 +60,8 @@ struct change {
     std::optional<uint8_t> request_flag = {};
     std::initializer_list<attribute> attributes = {};
     refusal_text told = refusal_text::printed;
-    const char *prefix = nullptr; /* a format with one %s, for to_standard_output */
-    const char *parameter_error =
-        nullptr; /* not NULL: a mandatory argument is missing, nothing is committed */
+    const char *prefix = nullptr;          /* a format with one %s, for to_standard_output */
+    const char *parameter_error = nullptr; /* not NULL: an argument is missing, nothing is committed */
 };
 
 /* Where refusals are told. A NULL buffer, or one without length, is left alone. */
@@ -72,8 +71,7 @@ struct refusal_place {
     int32_t length = 0;
 };
 
-/* 0, the commit's result, or -1 for a parameter error. response: receives the type of the gateway's response.
- */
+/* 0, the commit's result, or -1 for a parameter error. response: receives the response's type. */
 int commit(const change &what, const refusal_place &place, int *response = nullptr);
 
 } // namespace mix::frame

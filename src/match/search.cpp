@@ -131,7 +131,7 @@ void scan_plain(const search &in, position &now, int end)
     scan<Shape, false>(in, now, end, tags);
 }
 
-/* ---- chains ---- */
+/* --- chains --- */
 
 /* Six: as many as the registers of x86-64 hold, and about as many as the first cache's latency needs. */
 constexpr int chain_count = 6;
@@ -285,7 +285,7 @@ void run_chains(const search &in, position &now, int end)
     scan_plain<Shape>(in, now, end);
 }
 
-/* ---- filter ---- */
+/* --- filter --- */
 
 /*
  * What the filter has cost, in rough processor cycles, and what it may cost before chains are cheaper: less
@@ -404,8 +404,7 @@ template <class Shape>
 void run_fast(const search &in, position &now)
 {
     const fast_data &fast = *fast_of(in.matcher);
-    /* A pattern added since may have made the matcher ignore case: its columns are not those prepared then.
-     */
+    /* A pattern added since may have made the matcher ignore case: the prepared columns are then others. */
     if (!fast.chains || in.length < least_fast || fast.nocase != in.matcher->nocase)
         return scan_plain<Shape>(in, now, in.length);
     const bool filtered = fast.filter && (fast.few || in.length >= least_filtered);

@@ -26,8 +26,7 @@ struct needle {
     int one, two;
 };
 
-/* How common a byte is in what is searched, text more than anything: a guess that only costs time if wrong.
- */
+/* How common a byte is in what is searched, text more than anything: a wrong guess only costs time. */
 constexpr uint8_t commonness(uint8_t byte)
 {
     constexpr char most_common_first[] = " etaoinsrhldcumfpgwybvkxjqz";

@@ -9,8 +9,7 @@ namespace
 
 using namespace mix;
 
-/* --- statistics: 16-bit cursor and count, ARP with a budget, ND without
- * ------------------------------------------ */
+/* --- statistics: 16-bit cursor and count, ARP with a budget, ND without --- */
 
 constexpr frame::listing aspf_items{
     .ask = {.type = wire::aspf_type,
@@ -50,8 +49,7 @@ constexpr frame::exchange ndspf_clear{
     .say = frame::usual_texts("ND spoofing statistics clear failed, ret is %d\n"),
 };
 
-/* --- inspection: at daemon 1, count before cursor, no budget
- * ------------------------------------------------------ */
+/* --- inspection: at daemon 1, count before cursor, no budget --- */
 
 constexpr frame::listing arpi_settings{
     .ask = {.daemon = wire::inspection_daemon,

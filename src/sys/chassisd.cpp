@@ -13,8 +13,7 @@ namespace
 
 using namespace mix;
 
-/* --- slot table ------------------------------------------------------------------------------------------
- */
+/* --- slot table --- */
 
 constexpr frame::exchange slot_status{
     .daemon = wire::chassis_manager,
@@ -62,8 +61,7 @@ bool read_slot_table(slot_table &table)
     return true;
 }
 
-/* --- processors and memory -------------------------------------------------------------------------------
- */
+/* --- processors and memory --- */
 
 struct cpu_reply {
     uint32_t subtype;
@@ -184,8 +182,7 @@ constexpr frame::exchange cpu_temp{
     .say = {.not_sent = temp_failure, .refused = temp_failure},
 };
 
-/* --- slot operations -------------------------------------------------------------------------------------
- */
+/* --- slot operations --- */
 
 constexpr frame::exchange slot_cfg{
     .daemon = wire::chassis_manager,

@@ -11,8 +11,7 @@ namespace mix::wire
 inline constexpr uint32_t chassis_manager = 17;
 inline constexpr uint32_t chassis_main = 0;
 
-/* --- slot table: type 153 --------------------------------------------------------------------------------
- */
+/* --- slot table: type 153 --- */
 
 inline constexpr uint32_t slot_status_type = 153;
 inline constexpr uint16_t slot_status_ask = 0;
@@ -52,8 +51,7 @@ enum slot_state : uint32_t {
 };
 inline constexpr uint32_t slot_role_counted = 6; /* the card's processors count for the system's CPU figure */
 
-/* --- CPU, memory, storage: type 24 -----------------------------------------------------------------------
- */
+/* --- CPU, memory, storage: type 24 --- */
 
 inline constexpr uint32_t chassis_query_type = 24;
 
@@ -115,8 +113,7 @@ struct [[gnu::packed]] storage_figures_reply {
 };
 static_assert(sizeof(storage_figures_reply) == 25);
 
-/* --- modules: type 149 -----------------------------------------------------------------------------------
- */
+/* --- modules: type 149 --- */
 
 inline constexpr uint32_t module_type = 149;
 
@@ -155,8 +152,7 @@ inline constexpr uint32_t module_data_number = 3;
 inline constexpr uint32_t module_data_info = 4;
 inline constexpr uint32_t module_fru_size = 208;
 
-/* --- slot configuration: type 224; detaching a slot: type 152 ---------------------------------------------
- */
+/* --- slot configuration: type 224; detaching a slot: type 152 --- */
 
 inline constexpr uint32_t slot_cfg_type = 224;
 
@@ -188,8 +184,7 @@ static_assert(offsetof(slot_detach_request, slot) == 4);
 static_assert(offsetof(slot_detach_request, zero) == 6);
 static_assert(offsetof(slot_detach_request, zero_too) == 8);
 
-/* --- data packet buffer pools: type 40 ---------------------------------------------------------------------
- */
+/* --- data packet buffer pools: type 40 --- */
 
 inline constexpr uint32_t buffer_pool_type = 40;
 inline constexpr uint32_t buffer_pool_show = 9;
@@ -203,8 +198,7 @@ static_assert(sizeof(buffer_pool_message) == 24);
 static_assert(offsetof(buffer_pool_message, pool) == 4);
 static_assert(offsetof(buffer_pool_message, figures) == 8);
 
-/* --- notices about virtual-chassis cards: type 651
- * ---------------------------------------------------------- */
+/* --- notices about virtual-chassis cards: type 651 --- */
 
 inline constexpr uint32_t card_notice_type = 651;
 

@@ -18,8 +18,7 @@ using sys::chassis_step;
 using sys::route_cpu;
 using sys::route_rule;
 
-/* --- where each function's requests go -------------------------------------------------------------------
- */
+/* --- where each function's requests go --- */
 
 constexpr route_rule stats_route{.direct_on_system_type = true,
                                  .direct = route_cpu::of_request,
@@ -33,8 +32,7 @@ constexpr route_rule eye_route{.direct = route_cpu::of_request};
 constexpr route_rule bridge_route{.direct_on_system_type = true};
 constexpr route_rule ioctl_route{.direct_on_system_type = true, .direct_on_numa = true};
 
-/* --- messages in the caller's buffer ---------------------------------------------------------------------
- */
+/* --- messages in the caller's buffer --- */
 
 /* The fields that every message of a port has. */
 struct port_message {
@@ -97,8 +95,7 @@ int get_stats(const route_rule &rule, void *buf, uint32_t len)
     return got.ok() ? 0 : -1;
 }
 
-/* --- queries ---------------------------------------------------------------------------------------------
- */
+/* --- queries --- */
 
 constexpr frame::exchange query{
     .daemon = wire::drv_daemon,
@@ -160,8 +157,7 @@ int counted(const frame::outcome &got, uint32_t answer)
     return got.had_buffers() ? 0 : -1;
 }
 
-/* --- control requests ------------------------------------------------------------------------------------
- */
+/* --- control requests --- */
 
 struct control {
     uint32_t command;

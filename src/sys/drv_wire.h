@@ -87,8 +87,7 @@ static_assert(offsetof(drv_ioctl_head, interface) == 8);
 static_assert(offsetof(drv_ioctl_head, command) == 12);
 static_assert(offsetof(drv_ioctl_head, length) == 16);
 
-/* --- counters: type 69 -------------------------------------------------------------------------------------
- */
+/* --- counters: type 69 --- */
 
 inline constexpr uint32_t counter_type = 69;
 inline constexpr uint32_t counter_show = 1;

@@ -15,8 +15,7 @@ namespace
 using namespace mix;
 using wire::issu_code;
 
-/* --- the error text --------------------------------------------------------------------------------------
- */
+/* --- the error text --- */
 
 constexpr size_t error_text_size = 256;
 constexpr const char *default_err = "null";
@@ -45,8 +44,7 @@ int store_error(const char *text, ...)
     return 0;
 }
 
-/* --- commands --------------------------------------------------------------------------------------------
- */
+/* --- commands --- */
 
 constexpr frame::texts stored_texts{
     .no_request = {"No enough memory"},

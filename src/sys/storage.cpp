@@ -29,8 +29,7 @@ enum storage_type : uint32_t {
     storage_nvme
 };
 
-/* --- commands --------------------------------------------------------------------------------------------
- */
+/* --- commands --- */
 
 /*
  * What may stand in a command that a shell reads. Device names come from files under /tmp, paths from
@@ -89,8 +88,7 @@ void copy_bytes(void *out, int len, const char (&text)[Size])
         std::memset(static_cast<char *>(out) + taken, 0, wanted - taken);
 }
 
-/* --- what holds the image --------------------------------------------------------------------------------
- */
+/* --- what holds the image --- */
 
 /* The type of a device by the line that df printed for it. The order decides. */
 uint32_t type_of_device(const char *line)
@@ -158,8 +156,7 @@ uint32_t storage_of_platform()
     return storage_unknown;
 }
 
-/* --- the kinds of storage --------------------------------------------------------------------------------
- */
+/* --- the kinds of storage --- */
 
 struct storage_row {
     const char *name; /* short name */
@@ -227,8 +224,7 @@ int external_storage(libchassisd_block_storage *out)
     return 0;
 }
 
-/* --- figures of the chassis manager ----------------------------------------------------------------------
- */
+/* --- figures of the chassis manager --- */
 
 constexpr frame::exchange storage_figures{
     .daemon = wire::chassis_manager,
@@ -253,8 +249,7 @@ int get_figures(const frame::target &where, wire::chassis_query subtype, uint64_
     return got.ok() ? 0 : -1;
 }
 
-/* --- disk identities ---------------------------------------------------------------------------------------
- */
+/* --- disk identities --- */
 
 constexpr const char *block_devices = "/sys/block";
 constexpr const char *nvme_program = "/bin/nvme";
