@@ -4,8 +4,9 @@
 
 #if defined(__x86_64__)
 #include <atomic>
-#include <cpuid.h>
 #include <immintrin.h>
+
+#include "misc/processor.h"
 #elif defined(__aarch64__)
 #include <arm_neon.h>
 #endif
@@ -90,33 +91,14 @@ uint32_t count_by_sums(const uint8_t *bytes, size_t blocks)
     return static_cast<uint32_t>(count);
 }
 
-/* Which register files the system saves, as a processor with XSAVE says. */
-uint32_t saved_state()
-{
-    uint32_t low;
-    uint32_t high;
-    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-    return low;
-}
-
 counter choose()
 {
-    constexpr uint32_t avx_state = 0x06;
-    constexpr uint32_t avx512_state = 0xE6;
-    unsigned a;
-    unsigned b;
-    unsigned c;
-    unsigned d;
-    if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_POPCNT) == 0)
+    const mix::processor has = mix::this_processor();
+    if (!has.popcnt)
         return count_by_sums;
-    const uint32_t saved = (c & bit_OSXSAVE) != 0 ? saved_state() : 0;
-    if (__get_cpuid_count(7, 0, &a, &b, &c, &d) == 0)
-        return count_by_word;
-    if ((saved & avx512_state) == avx512_state && (b & bit_AVX512F) != 0 && (c & bit_AVX512VPOPCNTDQ) != 0)
+    if (has.avx512_popcnt)
         return count_by_block;
-    if ((saved & avx_state) == avx_state && (b & bit_AVX2) != 0)
-        return count_by_table;
-    return count_by_word;
+    return has.avx2 ? count_by_table : count_by_word;
 }
 
 /* Asked at first use: a start-up constructor would run in every program that links the library. */

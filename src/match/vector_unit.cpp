@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "match/fast.h"
+#include "misc/processor.h"
 
 #if defined(__x86_64__)
-#include <cpuid.h>
 #include <immintrin.h>
 #else
 #include <arm_neon.h>
@@ -86,23 +86,12 @@ uint32_t mark_plain(const uint32_t *matching, const uint32_t *rows, unsigned cou
 
 #if defined(__x86_64__)
 
-/* The system keeps the upper halves of the wide registers. */
-bool system_keeps_wide_registers()
-{
-    uint32_t low, high;
-    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-    return (low & 6) == 6;
-}
-
 vector_unit ask_processor()
 {
-    unsigned a = 0, b = 0, c = 0, d = 0;
-    if (!__get_cpuid(1, &a, &b, &c, &d) || !(c & bit_SSSE3))
-        return vector_unit::none;
-    const bool wide = (c & bit_OSXSAVE) && (c & bit_AVX) && system_keeps_wide_registers();
-    if (wide && __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & bit_AVX2))
+    const processor has = this_processor();
+    if (has.avx2)
         return vector_unit::avx2;
-    return vector_unit::ssse3;
+    return has.ssse3 ? vector_unit::ssse3 : vector_unit::none;
 }
 
 /* The last group of a text is moved back to end with it; places before `at` have been looked at. */
