@@ -8,15 +8,13 @@
 #include <cstring>
 #include <optional>
 
+#include "misc/digits.h"
+
 namespace
 {
 
+using mix::is_digit;
 using verdict = std::optional<mix_match>; /* nothing: not settled yet */
-
-constexpr bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 const char *skip_digits(const char *at)
 {

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "misc/digits.h"
+
 namespace
 {
 
@@ -47,19 +49,10 @@ void encode_byte(char *out, uint8_t value)
     out[1] = digits[value & 15];
 }
 
-/* The digit's value, or -1. */
-int value_of(char character)
-{
-    if (character >= '0' && character <= '9')
-        return character - '0';
-    const int letter = character | 0x20;
-    return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
-}
-
 void decode_pair(uint8_t *out, const char *in)
 {
-    const int high = value_of(in[0]);
-    const int low = value_of(in[1]);
+    const int high = mix::hex_value(in[0]);
+    const int low = mix::hex_value(in[1]);
     if (high >= 0)
         *out = static_cast<uint8_t>(high << 4);
     if (low >= 0)

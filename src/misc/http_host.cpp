@@ -3,20 +3,15 @@
 #include <initializer_list>
 #include <optional>
 
+#include "misc/digits.h"
+
 namespace
 {
 
+using mix::is_digit;
+using mix::is_letter;
+
 enum class state : uint8_t { literal, name, after_literal, port, spaces, tail };
-
-constexpr bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-constexpr bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 constexpr bool is_name_byte(char c)
 {

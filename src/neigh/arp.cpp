@@ -1,10 +1,10 @@
 /* The ARP table: queries. */
 #include <libmix/arp.h>
 
-#include <cctype>
 #include <string_view>
 
 #include "frame/listing.h"
+#include "misc/digits.h"
 #include "neigh/arp_wire.h"
 #include "platform/mgi.h"
 
@@ -140,13 +140,6 @@ void select_joined(wire::arp_mac_request &request, wire::arp_subcommand what, co
     frame::put_name(request.third_name, filter.third_name);
 }
 
-uint8_t hex_value(char digit)
-{
-    if (digit <= '9')
-        return static_cast<uint8_t>(digit - '0');
-    return static_cast<uint8_t>((digit | 0x20) - 'a' + 10);
-}
-
 /*
  * 0011.2233.4455. One dot in its place is enough on purpose; the characters that stand where the digits
  * belong are then read as they are, so the other place may hold a digit, which is passed over.
@@ -158,8 +151,7 @@ bool is_dotted_mac(std::string_view text)
         return false;
     for (size_t i = 0; i < text.size(); i++) {
         const bool dot_place = i == first_dot || i == second_dot;
-        const bool digit = std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
-        if (!digit && !(dot_place && text[i] == '.'))
+        if (hex_value(text[i]) < 0 && !(dot_place && text[i] == '.'))
             return false;
     }
     return true;

@@ -2,6 +2,7 @@
 
 #include "frame/listing.h"
 #include "frame/record.h"
+#include "misc/digits.h"
 #include "neigh/spoofing_wire.h"
 
 namespace
@@ -92,15 +93,6 @@ void put_selector(wire::inspection_selector &selector, uint8_t mode, const char 
         selector.number = number;
 }
 
-/* The decimal number at `text`, its low 16 bits; moves `text` behind it. 0 where there is none. */
-uint16_t take_number(const char *&text)
-{
-    uint16_t number = 0;
-    for (; *text >= '0' && *text <= '9'; text++)
-        number = static_cast<uint16_t>(number * 10 + (*text - '0'));
-    return number;
-}
-
 /* Vlan10 and Vlan10-20 name one VLAN and a range. */
 void put_vlans(wire::arpi_request &request, const char *ifname)
 {
@@ -109,9 +101,9 @@ void put_vlans(wire::arpi_request &request, const char *ifname)
     const char *at = std::strpbrk(ifname, "0123456789");
     if (at == nullptr)
         return;
-    request.first_vlan = take_number(at);
+    request.first_vlan = take_number<uint16_t>(at);
     if (*at++ == '-')
-        request.last_vlan = take_number(at);
+        request.last_vlan = take_number<uint16_t>(at);
 }
 
 } // namespace

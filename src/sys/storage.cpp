@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "misc/digits.h"
 #include "platform/board.h"
 #include "platform/services.h"
 #include "sys/chassisd_wire.h"
@@ -37,13 +38,9 @@ enum storage_type : uint32_t {
  */
 bool is_harmless(const char *text)
 {
-    for (; *text != '\0'; text++) {
-        const auto c = static_cast<unsigned char>(*text);
-        const bool letter_or_digit =
-            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-        if (!letter_or_digit && std::strchr("/._-:@+=,", c) == nullptr)
+    for (; *text != '\0'; text++)
+        if (!is_letter(*text) && !is_digit(*text) && std::strchr("/._-:@+=,", *text) == nullptr)
             return false;
-    }
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <unistd.h>
 
+#include "misc/digits.h"
 #include "platform/services.h"
 
 namespace
@@ -185,14 +186,11 @@ int vchassisd_trans_ip_range(char *text, uint32_t *addr, uint8_t *prefix) noexce
     uint32_t address = 0;
     if (ipv4str_2_uint(text, &address) != 0)
         return -1;
-    const char *digit = slash + 1;
-    if (*digit < '0' || *digit > '9')
+    const char *number = slash + 1;
+    if (!mix::is_digit(*number))
         return -1;
-    uint8_t length = 0; /* of the number only the low 8 bits count, so no digit is too many */
-    for (; *digit >= '0' && *digit <= '9'; digit++)
-        length = static_cast<uint8_t>(length * 10 + (*digit - '0'));
     *addr = address;
-    *prefix = length;
+    *prefix = mix::take_number<uint8_t>(number); /* its low 8 bits, so no digit is too many */
     return 1;
 }
 
