@@ -32,7 +32,7 @@ constexpr int announced_at_once = 64; /* then other clients get their turn */
 constexpr uint64_t usual_interval = 60;
 constexpr uint64_t retry_interval = 1; /* an interface that is there but not up yet */
 constexpr uint64_t second_us = 1'000'000;
-constexpr uint32_t rows_of_a_page = (gas_capacity - sizeof(gas_page)) / sizeof(gas_row);
+constexpr uint32_t rows_of_a_page = (gas_page_capacity - sizeof(gas_page)) / sizeof(gas_row);
 
 struct sender_key {
     uint32_t address;

@@ -29,7 +29,6 @@ constexpr const char *migrations[] = {
     MIXD_KEPT_ROWS_TABLE("ndi"),
 };
 
-constexpr uint32_t statistics_capacity = 2000;
 constexpr uint32_t aspf_rows_of_a_page = (statistics_capacity - sizeof(aspf_page)) / sizeof(aspf_row);
 constexpr uint32_t ndspf_rows_of_a_page = (statistics_capacity - sizeof(ndspf_page)) / sizeof(ndspf_row);
 

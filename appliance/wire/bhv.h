@@ -13,9 +13,6 @@
 namespace mix::wire
 {
 
-inline constexpr uint32_t bhv_obj_capacity = 4096;
-inline constexpr uint32_t bhv_profile_capacity = 8192;
-
 enum bhv_class : uint8_t { bhv_url = 1, bhv_keyword = 2, bhv_mail = 3, bhv_file = 4, bhv_application = 5 };
 
 inline constexpr size_t bhv_most_items = 8;

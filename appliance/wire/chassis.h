@@ -72,16 +72,16 @@ struct [[gnu::packed]] cpu_summary_reply {
     uint32_t up_seconds;
 };
 
-/* The rows that fit into the clients' buffers, which have a byte more than what they hold. */
-constexpr uint32_t cpu_rows(uint32_t capacity, uint32_t row)
+/* The rows that a reply holds. */
+constexpr uint32_t cpu_rows(cpu_detail subtype, uint32_t row)
 {
-    return (capacity - 1 - static_cast<uint32_t>(sizeof(cpu_table_head))) / row;
+    return (cpu_reply_capacity(subtype) - 1 - static_cast<uint32_t>(sizeof(cpu_table_head))) / row;
 }
-inline constexpr uint32_t most_cpu_each = cpu_rows(597, sizeof(cpu_each_row));
-inline constexpr uint32_t most_cpu_processes = cpu_rows(17533, sizeof(cpu_process_row));
-inline constexpr uint32_t most_cpu_interrupts = cpu_rows(7021, sizeof(cpu_interrupt_row));
+inline constexpr uint32_t most_cpu_each = cpu_rows(cpu_each, sizeof(cpu_each_row));
+inline constexpr uint32_t most_cpu_processes = cpu_rows(cpu_processes, sizeof(cpu_process_row));
+inline constexpr uint32_t most_cpu_interrupts = cpu_rows(cpu_interrupts, sizeof(cpu_interrupt_row));
 static_assert(most_cpu_each == 73 && most_cpu_processes == 365 && most_cpu_interrupts == 146);
-static_assert(sizeof(cpu_summary_reply) + 1 == 17);
+static_assert(sizeof(cpu_summary_reply) + 1 == cpu_reply_capacity(cpu_summary));
 
 /* The five fields of a processor's record. */
 enum cpu_field : uint32_t { cpu_count, cpu_busy, cpu_user, cpu_system, cpu_load, cpu_fields };

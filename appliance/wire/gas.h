@@ -14,7 +14,6 @@
 namespace mix::wire
 {
 
-inline constexpr uint32_t gas_capacity = 2000; /* of a page */
 inline constexpr uint64_t gas_longest_interval = 86400;
 
 enum gas_form : uint8_t {

@@ -25,7 +25,7 @@ constexpr frame::texts object_texts()
 constexpr frame::listing objects{
     .ask = {.type = wire::bhv_obj_type,
             .request_size = sizeof(wire::bhv_obj_request),
-            .reply_capacity = 4096,
+            .reply_capacity = wire::bhv_obj_capacity,
             .say = object_texts()},
     .request_cursor = MIX_FIELD(wire::bhv_obj_request, cursor),
     .header = sizeof(wire::bhv_obj_page),
@@ -38,7 +38,7 @@ constexpr frame::listing objects{
 constexpr frame::listing profiles{
     .ask = {.type = wire::bhv_profile_type,
             .request_size = sizeof(wire::bhv_profile_request),
-            .reply_capacity = 8192,
+            .reply_capacity = wire::bhv_profile_capacity,
             .say = frame::usual_texts("Failed to get bhv profile, ret is %d\n")},
     .request_cursor = MIX_FIELD(wire::bhv_profile_request, cursor),
     .header = sizeof(wire::bhv_profile_page),

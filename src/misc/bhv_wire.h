@@ -14,7 +14,8 @@ inline constexpr uint32_t bhv_obj_operation = 0;
 inline constexpr uint32_t bhv_profile_operation = 2;
 inline constexpr uint16_t bhv_obj_row_size = 616;
 inline constexpr uint16_t bhv_profile_row_size = 7640;
-inline constexpr uint16_t bhv_obj_rows = 6; /* the most that a reply of 4096 bytes holds */
+inline constexpr uint32_t bhv_obj_capacity = 4096;
+inline constexpr uint32_t bhv_profile_capacity = 8192;
 
 /* The buffer's 4096 bytes are sent whole. */
 struct [[gnu::packed]] bhv_obj_request {
@@ -40,6 +41,10 @@ struct [[gnu::packed]] bhv_obj_page {
 static_assert(sizeof(bhv_obj_page) == 8);
 static_assert(offsetof(bhv_obj_page, cursor) == 0);
 static_assert(offsetof(bhv_obj_page, count) == 4);
+
+/* The most that a page holds. */
+inline constexpr uint16_t bhv_obj_rows = (bhv_obj_capacity - sizeof(bhv_obj_page)) / bhv_obj_row_size;
+static_assert(bhv_obj_rows == 6);
 
 struct [[gnu::packed]] bhv_profile_request {
     uint32_t operation;

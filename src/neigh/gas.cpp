@@ -15,7 +15,7 @@ constexpr frame::texts show_texts = frame::usual_texts("Gratuitous ARP send show
 constexpr frame::listing senders{
     .ask = {.type = wire::gas_type,
             .request_size = sizeof(wire::gas_list_request),
-            .reply_capacity = 2000,
+            .reply_capacity = wire::gas_page_capacity,
             .say = show_texts},
     .request_cursor = MIX_FIELD(wire::gas_list_request, cursor),
     .header = sizeof(wire::gas_page),

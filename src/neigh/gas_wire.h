@@ -10,6 +10,7 @@ namespace mix::wire
 
 inline constexpr uint32_t gas_type = 88;
 inline constexpr uint32_t gas_list = 0, gas_lookup = 3;
+inline constexpr uint32_t gas_page_capacity = 2000;
 inline constexpr uint16_t gas_row_size = 76;
 
 struct [[gnu::packed]] gas_list_request {

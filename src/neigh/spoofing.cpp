@@ -15,7 +15,7 @@ using namespace mix;
 constexpr frame::listing aspf_items{
     .ask = {.type = wire::aspf_type,
             .request_size = sizeof(wire::spoofing_list_request),
-            .reply_capacity = 2000,
+            .reply_capacity = wire::statistics_capacity,
             .say = frame::usual_texts("ARP spoofing statistics show failed, ret is %d\n")},
     .request_cursor = MIX_FIELD(wire::spoofing_list_request, cursor),
     .request_budget = MIX_FIELD(wire::spoofing_list_request, word),
@@ -29,7 +29,7 @@ constexpr frame::listing aspf_items{
 constexpr frame::listing ndspf_items{
     .ask = {.type = wire::ndspf_type,
             .request_size = sizeof(wire::spoofing_list_request),
-            .reply_capacity = 2000,
+            .reply_capacity = wire::statistics_capacity,
             .say = frame::usual_texts("ND spoofing statistics show failed, ret is %d\n")},
     .request_cursor = MIX_FIELD(wire::spoofing_list_request, cursor),
     .header = sizeof(wire::ndspf_page),

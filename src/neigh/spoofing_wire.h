@@ -25,6 +25,7 @@ inline constexpr uint16_t aspf_row_size = 48;
 inline constexpr uint16_t ndspf_row_size = 56;
 inline constexpr uint16_t arpi_row_size = 70;
 inline constexpr uint16_t ndi_row_size = 38;
+inline constexpr uint32_t statistics_capacity = 2000;
 inline constexpr uint32_t inspection_capacity = 3000;
 
 /* ARP and ND statistics ask alike; the last word is the rows still wanted for ARP, the caller's for ND. */

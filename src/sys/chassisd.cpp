@@ -63,18 +63,6 @@ bool read_slot_table(slot_table &table)
 
 /* --- processors and memory --- */
 
-struct cpu_reply {
-    uint32_t subtype;
-    uint32_t capacity;
-};
-
-constexpr cpu_reply cpu_replies[] = {
-    {5, 33},    {wire::chassis_cpu_record, sizeof(wire::cpu_record_reply)},
-    {7, 597},   {8, 17533},
-    {9, 17533}, {10, 7021},
-    {24, 17},
-};
-
 constexpr frame::exchange chassis_query{
     .daemon = wire::chassis_manager,
     .type = wire::chassis_query_type,
@@ -97,12 +85,10 @@ int query_cpu(uint32_t slot, uint32_t cpu, uint32_t subtype, Deliver &&deliver)
 {
     if (tq_is_numa_ioc())
         return -1;
-    const auto *row = std::find_if(std::begin(cpu_replies), std::end(cpu_replies),
-                                   [=](const cpu_reply &each) { return each.subtype == subtype; });
-    if (row == std::end(cpu_replies))
-        return -1;
     frame::exchange what = chassis_query;
-    what.reply_capacity = row->capacity;
+    what.reply_capacity = wire::cpu_reply_capacity(subtype);
+    if (what.reply_capacity == 0)
+        return -1;
     const auto where = frame::node_or_local(slot, static_cast<uint16_t>(cpu));
     return query(what, where, subtype, deliver).ok() ? 0 : -1;
 }

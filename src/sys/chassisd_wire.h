@@ -69,13 +69,30 @@ struct [[gnu::packed]] chassis_query_request {
 };
 static_assert(sizeof(chassis_query_request) == 4);
 
+/* Processor information, by sub-type: the reply's capacity, a byte more than what it holds. */
+struct cpu_reply {
+    uint32_t subtype;
+    uint32_t capacity;
+};
+inline constexpr cpu_reply cpu_replies[] = {
+    {5, 33}, {chassis_cpu_record, 33}, {7, 597}, {8, 17533}, {9, 17533}, {10, 7021}, {24, 17}};
+
+/* 0: there is no such sub-type. */
+constexpr uint32_t cpu_reply_capacity(uint32_t subtype)
+{
+    for (const cpu_reply &each : cpu_replies)
+        if (each.subtype == subtype)
+            return each.capacity;
+    return 0;
+}
+
 /* The reply of sub-type 6. */
 struct [[gnu::packed]] cpu_record_reply {
     uint8_t unused[12];
     uint32_t record[5];
     uint8_t end;
 };
-static_assert(sizeof(cpu_record_reply) == 33);
+static_assert(sizeof(cpu_record_reply) == cpu_reply_capacity(chassis_cpu_record));
 static_assert(offsetof(cpu_record_reply, record) == 12);
 
 struct [[gnu::packed]] slot_mem_reply {
