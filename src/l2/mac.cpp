@@ -1,4 +1,5 @@
 /* The MAC address table. */
+#include <libmix/ip_util.h>
 #include <libmix/mac.h>
 
 #include <cstdio>
@@ -265,9 +266,5 @@ int mac_remove_static_items(const char *ifname, const char *name2, const uint8_t
 
 int is_mac_null(const uint8_t *mac) noexcept
 {
-    uint32_t front;
-    uint16_t back;
-    std::memcpy(&front, mac, sizeof(front));
-    std::memcpy(&back, mac + sizeof(front), sizeof(back));
-    return front == 0 && back == 0 ? 1 : 0;
+    return mac_is_zerocast(mac);
 }
