@@ -130,6 +130,7 @@ outcome transact(const exchange &what, uint32_t destination, const void *request
 /* Tells the print callback what an outcome means; silent for a stage without a text. */
 void report(const texts &say, const outcome &result, print_callback print, uint32_t expected = 0);
 
+inline constexpr auto nothing_to_fill = [](auto &) {};
 inline constexpr auto nothing_to_deliver = [](reply_view &) {};
 
 /*

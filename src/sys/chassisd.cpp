@@ -7,6 +7,7 @@
 #include "platform/board.h"
 #include "platform/services.h"
 #include "sys/chassisd_wire.h"
+#include "sys/virtual_platform.h"
 
 namespace
 {
@@ -404,7 +405,7 @@ int libchassisd_clear_slot_cfg(uint16_t slot) noexcept
 
 int libchassisd_detach_slot(uint32_t slot) noexcept
 {
-    if (!tq_is_vfw_platform() && !tq_is_vwaf_platform() && !tq_is_vadc_platform()) {
+    if (!sys::is_virtual_platform()) {
         console_print("Support detach slot on vFW platform\n");
         return -1;
     }

@@ -361,6 +361,7 @@ int drv_dp_get_port_drv_info(uint16_t a, uint16_t b, uint32_t c, uint64_t out[11
             request.c = c;
         },
         [=](frame::reply_view &reply) { reply.copy(out, wire::drv_data, wire::drv_dp_info_size); });
+    /* Not this line's number, on purpose: the whole text is fixed. */
     if (got.at == frame::stage::no_request)
         tq_clog("%s:%d ipc malloc error\n", "drv_dp_get_port_drv_info", 746);
     return got.ok() ? 0 : -1;

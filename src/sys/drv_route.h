@@ -17,7 +17,7 @@ enum class chassis_step : uint8_t {
 
 /* What differs between the functions: a row of their table. */
 struct route_rule {
-    bool direct_on_system_type = false; /* also where the system platform type is 0x1090100 */
+    bool direct_on_system_type = false; /* also by the system platform type */
     bool direct_on_numa = false;
     route_cpu direct = route_cpu::first;
     route_cpu switch_module = route_cpu::first;

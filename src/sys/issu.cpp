@@ -141,8 +141,6 @@ constexpr frame::target processor(uint16_t slot, uint16_t cpu)
     return frame::at_node(uint32_t{slot} + 1, cpu);
 }
 
-constexpr auto nothing_to_fill = [](auto &) {};
-
 template <issu_code Code, class Record, class Fill, class Deliver>
 int ask(const frame::target &where, Fill &&fill, Deliver &&deliver)
 {
@@ -189,7 +187,7 @@ int copy_block(uint32_t cpu, void *buffer)
 template <issu_code Code>
 int copy_version(const frame::target &where, char *buffer, uint32_t size)
 {
-    return ask<Code, wire::issu_request>(where, nothing_to_fill, [&](frame::reply_view &reply) {
+    return ask<Code, wire::issu_request>(where, frame::nothing_to_fill, [&](frame::reply_view &reply) {
         reply.text(buffer, size, offsetof(wire::issu_version_reply, version),
                    sizeof(wire::issu_version_reply::version));
     });
@@ -258,7 +256,7 @@ int issu_send_ssmha_warm_sync_poll(uint16_t value) noexcept
 
 int issu_send_nat_merge(uint16_t slot, uint16_t cpu) noexcept
 {
-    return tell<issu_code::nat_merge, wire::issu_request>(processor(slot, cpu), nothing_to_fill);
+    return tell<issu_code::nat_merge, wire::issu_request>(processor(slot, cpu), frame::nothing_to_fill);
 }
 
 int issu_send_sess_transfer(uint16_t slot, uint16_t cpu, uint16_t c, uint16_t d) noexcept
@@ -274,7 +272,7 @@ int issu_send_sess_transfer(uint16_t slot, uint16_t cpu, uint16_t c, uint16_t d)
 
 int issu_send_dmcu_switch(uint16_t slot, uint16_t cpu) noexcept
 {
-    return tell<issu_code::dmcu_switch, wire::issu_request>(processor(slot, cpu), nothing_to_fill);
+    return tell<issu_code::dmcu_switch, wire::issu_request>(processor(slot, cpu), frame::nothing_to_fill);
 }
 
 int issu_report_nat_transfer(uint32_t value) noexcept

@@ -14,6 +14,7 @@
 #include "platform/board.h"
 #include "platform/services.h"
 #include "sys/chassisd_wire.h"
+#include "sys/virtual_platform.h"
 
 namespace
 {
@@ -123,6 +124,7 @@ bool is_disk_hardware()
 }
 
 constexpr uint32_t chassis_product = 0x1050100;
+constexpr uint32_t emmc_platform = 0x1180100;
 
 struct platform_storage {
     uint32_t platform_type;
@@ -353,7 +355,7 @@ int tq_get_internal_storage_type(void) noexcept
         return storage_emmc_usb;
     if (tq_is_hw_oihygon_8510() && tq_is_support_nvme_ssd_platform())
         return storage_nvme;
-    if (tq_is_a_platform() || tq_is_platform(0x1180100) || tq_is_kunlun_platform())
+    if (tq_is_a_platform() || tq_is_platform(emmc_platform) || tq_is_kunlun_platform())
         return storage_emmc;
     if (is_disk_hardware())
         return storage_disk;
@@ -438,7 +440,7 @@ int libchassisd_get_pcie_ssd_disk_sn(void *out, int len) noexcept
 
 int libchassisd_get_harddisk_sn(void *out, int len) noexcept
 {
-    if (tq_is_vfw_platform() || tq_is_vwaf_platform() || tq_is_vadc_platform())
+    if (sys::is_virtual_platform())
         return -1;
     DIR *directory = ::opendir(block_devices);
     if (directory == nullptr) {

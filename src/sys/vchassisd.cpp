@@ -80,7 +80,6 @@ struct error_place {
 };
 
 constexpr int error_text_size = 256;
-constexpr auto nothing_to_fill = [](auto &) {};
 
 /* fill(Data &) gets the command's data. */
 template <class Data, class Fill, class Deliver>
@@ -220,7 +219,7 @@ int libvchassisd_exec_clear_mac2host(uint32_t code, const char *text, char err[2
 
 int libvchassisd_exec_reset_vsom_password(char err[256]) noexcept
 {
-    return ask<no_data>(within_3s, frame::local(), wire::vchassis_reset_vsom_password, nothing_to_fill,
+    return ask<no_data>(within_3s, frame::local(), wire::vchassis_reset_vsom_password, frame::nothing_to_fill,
                         frame::nothing_to_deliver, {err, error_text_size});
 }
 
@@ -256,7 +255,7 @@ int libvchassisd_get_service_mode(uint16_t *mode) noexcept
 {
     if (mode == nullptr)
         return no_pointer;
-    return ask<no_data>(within_2s, master(), wire::vchassis_service_mode, nothing_to_fill,
+    return ask<no_data>(within_2s, master(), wire::vchassis_service_mode, frame::nothing_to_fill,
                         [=](frame::reply_view &reply) { *mode = reply.u16(0); });
 }
 
@@ -298,7 +297,7 @@ int libvchassisd_notify_slot_disk_state(uint16_t slot, uint32_t state) noexcept
 
 int libvchassisd_notify_master_vscm_crash(void) noexcept
 {
-    return tell<no_data>(timed, master(), wire::vchassis_master_crash, nothing_to_fill);
+    return tell<no_data>(timed, master(), wire::vchassis_master_crash, frame::nothing_to_fill);
 }
 
 int libvchassisd_exec_vesa(void) noexcept
