@@ -1,5 +1,6 @@
 #include "addr/count_bits.h"
 
+#include <bit>
 #include <cstring>
 
 #if defined(__x86_64__)
@@ -28,20 +29,11 @@ inline uint64_t word_at(const uint8_t *bytes)
     return word;
 }
 
-/* Sums of pairs, of fours, of eights, then all bytes by one multiplication. */
-uint32_t bits_of(uint64_t word)
-{
-    word -= word >> 1 & 0x5555555555555555;
-    word = (word & 0x3333333333333333) + (word >> 2 & 0x3333333333333333);
-    word = (word + (word >> 4)) & 0x0F0F0F0F0F0F0F0F;
-    return static_cast<uint32_t>(word * 0x0101010101010101 >> 56);
-}
-
-uint32_t count_by_sums(const uint8_t *bytes, size_t blocks)
+uint32_t count_plainly(const uint8_t *bytes, size_t blocks)
 {
     uint32_t count = 0;
     for (const uint8_t *end = bytes + blocks * count_block; bytes != end; bytes += 8)
-        count += bits_of(word_at(bytes));
+        count += static_cast<uint32_t>(std::popcount(word_at(bytes)));
     return count;
 }
 
@@ -95,7 +87,7 @@ counter choose()
 {
     const mix::processor has = mix::this_processor();
     if (!has.popcnt)
-        return count_by_sums;
+        return count_plainly;
     if (has.avx512_popcnt)
         return count_by_block;
     return has.avx2 ? count_by_table : count_by_word;

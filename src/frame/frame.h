@@ -39,10 +39,10 @@ constexpr target at_node(uint32_t node, uint16_t instance)
 {
     return {target::kind::node, instance, node};
 }
-/* As the families with a node argument have it: node 0 means this board. */
-constexpr target node_or_local(uint32_t node, uint16_t instance)
+/* As the families with a node argument have it: node 0 means this board; the instance's low 16 bits count. */
+constexpr target node_or_local(uint32_t node, uint32_t instance)
 {
-    return node == 0 ? local() : at_node(node, instance);
+    return node == 0 ? local() : at_node(node, static_cast<uint16_t>(instance));
 }
 /* Instance 0 of the board in that slot. */
 constexpr target in_slot(uint32_t slot)

@@ -72,11 +72,6 @@ constexpr frame::exchange bound_in_vlans{
 
 constexpr uint32_t low_half = 0xffff;
 
-frame::target board(uint32_t slot, uint32_t service)
-{
-    return frame::node_or_local(slot, static_cast<uint16_t>(service));
-}
-
 struct mode_bits {
     uint8_t flags;
     uint32_t extra;
@@ -130,7 +125,7 @@ int get_mac_items(uint16_t a, uint32_t b, uint16_t c, const uint8_t *mac, entry_
                   print_callback print, uint32_t start, int maximum, uint8_t mode, uint32_t slot,
                   uint32_t service) noexcept
 {
-    const frame::listing_call call{.where = board(slot, service),
+    const frame::listing_call call{.where = frame::node_or_local(slot, service),
                                    .print = print,
                                    .row = entry,
                                    .context = context,
@@ -154,7 +149,7 @@ int get_mac_items(uint16_t a, uint32_t b, uint16_t c, const uint8_t *mac, entry_
 int mac_generic_data_get(uint8_t *out, print_callback print, uint32_t slot, uint32_t service) noexcept
 {
     return frame::run<wire::mac_request>(
-               summary, board(slot, service), print,
+               summary, frame::node_or_local(slot, service), print,
                [](wire::mac_request &request) { request.opcode = wire::mac_summary; },
                [&](frame::reply_view &reply) { reply.copy(out, 0, wire::mac_summary_size); })
         .status_or(-1, 0);
@@ -165,7 +160,7 @@ int mac_remove_dynamic_items(uint16_t a, uint32_t b, const uint8_t *mac, print_c
 {
     uint32_t result = 0;
     static_cast<void>(frame::run<wire::mac_clear_request>(
-        clear_dynamic, board(slot, service), print,
+        clear_dynamic, frame::node_or_local(slot, service), print,
         [&](wire::mac_clear_request &request) {
             request.opcode = wire::mac_clear_dynamic;
             request.a = a;

@@ -74,11 +74,6 @@ constexpr frame::exchange summary{
     .say = frame::usual_texts("ND show failed, ret is %d\n"),
 };
 
-frame::target board(uint32_t node, uint32_t instance)
-{
-    return frame::node_or_local(node, static_cast<uint16_t>(instance));
-}
-
 struct neighbour_filter {
     uint16_t vsysid;
     uint16_t first;
@@ -109,7 +104,7 @@ uint32_t get_nd_items_detail(uint16_t vsysid, uint16_t first, uint16_t second, c
                              int32_t maximum, uint32_t node, uint32_t instance) noexcept
 {
     return list_neighbours(wire::nd_list, {vsysid, first, second, address, first_request},
-                           {.where = board(node, instance),
+                           {.where = frame::node_or_local(node, instance),
                             .print = print,
                             .row = row,
                             .context = context,
@@ -122,7 +117,7 @@ uint32_t get_nd_items_static_detail(uint16_t vsysid, uint16_t first, uint16_t se
                                     uint32_t instance) noexcept
 {
     return list_neighbours(wire::nd_static_list, {vsysid, first, second, address, first_request},
-                           {.where = board(node, instance),
+                           {.where = frame::node_or_local(node, instance),
                             .print = print,
                             .row = row,
                             .context = context,
@@ -162,7 +157,7 @@ int nd_remove_dynamic_items_detail(uint16_t first, uint16_t second, uint16_t thi
                                    print_callback print, uint32_t node, uint8_t option,
                                    uint32_t instance) noexcept
 {
-    return frame::run<wire::nd_clear_request>(clear_dynamic, board(node, instance), print,
+    return frame::run<wire::nd_clear_request>(clear_dynamic, frame::node_or_local(node, instance), print,
                                               [&](wire::nd_clear_request &request) {
                                                   request.subcommand = wire::nd_clear_dynamic;
                                                   frame::put_bytes(request.address, address);
@@ -179,7 +174,7 @@ int nd_generic_data_get(uint16_t first, uint16_t second, void *out, print_callba
                         uint32_t instance) noexcept
 {
     return frame::run<wire::nd_summary_request>(
-               summary, board(node, instance), print,
+               summary, frame::node_or_local(node, instance), print,
                [&](wire::nd_summary_request &request) {
                    request.subcommand = wire::nd_summary;
                    request.second = second;

@@ -123,13 +123,13 @@ uint32_t get_aspf_stats_items(uint16_t vsysid, uint32_t start, uint32_t maximum,
 
 int aspf_stats_clear(uint16_t vsysid, const uint8_t *mac, uint16_t selector, print_callback print) noexcept
 {
-    (void)frame::run<wire::aspf_clear_request>(
+    static_cast<void>(frame::run<wire::aspf_clear_request>(
         aspf_clear, frame::local(), print, [&](wire::aspf_clear_request &request) {
             request.subcommand = mac != nullptr ? wire::aspf_clear_one : wire::aspf_clear_all;
             request.vsysid = vsysid;
             if (frame::put_bytes(request.mac, mac))
                 request.selector = selector;
-        });
+        }));
     return 0;
 }
 
@@ -148,11 +148,11 @@ uint32_t get_ndspf_stats_items(uint16_t vsysid, uint32_t word, row_callback row,
 
 int ndspf_stats_clear(uint16_t vsysid, print_callback print) noexcept
 {
-    (void)frame::run<wire::ndspf_clear_request>(ndspf_clear, frame::local(), print,
-                                                [&](wire::ndspf_clear_request &request) {
-                                                    request.subcommand = wire::ndspf_clear_all;
-                                                    request.vsysid = vsysid;
-                                                });
+    static_cast<void>(frame::run<wire::ndspf_clear_request>(ndspf_clear, frame::local(), print,
+                                                            [&](wire::ndspf_clear_request &request) {
+                                                                request.subcommand = wire::ndspf_clear_all;
+                                                                request.vsysid = vsysid;
+                                                            }));
     return 0;
 }
 

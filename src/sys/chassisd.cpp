@@ -90,7 +90,7 @@ int query_cpu(uint32_t slot, uint32_t cpu, uint32_t subtype, Deliver &&deliver)
     what.reply_capacity = wire::cpu_reply_capacity(subtype);
     if (what.reply_capacity == 0)
         return -1;
-    const auto where = frame::node_or_local(slot, static_cast<uint16_t>(cpu));
+    const auto where = frame::node_or_local(slot, cpu);
     return query(what, where, subtype, deliver).ok() ? 0 : -1;
 }
 
@@ -245,7 +245,7 @@ int get_slot_status(uint32_t slot, uint32_t cpu, void *out, uint32_t *outlen) no
         return -1;
     int result = -1;
     const frame::outcome got = frame::run<wire::slot_status_header>(
-        slot_status, frame::node_or_local(slot, static_cast<uint16_t>(cpu)), nullptr,
+        slot_status, frame::node_or_local(slot, cpu), nullptr,
         [](wire::slot_status_header &request) { request.subtype = wire::slot_status_ask; },
         [&](frame::reply_view &reply) { result = take_slot_status(reply, out, outlen); });
     return got.ok() ? result : -1;
@@ -333,11 +333,10 @@ int chassisd_get_slot_mem(uint32_t slot, uint32_t cpu, uint64_t out[10]) noexcep
 {
     if (tq_is_numa_ioc())
         return -1;
-    const frame::outcome got = query(slot_mem, frame::node_or_local(slot, static_cast<uint16_t>(cpu)),
-                                     wire::chassis_slot_mem, [=](frame::reply_view &reply) {
-                                         reply.copy(out, offsetof(wire::slot_mem_reply, figures),
-                                                    sizeof(wire::slot_mem_reply::figures));
-                                     });
+    const frame::outcome got = query(
+        slot_mem, frame::node_or_local(slot, cpu), wire::chassis_slot_mem, [=](frame::reply_view &reply) {
+            reply.copy(out, offsetof(wire::slot_mem_reply, figures), sizeof(wire::slot_mem_reply::figures));
+        });
     if (got.ok())
         return 0;
     return got.had_buffers() ? got.sent : -1; /* a short reply is not an error, on purpose */
@@ -347,12 +346,11 @@ int chassisd_set_slot_mem_calc_mode(uint32_t slot, uint32_t cpu, uint32_t mode) 
 {
     if (tq_is_numa_ioc())
         return -1;
-    const frame::outcome got =
-        frame::run<wire::mem_mode_request>(mem_mode, frame::node_or_local(slot, static_cast<uint16_t>(cpu)),
-                                           nullptr, [=](wire::mem_mode_request &request) {
-                                               request.subtype = wire::chassis_set_mem_mode;
-                                               request.mode = mode;
-                                           });
+    const frame::outcome got = frame::run<wire::mem_mode_request>(
+        mem_mode, frame::node_or_local(slot, cpu), nullptr, [=](wire::mem_mode_request &request) {
+            request.subtype = wire::chassis_set_mem_mode;
+            request.mode = mode;
+        });
     return got.ok() ? 0 : -1;
 }
 

@@ -399,7 +399,7 @@ int chassisd_get_slot_flash_info(uint32_t slot, uint32_t cpu, uint64_t out[3]) n
 {
     if (tq_is_numa_ioc())
         return -1;
-    return get_figures(frame::node_or_local(slot, static_cast<uint16_t>(cpu)), wire::chassis_flash, out);
+    return get_figures(frame::node_or_local(slot, cpu), wire::chassis_flash, out);
 }
 
 int libchassisd_get_sata_ssd_disk_sn(const char *device, void *out, int len) noexcept
