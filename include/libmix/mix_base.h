@@ -3,9 +3,9 @@
  *
  * Conventions of the whole library:
  *  - Functions run on the caller's thread and block it for at most their exchange timeout per request.
- *  - Unless a function's comment says otherwise it may be called from any thread. State of the process have
- *    get_vrname_by_vrid and the changes of static ARP entries, the upgrade's error text, init_lan_addr and
- *    tqac_register_callback. Matchers and vectors belong to who makes them.
+ *  - Functions may be called from any thread, unless their comment says otherwise. One state for the whole
+ *    process is behind get_vrname_by_vrid and the changes of static ARP entries, the upgrade's error text,
+ *    init_lan_addr and tqac_register_callback. Matchers and vectors belong to who makes them.
  *  - A child of fork may go on calling; it never uses its parent's connections.
  *  - A print callback may be NULL: the function is then silent and behaves the same.
  *  - Outputs are untouched on failure unless a comment says otherwise.

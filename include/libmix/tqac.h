@@ -70,15 +70,15 @@ typedef int (*tqac_match_callback)(uint64_t id, int start, uint64_t arg, int len
 typedef void (*tqac_hook)(tqac_matcher *matcher);
 
 /* Every byte to itself, 'a' to 'z' to 'A' to 'Z': the only folding the matcher knows. */
-extern MIX_API const uint8_t xlatcase[256];
+MIX_API extern const uint8_t xlatcase[256];
 
 /*
  * Hooks of all matchers of the process, NULL at first. Register them once, before other threads use matchers.
  * tqac_compile_cb is called at the end of every successful compilation, just before `compiled` is set;
  * tqac_free_cb at the start of tqac_free().
  */
-extern MIX_API tqac_hook tqac_compile_cb;
-extern MIX_API tqac_hook tqac_free_cb;
+MIX_API extern tqac_hook tqac_compile_cb;
+MIX_API extern tqac_hook tqac_free_cb;
 
 /*
  * A matcher without patterns, in one allocation. alloc, free: all memory of the matcher goes through them.
