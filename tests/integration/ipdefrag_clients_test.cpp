@@ -2,8 +2,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sched.h>
@@ -15,25 +13,13 @@
 #include <libmix/ipdefrag.h>
 
 #include "support/mixd_fixture.h"
+#include "support/printed.h"
 
 using namespace mixtest;
 using mix::wire::fault_kind;
 
 namespace
 {
-
-std::string printed;
-
-__attribute__((format(printf, 1, 2))) int print(const char *format, ...)
-{
-    char line[2048];
-    va_list arguments;
-    va_start(arguments, format);
-    const int size = vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    printed += line;
-    return size;
-}
 
 constexpr uint32_t untouched = 0xdeadbeef;
 
@@ -49,7 +35,7 @@ struct clients : mixd_test {
     {
         mixd.arguments = {"--scenario", place.file("s.toml", "[ipdefrag]\nfragments = 4321\nseconds = 21\n")};
     }
-    int get() { return get_ipdefrag_para(&first, &second, print); }
+    int get() { return get_ipdefrag_para(&first, &second, collect_print); }
     void expect_settings(uint32_t wanted_first, uint32_t wanted_second)
     {
         EXPECT_EQ(get(), 0);
@@ -70,22 +56,22 @@ struct clients : mixd_test {
 TEST_F(clients, read_what_they_set)
 {
     expect_settings(4321, 21);
-    EXPECT_EQ(set_ipdefrag_para(500, 0, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(500, 0, collect_print), 0);
     expect_settings(500, 21);
-    EXPECT_EQ(set_ipdefrag_para(0, 60, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(0, 60, collect_print), 0);
     expect_settings(500, 60);
-    EXPECT_EQ(set_ipdefrag_para(65535, 3600, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(65535, 3600, collect_print), 0);
     expect_settings(65535, 3600);
-    EXPECT_EQ(set_ipdefrag_para(0, 0, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(0, 0, collect_print), 0);
     expect_settings(65535, 3600);
 }
 
 TEST_F(clients, print_the_gateways_refusal_and_change_nothing)
 {
-    EXPECT_EQ(set_ipdefrag_para(-1, 0, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(-1, 0, collect_print), 0);
     EXPECT_EQ(printed, "fragment count limit must be 1 to 65535");
     printed.clear();
-    EXPECT_EQ(set_ipdefrag_para(5, 3601, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(5, 3601, collect_print), 0);
     EXPECT_EQ(printed, "reassembly time must be 1 to 3600 seconds");
     printed.clear();
     EXPECT_EQ(set_ipdefrag_para(5, 3601, nullptr), 0);
@@ -95,20 +81,20 @@ TEST_F(clients, print_the_gateways_refusal_and_change_nothing)
 TEST_F(clients, go_on_after_a_restart_between_two_requests)
 {
     expect_settings(4321, 21);
-    EXPECT_EQ(set_ipdefrag_para(500, 60, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(500, 60, collect_print), 0);
     EXPECT_EQ(mixd.stop(), 0);
     ASSERT_TRUE(mixd.start()) << mixd.log();
     expect_settings(500, 60);
     EXPECT_EQ(mixd.stop(SIGKILL), -SIGKILL);
     ASSERT_TRUE(mixd.start()) << mixd.log();
-    EXPECT_EQ(set_ipdefrag_para(501, 0, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(501, 0, collect_print), 0);
     expect_settings(501, 60);
 }
 
 TEST_F(clients, lose_nothing_that_was_committed_when_mixd_is_killed)
 {
     for (int i = 1; i <= 5; ++i) {
-        EXPECT_EQ(set_ipdefrag_para(600 + i, 70 + i, print), 0);
+        EXPECT_EQ(set_ipdefrag_para(600 + i, 70 + i, collect_print), 0);
         EXPECT_EQ(mixd.stop(SIGKILL), -SIGKILL);
         ASSERT_TRUE(mixd.start()) << mixd.log();
         expect_settings(static_cast<uint32_t>(600 + i), static_cast<uint32_t>(70 + i));
@@ -121,7 +107,7 @@ TEST_F(clients, tell_at_once_that_nobody_is_there)
     const auto began = std::chrono::steady_clock::now();
     expect_failure("ipcmsg send failed\n");
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(250));
-    EXPECT_EQ(set_ipdefrag_para(5, 5, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(5, 5, collect_print), 0);
     EXPECT_EQ(printed, "management gateway does not answer");
 }
 
@@ -210,7 +196,7 @@ TEST_F(applied_settings, are_the_kernels_now_and_after_a_restart)
     }
     if (kernel("ipfrag_time") < 0)
         GTEST_SKIP() << "the settings of another network namespace can't be read here";
-    EXPECT_EQ(set_ipdefrag_para(77, 41, print), 0);
+    EXPECT_EQ(set_ipdefrag_para(77, 41, collect_print), 0);
     EXPECT_EQ(printed, "");
     EXPECT_EQ(kernel("ipfrag_max_dist"), 77);
     EXPECT_EQ(kernel("ipfrag_time"), 41);

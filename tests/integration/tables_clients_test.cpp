@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -24,6 +23,7 @@
 
 #include "appliance/wire/snapshots.h"
 #include "platform/mgi.h"
+#include "support/printed.h"
 #include "support/raw_requests.h"
 
 using namespace mixtest;
@@ -34,19 +34,6 @@ namespace
 
 constexpr uint32_t arp_type = 4, mac_type = 39, description_type = 93, dhcpsn_type = 95, name_type = 114,
                    nd_type = 133;
-
-std::string printed;
-
-__attribute__((format(printf, 1, 2))) int print(const char *format, ...)
-{
-    char line[2048];
-    va_list arguments;
-    va_start(arguments, format);
-    const int size = vsnprintf(line, sizeof line, format, arguments);
-    va_end(arguments);
-    printed += line;
-    return size;
-}
 
 /* The interfaces get indexes in their order: ge0 is 1, br0 is 2, ge1 is 3. */
 constexpr const char *small_scenario = R"(
@@ -158,12 +145,16 @@ TEST_F(tables, have_arp_rows)
 
 TEST_F(tables, have_arp_rows_of_static_entries)
 {
-    ASSERT_EQ(arp_add_static_items(2, 0x0a010203, station.data(), nullptr, 9, print, nullptr, 0, 0, 0, 7), 0);
+    ASSERT_EQ(
+        arp_add_static_items(2, 0x0a010203, station.data(), nullptr, 9, collect_print, nullptr, 0, 0, 0, 7),
+        0);
     const bytes page =
         ask(arp_type, request_of(140, {{0, 2}, {4, 7}, {12, 3}, {13, 2}, {14, 1}, {15, 10}})).payload;
     ASSERT_EQ(page.size(), 8u + 56u);
     EXPECT_EQ(part(page, 48, 4), (bytes{7, 0, 9, 0})) << "permanent, its option, in force";
-    ASSERT_EQ(arp_add_static_items(1, 0x0b000001, station.data(), nullptr, 0, print, nullptr, 0, 0, 0, 7), 0);
+    ASSERT_EQ(
+        arp_add_static_items(1, 0x0b000001, station.data(), nullptr, 0, collect_print, nullptr, 0, 0, 0, 7),
+        0);
     const bytes idle = ask(arp_type, request_of(140, {{0, 2}, {4, 7}, {6, 1}})).payload;
     ASSERT_EQ(idle.size(), 8u + 56u);
     EXPECT_EQ(idle[8 + 43], 9) << "not in force";
@@ -183,7 +174,7 @@ TEST_F(tables, have_an_arp_summary_and_counts)
 
 TEST_F(tables, have_arp_rows_joined_with_the_mac_table)
 {
-    ASSERT_EQ(mac_description_add(station.data(), "printer", print, nullptr, 0, 0, 0), 0);
+    ASSERT_EQ(mac_description_add(station.data(), "printer", collect_print, nullptr, 0, 0, 0), 0);
     const bytes page = ask(arp_type, request_of(296, {{0, 8}, {26, 7}})).payload;
     ASSERT_EQ(page.size(), 8u + 2 * 280u);
     EXPECT_EQ(part(page, 8, 4), (bytes{3, 2, 1, 10}));
@@ -236,7 +227,7 @@ TEST_F(tables, tell_vlans_with_static_mac_entries)
 
 TEST_F(tables, have_mac_description_rows)
 {
-    ASSERT_EQ(mac_description_add(station.data(), "printer", print, nullptr, 0, 0, 0), 0);
+    ASSERT_EQ(mac_description_add(station.data(), "printer", collect_print, nullptr, 0, 0, 0), 0);
     const bytes page = ask(description_type, request_of(28, {{0, 3}})).payload;
     ASSERT_EQ(page.size(), 8u + 198u);
     EXPECT_EQ(part(page, 0, 8), (bytes{0, 0, 0, 0, 1, 0, 0, 0}));
@@ -459,7 +450,7 @@ TEST_P(static_neighbours, that_can_not_be_are_refused)
     const int result = final_set_neighbor_neighbor(&message, nullptr, nullptr);
     ASSERT_NE(result, 0);
     EXPECT_STREQ(mgi_get_rsp_err_string(result), GetParam().text);
-    EXPECT_EQ(get_nd_items_static_detail(7, 0, 0, nullptr, nullptr, nullptr, print, 0, 0, 0, 0), 0u);
+    EXPECT_EQ(get_nd_items_static_detail(7, 0, 0, nullptr, nullptr, nullptr, collect_print, 0, 0, 0, 0), 0u);
 }
 
 const bytes host_address = {0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
@@ -571,7 +562,7 @@ TEST_F(large, are_listed_completely_one_page_a_request)
 {
     counted got;
     bystander other;
-    EXPECT_EQ(get_arp_items(0, 0, 0, count_row, &got, print, 0, 0), entries);
+    EXPECT_EQ(get_arp_items(0, 0, 0, count_row, &got, collect_print, 0, 0), entries);
     other.stop();
     EXPECT_EQ(got.rows, entries);
     EXPECT_EQ(got.wrong, 0u);
@@ -591,8 +582,8 @@ TEST_F(large, do_not_hold_up_others_by_filters_that_match_nothing)
 {
     bystander other;
     counted got;
-    EXPECT_EQ(get_arp_mac_items_ex2_vr(count_row, &got, print, 0, 0, 0, nullptr, nullptr, "nowhere", nullptr,
-                                       0, 0, 0, 2),
+    EXPECT_EQ(get_arp_mac_items_ex2_vr(count_row, &got, collect_print, 0, 0, 0, nullptr, nullptr, "nowhere",
+                                       nullptr, 0, 0, 0, 2),
               0u);
     EXPECT_EQ(ask(arp_type, joined_count_of_ge1()).status, static_cast<int32_t>(entries));
     EXPECT_EQ(get_arp_items_count(0, 0, 0, 0, 0, 0), static_cast<int>(entries));
@@ -742,7 +733,7 @@ uint32_t number_in_mac(const void *mac)
 const changing_case changing_cases[] = {
     {"arp", [] {},
      [](row_callback row, void *context) {
-         return int64_t{get_arp_items(0, 0, 0, row, context, print, 0, 0)};
+         return int64_t{get_arp_items(0, 0, 0, row, context, collect_print, 0, 0)};
      },
      [](const void *row) {
          uint32_t address;
@@ -750,36 +741,41 @@ const changing_case changing_cases[] = {
          return address & 0xffff;
      },
      [](uint32_t number) {
-         return arp_add_static_items(1, 0x0a000000 + number, station.data(), nullptr, 0, print, nullptr, 0, 0,
-                                     0, 0);
+         return arp_add_static_items(1, 0x0a000000 + number, station.data(), nullptr, 0, collect_print,
+                                     nullptr, 0, 0, 0, 0);
      },
-     [](uint32_t number) { return arp_remove_static_items(1, 0x0a000000 + number, print, 0, 0, 0, 0); },
+     [](uint32_t number) {
+         return arp_remove_static_items(1, 0x0a000000 + number, collect_print, 0, 0, 0, 0);
+     },
      1500},
     {"mac", [] {},
      [](row_callback row, void *context) {
-         return int64_t{get_mac_items(0, 0, 0, nullptr, row, context, print, 0, 0, 0, 0, 0)};
+         return int64_t{get_mac_items(0, 0, 0, nullptr, row, context, collect_print, 0, 0, 0, 0, 0)};
      },
      number_in_mac,
      [](uint32_t number) {
-         return mac_add_static_items("br0", "ge1", mac_bytes(number).bytes, 0, print, nullptr, 0, 0, 0);
+         return mac_add_static_items("br0", "ge1", mac_bytes(number).bytes, 0, collect_print, nullptr, 0, 0,
+                                     0);
      },
      [](uint32_t number) {
-         return mac_remove_static_items("br0", "ge1", mac_bytes(number).bytes, 0, print, 0, 0, 0, 0);
+         return mac_remove_static_items("br0", "ge1", mac_bytes(number).bytes, 0, collect_print, 0, 0, 0, 0);
      },
      1000},
     {"descriptions",
      [] {
          for (uint32_t i = 2; i <= 200; i += 2)
-             mac_description_add(mac_bytes(i).bytes, "stays", print, nullptr, 0, 0, 0);
+             mac_description_add(mac_bytes(i).bytes, "stays", collect_print, nullptr, 0, 0, 0);
      },
      [](row_callback row, void *context) {
-         return int64_t{get_mac_desc_items(nullptr, row, context, print, 0, 0, 0)};
+         return int64_t{get_mac_desc_items(nullptr, row, context, collect_print, 0, 0, 0)};
      },
      number_in_mac,
      [](uint32_t number) {
-         return mac_description_add(mac_bytes(number).bytes, "comes and goes", print, nullptr, 0, 0, 0);
+         return mac_description_add(mac_bytes(number).bytes, "comes and goes", collect_print, nullptr, 0, 0,
+                                    0);
      },
-     [](uint32_t number) { return mac_description_remove(mac_bytes(number).bytes, print, 0, 0, 0); }, 100},
+     [](uint32_t number) { return mac_description_remove(mac_bytes(number).bytes, collect_print, 0, 0, 0); },
+     100},
 };
 
 class changing : public tables, public testing::WithParamInterface<changing_case>
@@ -866,7 +862,7 @@ TEST_F(large, fail_to_go_on_after_a_restart_instead_of_somewhere_else)
         }
         return 0;
     };
-    EXPECT_EQ(get_arp_items(0, 0, 0, restart_once, &state, print, 0, 0), 2 * rows_of_a_page);
+    EXPECT_EQ(get_arp_items(0, 0, 0, restart_once, &state, collect_print, 0, 0), 2 * rows_of_a_page);
     EXPECT_EQ(state.rows, 2 * rows_of_a_page);
     EXPECT_EQ(printed, "ARP show failed, ret is -116\n");
 }
@@ -917,11 +913,12 @@ TEST_F(neighbours, have_the_total_of_their_own_listing)
         auto &self = *static_cast<nested *>(context);
         const uint8_t any_address[16] = {};
         if (++self.rows == 10)
-            get_nd_items_ex2_vr(nullptr, nullptr, print, 0, 0, any_address, nullptr, 0, stale, 0,
+            get_nd_items_ex2_vr(nullptr, nullptr, collect_print, 0, 0, any_address, nullptr, 0, stale, 0,
                                 &self.inner_total);
         return 0;
     };
-    EXPECT_EQ(get_nd_items_ex2_vr(list_inside, &state, print, 0, 0, any, nullptr, 0, 0, 0, &total), 400u);
+    EXPECT_EQ(get_nd_items_ex2_vr(list_inside, &state, collect_print, 0, 0, any, nullptr, 0, 0, 0, &total),
+              400u);
     EXPECT_EQ(total, 400u);
     EXPECT_EQ(state.inner_total, 100u);
     EXPECT_EQ(printed, "");

@@ -17,9 +17,6 @@
 namespace mixtest
 {
 
-std::string printed;
-std::vector<std::string> printed_formats;
-
 static guarded_buffers guarded;
 
 static void release(void *buffer)
@@ -193,31 +190,6 @@ uint32_t scripted_platform::board_value(const char *name, uint32_t argument)
         return exact->second;
     const auto found = board.find(name);
     return found != board.end() ? found->second : 0;
-}
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* a stand-in for printf formats what it is given */
-static std::string formatted(const char *format, va_list arguments)
-{
-    va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    std::string text(static_cast<size_t>(length), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
-}
-#pragma GCC diagnostic pop
-
-int collect_print(const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const std::string text = formatted(format, arguments);
-    va_end(arguments);
-    printed += text;
-    printed_formats.emplace_back(format);
-    return static_cast<int>(text.size());
 }
 
 int collect_row(const void *row, void *context, int first)

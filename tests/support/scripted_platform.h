@@ -22,6 +22,7 @@
 
 #include "platform/mgi.h"
 #include "support/bytes.h"
+#include "support/printed.h"
 
 namespace mixtest
 {
@@ -180,11 +181,6 @@ inline scripted_platform &platform()
 {
     return scripted_platform::get();
 }
-
-/* A print callback that collects what is printed, and whether it was called at all. */
-int collect_print(const char *format, ...) __attribute__((format(printf, 1, 2)));
-extern std::string printed;
-extern std::vector<std::string> printed_formats;
 
 /* Rows a listing delivered. */
 struct collected_rows {
