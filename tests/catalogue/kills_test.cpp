@@ -25,12 +25,6 @@ struct board {
     std::atomic<uint64_t> reads;
 };
 
-unsigned from_environment(const char *name, unsigned otherwise)
-{
-    const char *text = std::getenv(name);
-    return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
-}
-
 /* Every kind of write, on entries that may be left half-way by whoever was killed before. */
 bool write_on(board &on, int number, unsigned seed)
 {
@@ -54,11 +48,6 @@ bool write_on(board &on, int number, unsigned seed)
     return true;
 }
 
-bool ends(const char *text, size_t room)
-{
-    return strnlen(text, room) < room;
-}
-
 /* A part of the catalogue, from entry `at` on, and one page of the export. False: something is not as it must
  * be. */
 bool read_part(uint32_t &at, uint32_t steady)
@@ -68,14 +57,9 @@ bool read_part(uint32_t &at, uint32_t steady)
         tq_app_userdefined_name2type("Steady") != steady ||
         std::string(tq_app_type2category(steady)) != "Steady category")
         return false;
-    for (int i = 0; i < 500; i++, at = (at + 1) % entry_count) {
-        const int type = static_cast<int>(at);
-        if (!ends(tq_app_type2name(at), 96) || !ends(tq_app_type2name_cn(at), 96) ||
-            !ends(tq_app_type2category(at), 96) || !ends(tq_app_type2category_cn(at), 96) ||
-            !ends(tq_app_type2subcategory(at), 96) || !ends(tq_app_type2subcategory_cn(at), 96) ||
-            !ends(tq_app_type2technology(type), 64))
+    for (int i = 0; i < 500; i++, at = (at + 1) % entry_count)
+        if (!texts_end(at))
             return false;
-    }
     uint32_t cursor = at;
     int length = 0;
     return tq_get_all_app_to_x86(page.data(), static_cast<int>(page.size()), &cursor, &length) == 0;

@@ -4,12 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <sys/mman.h>
 #include <unistd.h>
 
-#include <libmix/app_table.h>
-
+#include "support/catalogue.h"
 #include "support/children.h"
 #include "support/mixd_fixture.h"
 #include "support/private_mounts.h"
@@ -18,21 +15,6 @@ namespace catalogue
 {
 
 using namespace mixtest;
-
-inline constexpr char segment_path[] = "/dev/shm/app_ext_table";
-inline constexpr size_t segment_size = 10878380;
-inline constexpr size_t lock_at = 10878312;
-inline constexpr uint32_t entry_count = 16383;
-inline constexpr uint32_t first_user_defined = 15871;
-
-inline void detach()
-{
-    if (tq_app_ext_table != nullptr)
-        munmap(tq_app_ext_table, segment_size);
-    tq_app_ext_table = nullptr;
-    app_table_rwlock = nullptr;
-    cur_app_num = cur_predef_app_num = nullptr;
-}
 
 inline uint32_t counted(uint32_t from, uint32_t to)
 {

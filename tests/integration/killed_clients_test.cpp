@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <random>
 #include <set>
 
@@ -19,6 +18,7 @@
 #include <libmix/mac.h>
 
 #include "support/children.h"
+#include "support/descriptors.h"
 #include "support/mixd_fixture.h"
 
 using namespace mixtest;
@@ -66,14 +66,6 @@ bool complain(client_state &mine, const char *what, unsigned one = 0, unsigned t
 {
     std::snprintf(mine.complaint, sizeof mine.complaint, "%s (%u, %u, %u)", what, one, two, three);
     return false;
-}
-
-size_t descriptors()
-{
-    size_t count = 0;
-    for ([[maybe_unused]] const auto &each : std::filesystem::directory_iterator("/proc/self/fd"))
-        count++;
-    return count;
 }
 
 /* A listing that was told of no failure has every row, and none twice. */
@@ -174,7 +166,7 @@ bool live(const std::atomic<bool> &stop, client_state &mine, const std::function
     };
     if (!one_good_round())
         return mine.complaint[0] == '\0' && complain(mine, "the first round failed");
-    const size_t before = descriptors();
+    const size_t before = open_descriptors();
     for (uint64_t failed = mine.failed; !stop; failed = mine.failed) {
         if (!go_on())
             return false;
@@ -183,16 +175,10 @@ bool live(const std::atomic<bool> &stop, client_state &mine, const std::function
     }
     if (!one_good_round())
         return mine.complaint[0] == '\0' && complain(mine, "the last round failed");
-    if (descriptors() > before)
+    if (open_descriptors() > before)
         return complain(mine, "descriptors are left open", static_cast<unsigned>(before),
-                        static_cast<unsigned>(descriptors()));
+                        static_cast<unsigned>(open_descriptors()));
     return true;
-}
-
-unsigned from_environment(const char *name, unsigned otherwise)
-{
-    const char *text = std::getenv(name);
-    return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
 struct killed : mixd_test {

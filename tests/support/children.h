@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -54,6 +55,13 @@ inline int end(pid_t child, int signal_number = SIGKILL)
     kill(child, signal_number);
     waitpid(child, &status, 0);
     return status;
+}
+
+/* How often a test kills, from which seed. */
+inline unsigned from_environment(const char *name, unsigned otherwise)
+{
+    const char *text = std::getenv(name);
+    return text != nullptr ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
 /* Memory that children share with the test. */

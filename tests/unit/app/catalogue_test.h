@@ -2,17 +2,11 @@
 #ifndef MIX_TESTS_UNIT_APP_CATALOGUE_TEST_H
 #define MIX_TESTS_UNIT_APP_CATALOGUE_TEST_H
 
-#include <libmix/app_table.h>
-
-#include <cstdint>
-#include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <string>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include "support/catalogue.h"
+#include "support/children.h"
 #include "support/private_mounts.h"
 #include "support/scripted_platform.h"
 
@@ -20,12 +14,6 @@ namespace catalogue
 {
 
 using namespace mixtest;
-
-constexpr size_t segment_size = 10878380;
-constexpr size_t entry_size = 664;
-constexpr uint32_t entry_count = 16383;
-constexpr size_t lock_at = 10878312;
-constexpr size_t counters_at = 10878368;
 
 /* As the platform does it: creates or attaches, read/write. */
 inline void *map_shared(const char *name, size_t size)
@@ -40,29 +28,10 @@ inline void *map_shared(const char *name, size_t size)
     return memory != MAP_FAILED ? memory : nullptr;
 }
 
-inline void forget()
-{
-    tq_app_ext_table = nullptr;
-    app_table_rwlock = nullptr;
-    cur_app_num = nullptr;
-    cur_predef_app_num = nullptr;
-}
-
-/* Runs a check in a process of its own; true means that it held. */
-inline pid_t beside(const std::function<bool()> &check)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(check() ? 0 : 1);
-    return child;
-}
-
+/* The check of another process. */
 inline void expect_held(pid_t child)
 {
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status)) << "killed by signal " << WTERMSIG(status);
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "the check of the other process failed";
+    EXPECT_TRUE(ends_well(child, 30));
 }
 
 /* Unattached, on an empty /dev/shm of the test's own. */
@@ -76,9 +45,7 @@ struct unattached : platform_test {
     }
     void TearDown() override
     {
-        if (tq_app_ext_table != nullptr)
-            munmap(tq_app_ext_table, segment_size);
-        forget();
+        detach();
         shm_unlink("app_ext_table");
         platform_test::TearDown();
     }

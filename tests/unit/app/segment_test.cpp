@@ -109,8 +109,7 @@ TEST_F(attaching, looks_for_the_slots_own_path_on_a_numa_platform)
     tq_app_table_init();
     EXPECT_EQ(pthread_rwlock_trywrlock(lock_of(base())), 0);
     EXPECT_EQ(pthread_rwlock_unlock(lock_of(base())), 0);
-    munmap(tq_app_ext_table, segment_size);
-    forget();
+    detach();
 
     dirty_lock("app_ext_table_12"); /* now it has */
     tq_app_table_init();
@@ -267,15 +266,6 @@ struct refusal {
     std::function<void()> prepare = [] {};
 };
 
-/* In a process of its own, which does not wait for ever. */
-pid_t in_time(const std::function<bool()> &call)
-{
-    return beside([&] {
-        alarm(20);
-        return call();
-    });
-}
-
 void add_all_user_defined()
 {
     for (int i = 0; i < 512; i++)
@@ -289,7 +279,7 @@ TEST_P(refused_under_the_lock, leaves_it_to_other_processes)
 {
     GetParam().prepare();
     EXPECT_TRUE(GetParam().call());
-    expect_held(in_time([] { return app_ext_table_del(2, 0) == 0; }));
+    expect_held(beside([] { return app_ext_table_del(2, 0) == 0; }));
     EXPECT_EQ(tq_app_type2name(2), std::string(""));
 }
 
@@ -314,7 +304,7 @@ struct refused_before_the_lock : seeded, testing::WithParamInterface<refusal> {
 TEST_P(refused_before_the_lock, does_not_wait_for_it)
 {
     ASSERT_EQ(pthread_rwlock_wrlock(lock_of(base())), 0);
-    expect_held(in_time(GetParam().call));
+    expect_held(beside(GetParam().call));
     pthread_rwlock_unlock(lock_of(base()));
 }
 
