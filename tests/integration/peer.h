@@ -21,11 +21,12 @@
 
 #include "appliance/wire/message.h"
 #include "appliance/wire/text.h"
+#include "support/bytes.h"
+#include "support/temporary_directory.h"
 
 namespace mixtest
 {
 
-using bytes = std::vector<uint8_t>;
 using namespace mix::wire;
 
 inline bytes datagram(message_header header, const bytes &payload)
@@ -69,16 +70,12 @@ class run_directory_test : public testing::Test
   protected:
     void SetUp() override
     {
-        char name[] = "/tmp/mix_test.XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        run_ = name;
-        std::filesystem::create_directory(run_ + "/node0");
-        setenv("MIX_RUN_DIR", run_.c_str(), 1);
+        std::filesystem::create_directory(path("node0"));
+        setenv("MIX_RUN_DIR", place.path().c_str(), 1);
     }
-    void TearDown() override { std::filesystem::remove_all(run_); }
-    std::string path(const std::string &name) const { return run_ + '/' + name; }
+    std::string path(const std::string &name) const { return place.path() + '/' + name; }
 
-    std::string run_;
+    const temporary_directory place;
 };
 
 /* Clients' ends of connections: their peer has a name. */

@@ -16,11 +16,6 @@ class Ports(ShellCase):
         ip(f"link add {name} {words}")
         self.made.append(name)
 
-    def one(self, command):
-        found = self.json(command)
-        self.assertEqual(len(found), 1)
-        return found[0]
-
     def number_of(self, name):
         for port in range(self.one("show port count")["ports"]):
             if self.one(f"show port {port}")["name"] == name:

@@ -7,6 +7,7 @@
 #include "appliance/platform/reason.h"
 #include "integration/peer.h"
 #include "platform/ipcmsg.h"
+#include "support/descriptors.h"
 
 using namespace mixtest;
 
@@ -54,14 +55,6 @@ void expect_failure(const outcome &got, const std::string &words)
     EXPECT_EQ(got.status, 4711);
     EXPECT_EQ(got.length, got.reply.size() - 16);
     EXPECT_EQ(got.reply, bytes(got.reply.size(), 0xee));
-}
-
-size_t open_descriptors()
-{
-    size_t count = 0;
-    for ([[maybe_unused]] const auto &each : std::filesystem::directory_iterator("/proc/self/fd"))
-        count++;
-    return count;
 }
 
 struct transport : run_directory_test {
@@ -573,7 +566,7 @@ TEST_F(transport, a_socket_of_another_user_is_refused)
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can be two users";
     peer daemon(here()); /* root's: good for the child too */
-    chmod(run_.c_str(), 0755);
+    chmod(place.path().c_str(), 0755);
     chmod(here().c_str(), 0777);
     chmod(path("node0").c_str(), 0777);
     int ready[2];

@@ -17,12 +17,11 @@
 #include "appliance/wire/control.h"
 #include "appliance/wire/gateway.h"
 #include "appliance/wire/message.h"
+#include "support/bytes.h"
 #include "support/temporary_directory.h"
 
 namespace mixtest
 {
-
-using bytes = std::vector<uint8_t>;
 
 class mixd_process
 {

@@ -17,35 +17,19 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <string>
+
+#include "support/private_mounts.h"
 
 namespace mixtest
 {
 
 enum class namespace_outcome { passed, failed, not_allowed };
 
-inline bool write_file(const char *path, const std::string &text)
-{
-    FILE *file = std::fopen(path, "we");
-    if (file == nullptr)
-        return false;
-    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    return std::fclose(file) == 0 && written;
-}
-
 /* Moves the calling process; false when it may not. */
 inline bool enter_new_net_namespace()
 {
-    const uid_t uid = getuid();
-    const gid_t gid = getgid();
-    if (unshare(CLONE_NEWNET) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
-            return false;
-        write_file("/proc/self/setgroups", "deny");
-        if (!write_file("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
-            !write_file("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1"))
-            return false;
-    }
+    if (!leave_namespaces(CLONE_NEWNET))
+        return false;
     const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     ifreq loopback = {};
     std::strcpy(loopback.ifr_name, "lo");

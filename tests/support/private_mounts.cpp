@@ -20,22 +20,19 @@ static bool write_file(const char *path, const std::string &text)
     return written;
 }
 
-/* Without the right to mount, a user namespace gives it, where the machine allows one. */
-static bool become_root_of_a_namespace()
+bool leave_namespaces(int which)
 {
     const std::string uid = std::to_string(geteuid()), gid = std::to_string(getegid());
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        return false;
-    return write_file("/proc/self/setgroups", "deny") &&
+    if (unshare(which) == 0)
+        return true;
+    return unshare(CLONE_NEWUSER | which) == 0 && write_file("/proc/self/setgroups", "deny") &&
            write_file("/proc/self/uid_map", "0 " + uid + " 1") &&
            write_file("/proc/self/gid_map", "0 " + gid + " 1");
 }
 
 static bool move()
 {
-    if (unshare(CLONE_NEWNS) != 0 && !become_root_of_a_namespace())
-        return false;
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return leave_namespaces(CLONE_NEWNS) && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 bool private_mounts()

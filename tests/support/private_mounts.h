@@ -8,6 +8,10 @@
 namespace mixtest
 {
 
+/* Moves this process into new namespaces (CLONE_NEW...), as root of a user namespace of its own where it
+ * takes that. False: not allowed. */
+bool leave_namespaces(int which);
+
 /* Moves this process into a mount namespace of its own, once. Single-threaded processes only. False: not
  * allowed. */
 bool private_mounts();

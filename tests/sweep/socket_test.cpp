@@ -292,7 +292,7 @@ struct sockets : run_directory_test {
         run_directory_test::SetUp();
         std::ofstream(path("board.toml")) << board_of_the_table;
         setenv("MIX_BOARD", path("board.toml").c_str(), 1);
-        them = std::make_unique<daemons>(run_);
+        them = std::make_unique<daemons>(place.path());
     }
     void TearDown() override
     {

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "support/descriptors.h"
 #include "support/net_namespace.h"
 
 namespace
@@ -113,14 +114,6 @@ void set_address(const std::string &label, const std::string &address)
     close(sock);
 }
 
-size_t open_descriptors()
-{
-    size_t count = 0;
-    for (int fd = 0; fd < 1024; fd++)
-        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
-    return count;
-}
-
 TEST(is_linux_ip, knows_the_loopback_in_network_order)
 {
     MIX_IN_NET_NAMESPACE([] {
@@ -158,10 +151,10 @@ TEST(is_linux_ip, looks_at_64_addresses)
 
 TEST(is_linux_ip, leaves_no_descriptor_open)
 {
-    const size_t before = open_descriptors();
+    const size_t before = mixtest::open_descriptors();
     is_linux_ip(network_order("127.0.0.1"));
     is_linux_ip(network_order("192.0.2.1"));
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(mixtest::open_descriptors(), before);
 }
 
 using is_linux_ip_played = played;
@@ -174,13 +167,13 @@ TEST_F(is_linux_ip_played, knows_nothing_without_a_socket)
 
 TEST_F(is_linux_ip_played, knows_nothing_without_a_list)
 {
-    const size_t before = open_descriptors();
+    const size_t before = mixtest::open_descriptors();
     kernel.on_ioctl = [](unsigned long request, void *) {
         EXPECT_EQ(request, static_cast<unsigned long>(SIOCGIFCONF));
         return -1;
     };
     EXPECT_EQ(is_linux_ip(0), 0);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(mixtest::open_descriptors(), before);
     ASSERT_EQ(kernel.sockets.size(), 1u);
     EXPECT_EQ(kernel.sockets[0].first, AF_INET);
     EXPECT_EQ(kernel.sockets[0].second & ~(SOCK_CLOEXEC | SOCK_NONBLOCK), SOCK_DGRAM);

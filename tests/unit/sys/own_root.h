@@ -21,6 +21,7 @@
 #include "support/end_process.h"
 #include "support/private_mounts.h"
 #include "support/scripted_platform.h"
+#include "support/temporary_directory.h"
 
 namespace mixtest
 {
@@ -98,13 +99,12 @@ inline bool move_into_own_root(const fs::path &place)
 inline void in_own_root(const std::function<void()> &body)
 {
     constexpr int not_allowed = 77;
-    std::string place = fs::temp_directory_path() / "mix-own-root-XXXXXX";
-    ASSERT_NE(mkdtemp(place.data()), nullptr);
+    const temporary_directory place;
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
         const int outside = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (!move_into_own_root(place))
+        if (!move_into_own_root(place.path()))
             _exit(not_allowed);
         body();
         EXPECT_EQ(platform().outstanding(), 0u) << "buffers left allocated";
@@ -116,7 +116,6 @@ inline void in_own_root(const std::function<void()> &body)
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
-    fs::remove(place);
     if (WIFEXITED(status) && WEXITSTATUS(status) == not_allowed)
         GTEST_SKIP() << "no root directory of its own may be made here";
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child says why";
