@@ -32,18 +32,7 @@ using namespace mix::wire;
 inline bytes datagram(message_header header, const bytes &payload)
 {
     header.length = static_cast<uint32_t>(payload.size());
-    bytes out(sizeof(header));
-    std::memcpy(out.data(), &header, sizeof(header));
-    out.insert(out.end(), payload.begin(), payload.end());
-    return out;
-}
-
-template <typename Record>
-bytes bytes_of(const Record &record)
-{
-    bytes out(sizeof(record));
-    std::memcpy(out.data(), &record, sizeof(record));
-    return out;
+    return join({record_bytes(header), payload});
 }
 
 inline void put(int fd, const bytes &what)
@@ -56,7 +45,7 @@ inline void put_welcome(int fd)
 {
     welcome_payload welcome{protocol_version, 0, static_cast<uint32_t>(getpid()), {}, {}};
     fill_text(welcome.name, "peer");
-    put(fd, datagram(make_header(message_kind::welcome, 0, 0, 0, 0), bytes_of(welcome)));
+    put(fd, datagram(make_header(message_kind::welcome, 0, 0, 0, 0), record_bytes(welcome)));
 }
 
 inline void put_reply(int fd, const message_header &request, int32_t status, const bytes &payload)

@@ -375,7 +375,7 @@ TEST_F(transport, a_peer_of_another_version_is_told_with_both_versions)
     {
         peer daemon(here(), [](int fd, const message_header &, const bytes &) {
             welcome_payload welcome{8, 0, 1, {}, {}};
-            put(fd, datagram(make_header(message_kind::welcome, 0, 0, 0, 0), bytes_of(welcome)));
+            put(fd, datagram(make_header(message_kind::welcome, 0, 0, 0, 0), record_bytes(welcome)));
         });
         expect_failure(ask({1}), "the daemon speaks protocol version 8, this program version 1");
     }

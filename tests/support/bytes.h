@@ -60,6 +60,14 @@ inline bytes text_field(const std::string &text, size_t size)
     return out;
 }
 
+/* As it stands in memory. */
+template <class Record>
+bytes record_bytes(const Record &record)
+{
+    const auto *from = reinterpret_cast<const uint8_t *>(&record);
+    return {from, from + sizeof record};
+}
+
 /* Bytes put over others at an offset. */
 inline void put_at(bytes &into, size_t offset, const bytes &part)
 {

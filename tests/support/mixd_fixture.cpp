@@ -173,9 +173,8 @@ bool raw_client::send(const bytes &datagram) const
 
 bool raw_client::send(message_kind kind, uint32_t type, const bytes &payload, uint32_t sequence) const
 {
-    bytes whole = record_bytes(make_header(kind, type, sequence, 0, static_cast<uint32_t>(payload.size())));
-    whole.insert(whole.end(), payload.begin(), payload.end());
-    return send(whole);
+    const auto length = static_cast<uint32_t>(payload.size());
+    return send(join({record_bytes(make_header(kind, type, sequence, 0, length)), payload}));
 }
 
 std::optional<raw_answer> raw_client::receive(int timeout_ms) const
@@ -220,10 +219,7 @@ bytes hello_bytes(uint16_t version)
     hello.version = version;
     hello.pid = static_cast<uint32_t>(getpid());
     fill_text(hello.program, "test");
-    bytes whole = record_bytes(make_header(message_kind::hello, 0, 0, 0, sizeof hello));
-    const bytes payload = record_bytes(hello);
-    whole.insert(whole.end(), payload.begin(), payload.end());
-    return whole;
+    return join({record_bytes(make_header(message_kind::hello, 0, 0, 0, sizeof hello)), record_bytes(hello)});
 }
 
 int32_t inject(const mixd_process &mixd, uint32_t daemon, uint32_t type, fault_kind kind, int32_t value,

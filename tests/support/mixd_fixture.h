@@ -105,13 +105,6 @@ class raw_client
     uint32_t sequence_ = 0;
 };
 
-template <class Record>
-bytes record_bytes(const Record &record)
-{
-    const auto *from = reinterpret_cast<const uint8_t *>(&record);
-    return {from, from + sizeof record};
-}
-
 bytes hello_bytes(uint16_t version = mix::wire::protocol_version);
 /* Sets a fault through mixd's control service; its status. */
 int32_t inject(const mixd_process &mixd, uint32_t daemon, uint32_t type, mix::wire::fault_kind kind,

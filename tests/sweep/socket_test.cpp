@@ -249,7 +249,7 @@ class daemons
     static bytes welcome()
     {
         welcome_payload text{protocol_version, 0, static_cast<uint32_t>(getpid()), {}, {}};
-        return datagram(make_header(message_kind::welcome, 0, 0, 0, 0), bytes_of(text));
+        return datagram(make_header(message_kind::welcome, 0, 0, 0, 0), record_bytes(text));
     }
     [[nodiscard]] bytes reply_to(const message_header &request, size_t number) const
     {
