@@ -31,8 +31,7 @@ MIX_API int vlan_is_in_bitmap(const uint8_t *bitmap, uint32_t vid) MIX_NOEXCEPT;
 /* Returns the number of bits set in all 513 bytes. */
 MIX_API uint16_t bitmap_get_port_vlan_num(const uint8_t *bitmap) MIX_NOEXCEPT;
 
-/* Returns 1 when an id from lo to hi, both included, is set, else 0; also 0 for a hi above 4095 or below lo.
- */
+/* Returns 1 when an id from lo to hi, both included, is set; else, and for a hi above 4095 or below lo, 0. */
 MIX_API int bitmap_is_include_specified_vlan(const uint8_t *bitmap, uint16_t lo, uint16_t hi) MIX_NOEXCEPT;
 
 /* Zeroes the bitmap. */
@@ -84,8 +83,7 @@ MIX_API uint16_t bitmap_get_vlan_port_num(uint8_t *const *map, uint32_t vid, uin
 /* Returns 1 if any port's bitmap holds vid, else 0. */
 MIX_API int bitmap_is_vlan_have_port(uint8_t *const *map, uint32_t vid, uint16_t nports) MIX_NOEXCEPT;
 
-/* port: receives the lowest port whose bitmap holds vid. Returns -1 and leaves it alone when there is none.
- */
+/* port: receives the lowest port whose bitmap holds vid. Returns -1, port untouched, when there is none. */
 MIX_API int bitmap_vlan_get_one_member(uint8_t *const *map, uint32_t vid, uint16_t nports,
                                        uint16_t *port) MIX_NOEXCEPT;
 

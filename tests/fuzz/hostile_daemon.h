@@ -10,8 +10,8 @@
  * past an output (each is a heap block of its own), keep or free twice a buffer, miscount rows, print a text
  * that does not end.
  */
-#ifndef MIX_FUZZ_HOSTILE_DAEMON_H
-#define MIX_FUZZ_HOSTILE_DAEMON_H
+#ifndef MIX_TESTS_HOSTILE_DAEMON_H
+#define MIX_TESTS_HOSTILE_DAEMON_H
 
 #include <libmix/mix_base.h>
 

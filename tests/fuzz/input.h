@@ -1,6 +1,6 @@
 /* The bytes of a fuzzer's input, taken apart front to back. */
-#ifndef MIX_FUZZ_INPUT_H
-#define MIX_FUZZ_INPUT_H
+#ifndef MIX_TESTS_INPUT_H
+#define MIX_TESTS_INPUT_H
 
 #include <cstdint>
 #include <cstdio>
