@@ -48,7 +48,8 @@ MIX_API int qsm_is_available(void) MIX_NOEXCEPT;
 MIX_API int chassisd_get_cpu_info(uint32_t slot, uint32_t cpu, uint32_t subtype, void **out,
                                   uint32_t *outlen) MIX_NOEXCEPT;
 
-/* The five fields of a processor's record (sub-type 6). */
+/* The five fields of a processor's record (sub-type 6); local: of slot 0, cpu 0. -1 at once when
+ * tq_is_numa_ioc is true. */
 MIX_API int chassisd_get_slot_cpu_info(uint32_t slot, uint32_t cpu, uint32_t record[5]) MIX_NOEXCEPT;
 MIX_API int chassisd_get_local_cpu_info(uint32_t record[5]) MIX_NOEXCEPT;
 
@@ -60,10 +61,11 @@ MIX_API int chassisd_get_system_current_cpu_info(uint32_t record[5]) MIX_NOEXCEP
 
 /*
  * The manager's ten memory figures. The status is not looked at, and a reply of less than 80 bytes is not an
- * error: the result is then the transport's (0 or more) and out is untouched.
+ * error: the result is then the transport's (0 or more) and out is untouched. A failed exchange gives the
+ * transport's negative number; -1 without a buffer, and at once when tq_is_numa_ioc is true.
  */
 MIX_API int chassisd_get_slot_mem(uint32_t slot, uint32_t cpu, uint64_t out[10]) MIX_NOEXCEPT;
-/* mode: the manager's own number. */
+/* mode: the manager's own number. -1 at once when tq_is_numa_ioc is true. */
 MIX_API int chassisd_set_slot_mem_calc_mode(uint32_t slot, uint32_t cpu, uint32_t mode) MIX_NOEXCEPT;
 
 /*
@@ -75,8 +77,8 @@ MIX_API int chassisd_set_slot_mem_calc_mode(uint32_t slot, uint32_t cpu, uint32_
 MIX_API int chassisd_get_bypass_info(uint32_t which, void **out, uint32_t *outlen) MIX_NOEXCEPT;
 
 /*
- * A processor's temperature, sign-extended to 32 bits, from the local manager (at most 2000 ms); slot 9 and
- * cpu 0 on a NUMA platform, whatever is asked for. A failed exchange prints
+ * A processor's temperature, sign-extended to 32 bits, from the local manager (at most 2000 ms); slot and
+ * cpu are cut to 16 bits, and are 9 and 0 on a NUMA platform, whatever is asked for. A failed exchange prints
  * "ipc error, rc is %d, ret is %d, outlen is %d.\n". -1 at once, silently, for a NULL temp.
  */
 MIX_API int chassisd_get_cpu_temp(uint32_t slot, uint32_t cpu, uint32_t *temp) MIX_NOEXCEPT;
@@ -116,8 +118,8 @@ MIX_API int libchassisd_detach_slot(uint32_t slot) MIX_NOEXCEPT;
 
 /*
  * Tell the chassis manager that a virtual-chassis card boots, stops or reboots (at most 3000 ms). card: a
- * record that starts with the 6-byte card identifier; *answer: the manager's. "Alloc ipcmsg buffer failed\n"
- * without a buffer.
+ * record that starts with the 6-byte card identifier; NULL sends zeros. *answer: the manager's; a reply of
+ * less than 2 bytes is a failure. "Alloc ipcmsg buffer failed\n" without a buffer.
  */
 MIX_API int libchassisd_vchassis_notify_boot_pic(const void *card, uint16_t *answer) MIX_NOEXCEPT;
 MIX_API int libchassisd_vchassis_notify_stop_pic(const void *card, uint16_t *answer) MIX_NOEXCEPT;
@@ -157,14 +159,17 @@ MIX_API int tq_get_external_storage_type(void) MIX_NOEXCEPT;
 /* *count: 1 or 2. Returns 0. */
 MIX_API int libchassisd_get_block_storage_num(uint32_t *count) MIX_NOEXCEPT;
 /*
- * which: 1 the internal storage, 2 the external disk. -1, and a line in the platform log, when there is none.
- * Sizes that the platform can't tell are 0.
+ * which: 1 the internal storage, 2 the external disk. Sizes that the platform can't tell are 0. -1 when there
+ * is none, or for another which, and the platform log gets, with "libchassisd_get_block_storage_info" first,
+ * "Error: %s get internal info error, the wrong type is %d\n",
+ * "Error: %s get external info error, the wrong type is %d\n" or "Error: %s get internal or external storage
+ * info error, there are only one or two memory devices\n".
  */
 MIX_API int libchassisd_get_block_storage_info(struct libchassisd_block_storage *out, int which) MIX_NOEXCEPT;
 
-/* The chassis manager's three figures of the hard disk, and of a slot's flash (at most 3000 ms; -1 at once
- * when tq_is_numa_ioc is true). */
+/* The chassis manager's three figures of the hard disk (at most 3000 ms). */
 MIX_API int chassisd_get_harddisk_info(uint64_t out[3]) MIX_NOEXCEPT;
+/* The same of a slot's flash. -1 at once when tq_is_numa_ioc is true. */
 MIX_API int chassisd_get_slot_flash_info(uint32_t slot, uint32_t cpu, uint64_t out[3]) MIX_NOEXCEPT;
 
 /*
@@ -187,15 +192,18 @@ MIX_API int libchassisd_get_disk_filesystem_type_byname(const char *name, char *
 
 /*
  * The device name that the start-up scripts left in /tmp/sata_dev (sata not 0) or /tmp/tq_systemdevice, cut
- * to size - 1 characters. Every failure prints, with "libchassisd_get_device_name" first:
+ * to size - 1 characters. A size of 0 is -1, silently; every other failure prints, with
+ * "libchassisd_get_device_name" first:
  * "%s: fopen file %s failed, errno %d\n", "%s: fgets file %s failed, errno %d\n", "%s: failed to find devname
  * from %s \n" or, for a device that /sys/block does not have, "%s: file %s not exist\n".
  */
 MIX_API int libchassisd_get_device_name(char *out, int sata, uint32_t size) MIX_NOEXCEPT;
 
 /*
- * The model text of that device: at most size - 1 bytes, then a zero byte. Failures print "%s: get disk
- * device model failed\n", "Error: failed to open %s, errno %d\n" or "Error: failed to read %s, errno %d\n".
+ * The model text of that device: at most size - 1 bytes, then a zero byte; with a size of 0 nothing is
+ * written and the result is 0. Failures print "%s: get disk device model failed\n" with
+ * "libchassisd_get_disk_device_model" or, with the command, "Error: failed to open %s, errno %d\n" or "Error:
+ * failed to read %s, errno %d\n".
  */
 MIX_API int libchassisd_get_disk_device_model(void *buf, int sata, uint32_t size) MIX_NOEXCEPT;
 

@@ -36,13 +36,15 @@ MIX_API void drv_port_stats_msg_init_set_px_config(void *buf, uint16_t slot, uin
 MIX_API void drv_get_port_drv_info_msg_init(void *buf, uint16_t slot, uint16_t port, uint8_t a) MIX_NOEXCEPT;
 
 /*
- * Send such a message of len bytes (16 at least) and receive the reply into it, at most 10000 ms. The slot
- * field holds the caller's slot again afterwards, whatever the outcome. A refusal prints "Error: Failed to
- * get statistic of slot %d index %d port %d\n".
+ * Send such a message of len bytes and receive the reply into it, at most 10000 ms. The slot field holds the
+ * caller's slot again afterwards, whatever the outcome; a refusal's bytes, too, overwrite the rest. A refusal
+ * prints "Error: Failed to get statistic of slot %d index %d port %d\n". -1, and nothing is sent, for a NULL
+ * buffer or fewer than 16 bytes, here and in the two functions that follow.
  */
 MIX_API int drv_get_port_stats(void *buf, uint32_t len) MIX_NOEXCEPT;
 MIX_API int drv_get_port_stats_with_cpuindex(void *buf, uint32_t len) MIX_NOEXCEPT;
-/* Always to this board's driver. A refusal prints "Error: Failed to get drv info of slot %d port %d\n". */
+/* The same, always to this board's driver. A refusal prints
+ * "Error: Failed to get drv info of slot %d port %d\n". */
 MIX_API int drv_get_port_drv_info(void *buf, uint32_t len) MIX_NOEXCEPT;
 /* Sends such a message without waiting. The slot field is left as it was sent: 0 where the board that got it
  * serves no other. */
@@ -71,8 +73,8 @@ MIX_API int drv_is_port_vaild(uint16_t slot, uint16_t a, uint16_t b, uint32_t fl
 /* Bridge statistics of the board that serves the slot: *out receives a buffer of 20832 bytes, data at 48. */
 MIX_API int drv_get_bridge_stats(void **out, uint16_t slot, uint16_t index, uint8_t option) MIX_NOEXCEPT;
 
-/* 88 bytes of the main daemon's data-plane driver information (at most 5000 ms). A buffer that can't be had
- * is logged. */
+/* 88 bytes of the main daemon's data-plane driver information (at most 5000 ms). The platform log gets
+ * "%s:%d ipc malloc error\n", with "drv_dp_get_port_drv_info" and 746, when there is no buffer. */
 MIX_API int drv_dp_get_port_drv_info(uint16_t a, uint16_t b, uint32_t c, uint64_t out[11]) MIX_NOEXCEPT;
 /* The name in it, cut to len - 1 characters; on failure the len bytes are zero. */
 MIX_API int drv_dp_get_port_drv_name(uint16_t a, uint16_t b, char *out, int len) MIX_NOEXCEPT;
@@ -80,13 +82,15 @@ MIX_API int drv_dp_get_port_drv_name(uint16_t a, uint16_t b, char *out, int len)
 /* --- counters of a processor, at most 2000 ms --- */
 
 /*
- * *out receives the reply: at most 5280 bytes, or exactly 64. A refusal prints
- * "Error: Failed to get slot %d cpu counter, ret = %d.\n", another length than 64
- * "Error: Failed to get slot %d cpu counter, received len is %d\n".
+ * Ask a main daemon: this board's when slot is 0 or its own, else that of node slot + 1, instance cpu (16
+ * bits). which: the daemon's number of what is counted. *out receives the reply: at most 5280 bytes, or
+ * exactly 64. A refusal prints "Error: Failed to get slot %d cpu counter, ret = %d.\n", another length than
+ * 64 "Error: Failed to get slot %d cpu counter, received len is %d\n".
  */
 MIX_API int drv_get_cpu_cntr(void **out, uint32_t slot, uint32_t cpu, uint32_t which) MIX_NOEXCEPT;
 MIX_API int drv_get_dpdk_cpu_cntr(void **out, uint32_t slot, uint32_t cpu, uint32_t which) MIX_NOEXCEPT;
-/* Without an answer. */
+/* Tells the slot's main daemon (as above, cpu 0) to empty its packet buffers, without an answer: 0 when sent,
+ * else -1. */
 MIX_API int drv_drain_pkt_buffer(uint32_t slot) MIX_NOEXCEPT;
 
 /* --- control requests executed on another board, at most 2000 ms --- */

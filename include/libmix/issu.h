@@ -1,8 +1,8 @@
 /*
  * libmix: in-service upgrade.
  *
- * The functions of this header never print. A failure is -1 and leaves a one-line text, without a newline, in
- * a store of the process, which issu_err_str_get returns:
+ * The functions of this header never print. A failure is -1 and, but in the compatibility lists' functions,
+ * leaves a one-line text, without a newline, in a store of the process, which issu_err_str_get returns:
  *   "Wrong parameter"             a name or path is NULL
  *   "No enough memory"            a buffer can't be had
  *   "Failed to send IPC message"  the manager can't be reached, or does not answer within 500 ms
@@ -71,7 +71,8 @@ MIX_API int issu_show_gshut(uint32_t cpu, void *buffer) MIX_NOEXCEPT;
  * that the manager sends, else 0. The result is ignored. */
 typedef int (*issu_cpu_status_callback)(const void *entry, int first);
 
-/* Calls back with each processor's status; entries of the pages before a failure have been delivered. */
+/* Calls back with each processor's status; entries of the pages before a failure have been delivered. A NULL
+ * callback gets none, and the result is the same. */
 MIX_API int issu_show_cpu_status(uint32_t cpu, issu_cpu_status_callback callback) MIX_NOEXCEPT;
 
 /* The version text that a processor runs, or of the image in the manager's buffer; cut to size - 1
@@ -80,7 +81,7 @@ MIX_API int issu_ver_get(uint16_t slot, uint16_t cpu, char *buffer, uint32_t siz
 MIX_API int issu_buf_image_ver_get(char *buffer, uint32_t size) MIX_NOEXCEPT;
 
 /* Asks whether an upgrade can start: *result is the manager's number, buffer its text, cut to size - 1
- * characters and terminated. */
+ * characters and terminated (no text is written for size 0). */
 MIX_API int issu_check(uint32_t cpu, uint32_t *result, char *buffer, uint32_t size) MIX_NOEXCEPT;
 
 /* Loads an image into the manager's buffer. Returns the manager's 32-bit answer, or -1 on a failure. */

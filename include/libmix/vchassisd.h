@@ -101,8 +101,8 @@ struct vchassisd_metadata {
 
 /*
  * Reads items separated by ';' (empty ones don't count): none, or a NULL text, gives 0 and a cleared record;
- * one, which must hold a ':' and at most 7 characters, gives 0 and count 1; anything else -1. text is
- * modified.
+ * one, which must hold a ':' and at most 7 characters, gives 0 and count 1; anything else -1: the record
+ * is then cleared when the first item is the fault, and holds the first when a second is. text is modified.
  */
 MIX_API int vchassisd_metadata_string_handler(char *text, struct vchassisd_metadata *out) MIX_NOEXCEPT;
 
