@@ -7,7 +7,6 @@
 #include <cwchar>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <ranges>
 
 namespace mixsh
 {
@@ -142,6 +141,14 @@ std::string json_string(std::string_view text)
     return quoted + '"';
 }
 
+std::string json_list(const std::vector<std::string> &texts)
+{
+    std::string list;
+    for (const auto &text : texts)
+        list += (list.empty() ? "" : ", ") + json_string(text);
+    return "[" + list + "]";
+}
+
 void set_interrupted(bool now)
 {
     interrupt_seen = now ? 1 : 0;
@@ -196,7 +203,7 @@ std::string cell::json() const
     if (const auto *text = std::get_if<std::string>(&is_))
         return json_string(*text);
     if (const auto *texts = std::get_if<std::vector<std::string>>(&is_))
-        return fmt::format("[{}]", fmt::join(*texts | std::views::transform(json_string), ", "));
+        return json_list(*texts);
     if (const auto *truth = std::get_if<bool>(&is_))
         return *truth ? "true" : "false";
     if (const auto *number = std::get_if<double>(&is_))

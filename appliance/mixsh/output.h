@@ -164,6 +164,7 @@ std::string printable(std::string_view text);
 // Cut to `width` columns, the last one a "…".
 std::string cut_to(std::string_view text, std::size_t width);
 std::string json_string(std::string_view text);
+std::string json_list(const std::vector<std::string> &texts);
 
 // Set by the shell's SIGINT handler, cleared before each command.
 void set_interrupted(bool now);

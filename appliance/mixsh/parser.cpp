@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <ranges>
 #include <set>
 
 namespace mixsh
@@ -411,8 +409,12 @@ completion complete(std::span<const family> families, std::string_view line)
 
 std::string form_of(const argument &of)
 {
-    if (!of.within.choices.empty())
-        return fmt::format("{}", fmt::join(of.within.choices | std::views::transform(&choice::word), "|"));
+    if (!of.within.choices.empty()) {
+        std::string all;
+        for (const auto &pick : of.within.choices)
+            all += fmt::format("{}{}", all.empty() ? "" : "|", pick.word);
+        return all;
+    }
     if (of.is->form == form_of_limits)
         return fmt::format("<{}-{}>", of.within.low, of.within.high);
     std::string text(of.is->form.empty() ? of.name : of.is->form);

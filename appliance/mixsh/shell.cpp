@@ -16,14 +16,6 @@ void write(std::FILE *to, std::string_view text)
     std::fwrite(text.data(), 1, text.size(), to);
 }
 
-std::string json_list(const std::vector<std::string> &texts)
-{
-    std::string list;
-    for (const auto &text : texts)
-        list += (list.empty() ? "" : ", ") + json_string(text);
-    return "[" + list + "]";
-}
-
 std::vector<std::string> names_of(const std::vector<expected> &instead)
 {
     std::vector<std::string> names;
