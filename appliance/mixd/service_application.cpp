@@ -85,6 +85,14 @@ bool same(const app_entry &one, const app_entry &other)
     return std::memcmp(&one, &other, sizeof one) == 0;
 }
 
+/* Into a free slot: readers, who take no lock, see all of it or nothing. */
+void put(app_entry &slot, app_entry one)
+{
+    one.in_use = 0;
+    std::memcpy(&slot, &one, sizeof slot);
+    __atomic_store_n(&slot.in_use, uint8_t{1}, __ATOMIC_RELEASE);
+}
+
 class application : public service
 {
   public:
@@ -298,12 +306,8 @@ void application::take_back()
         if (same(entry, stored_[i]))
             continue;
         __atomic_store_n(&entry.in_use, uint8_t{0}, __ATOMIC_RELEASE);
-        if (!is_in_use(stored_[i]))
-            continue;
-        app_entry fresh = stored_[i];
-        fresh.in_use = 0;
-        std::memcpy(&entry, &fresh, sizeof entry);
-        __atomic_store_n(&entry.in_use, uint8_t{1}, __ATOMIC_RELEASE);
+        if (is_in_use(stored_[i]))
+            put(entry, stored_[i]);
     }
     recount(segment_->segment());
 }
@@ -316,10 +320,7 @@ void application::restore() const
         app_entry &entry = user_defined()[i];
         if (!is_in_use(stored_[i]) || is_in_use(entry))
             continue;
-        app_entry fresh = stored_[i];
-        fresh.in_use = 0;
-        std::memcpy(&entry, &fresh, sizeof entry);
-        __atomic_store_n(&entry.in_use, uint8_t{1}, __ATOMIC_RELEASE);
+        put(entry, stored_[i]);
         ++*cur_app_num;
     }
 }
