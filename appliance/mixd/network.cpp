@@ -225,13 +225,13 @@ void network::remove(const forwarding_key &key)
         each->forwarding_gone(key);
 }
 
-/* The keys of entries that the current generation has not met. */
+/* The keys of entries that no generation from `since` on has met. */
 template <class Entries>
-static auto missed(const Entries &entries, uint32_t generation)
+static auto missed(const Entries &entries, uint32_t since)
 {
     std::vector<typename Entries::key_type> keys;
     for (const auto &[key, entry] : entries)
-        if (entry.generation != generation)
+        if (entry.generation < since)
             keys.push_back(key);
     return keys;
 }
@@ -249,15 +249,17 @@ void network::sweep_addresses()
     interfaces_changed_ = interfaces_changed_ || gone != 0;
 }
 
+/* Of tables that change meanwhile the kernel may tell all but an entry that was there all along, and it does
+ * not say so, as it does of links and addresses: what one look has missed may be met by the next. */
 void network::sweep_neighbours()
 {
-    for (const neighbour_key &key : missed(neighbours_, generation_))
+    for (const neighbour_key &key : missed(neighbours_, generation_ - 1))
         remove(key);
 }
 
 void network::sweep_forwarding()
 {
-    for (const forwarding_key &key : missed(forwarding_, generation_))
+    for (const forwarding_key &key : missed(forwarding_, generation_ - 1))
         remove(key);
 }
 

@@ -139,7 +139,7 @@ class network
     void remove(const forwarding_key &);
 
     /* What is put belongs to the current generation. A new look at everything starts another one, and what it
-     * has not met again is gone. */
+     * has not met again is gone; a neighbour or a forwarding entry when two of them have not. */
     void begin_generation() { ++generation_; }
     void sweep_interfaces();
     void sweep_addresses();
