@@ -44,10 +44,8 @@ group group_of(const tqac_matcher *matcher, const uint8_t *bytes, int window)
 {
     group made = {};
     for (int place = 0; place < filter_window; ++place) {
-        const uint8_t own =
-            place < window ? (matcher->nocase ? fold(bytes[place]) : bytes[place]) : static_cast<uint8_t>(0);
         for (unsigned byte = 0; byte < 256; ++byte) {
-            if (place < window && matcher->input_map[byte] != matcher->input_map[own])
+            if (place < window && matcher->input_map[byte] != matcher->input_map[bytes[place]])
                 continue;
             made.low[place] = static_cast<uint16_t>(made.low[place] | 1U << (byte & 15));
             made.high[place] = static_cast<uint16_t>(made.high[place] | 1U << (byte >> 4));

@@ -217,7 +217,7 @@ void find_hits(const search &in, const uint32_t *rows, unsigned count, block_hit
 {
     memset(hits.count, 0, sizeof(hits.count));
     const fast_data &fast = *fast_of(in.matcher);
-    if (in.matcher->num_states <= flagged_states) {
+    if (sizeof(Cell) == 2 || in.matcher->num_states <= flagged_states) {
         const row_marker mark = marker_in_use();
         for (unsigned index = 0; index < count; index += 32) {
             for (uint32_t mask = mark(fast.matching, rows + index, std::min(count - index, 32U)); mask;
@@ -303,17 +303,17 @@ constexpr int64_t allowance(int bytes)
 
 /* The automaton's run from one possible beginning; false: a callback stopped the search. */
 template <class Shape>
-void run_from(const search &in, position &run, int place, int end, int64_t &cost)
+void run_from(const search &in, position &run, int place, int64_t &cost)
 {
     if (place >= run.at) {
         run.at = place;
         run.row = 0;
         /* The first byte alone never matches: patterns are longer. */
-        scan_plain<Shape>(in, run, std::min(place + 1, end));
+        scan_plain<Shape>(in, run, place + 1);
     }
     const int before = run.at;
     no_markup tags;
-    scan<Shape, true>(in, run, std::min(place + fast_of(in.matcher)->longest, end), tags);
+    scan<Shape, true>(in, run, std::min(place + fast_of(in.matcher)->longest, in.length), tags);
     cost += step_cost * (run.at - before + 2);
 }
 
@@ -354,7 +354,7 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
     int end = in.length;
     position run = now;
     if (run.row != 0)
-        run_from<Shape>(in, run, run.at - 1, end, cost);
+        run_from<Shape>(in, run, run.at - 1, cost);
     for (int at = now.at; !run.stopped;) {
         const candidates group = filter.find(fast.masks, in.text, at, limit);
         if (group.at >= limit)
@@ -372,20 +372,19 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
             cost += place_cost;
             const uint32_t hash = hash_of_beginning(in.matcher, in.text + place, three);
             if (fast.beginnings[hash / 64] >> hash % 64 & 1)
-                run_from<Shape>(in, run, place, in.length, cost);
+                run_from<Shape>(in, run, place, cost);
         }
         at = group.at + filter.width;
     }
-    now.count = run.count;
-    if (!run.stopped && end == in.length && run.at < end) {
+    if (!run.stopped && end == in.length) {
         /* The last places are not looked at by the filter. */
-        if (run.at < limit || run.row == 0) {
-            run.at = std::max(run.at, limit);
+        if (run.at < limit) {
+            run.at = limit;
             run.row = 0;
         }
         scan_plain<Shape>(in, run, end);
-        now.count = run.count;
     }
+    now.count = run.count;
     now.stopped = run.stopped;
     if (run.stopped)
         now.state = run.state;
@@ -400,25 +399,34 @@ constexpr int least_filtered = 256;
 /* Bytes that chains go over before the filter is tried again; doubled each time. */
 constexpr int first_rest = 16384, longest_rest = 1 << 24;
 
+bool is_for_the_fast_ways(const tqac_matcher *matcher, int length)
+{
+    const fast_data &fast = *fast_of(matcher);
+    /* A pattern added since may have made the matcher ignore case: the prepared columns are then others. */
+    return fast.chains && length >= least_fast && fast.nocase == matcher->nocase;
+}
+
+/* The filter for a text of that length; find is null where there is none or it would not pay. */
+vector_filter filter_for(const fast_data &fast, int length)
+{
+    const bool pays = fast.filter && (fast.few || length >= least_filtered);
+    return pays ? filter_in_use() : vector_filter{nullptr, 0, 1};
+}
+
 template <class Shape>
 void run_fast(const search &in, position &now)
 {
-    const fast_data &fast = *fast_of(in.matcher);
-    /* A pattern added since may have made the matcher ignore case: the prepared columns are then others. */
-    if (!fast.chains || in.length < least_fast || fast.nocase != in.matcher->nocase)
-        return scan_plain<Shape>(in, now, in.length);
-    const bool filtered = fast.filter && (fast.few || in.length >= least_filtered);
-    const vector_filter filter = filtered ? filter_in_use() : vector_filter{nullptr, 0, 1};
+    const vector_filter filter = filter_for(*fast_of(in.matcher), in.length);
+    if (!filter.find)
+        return run_chains<Shape>(in, now, in.length);
     for (int rest = first_rest; !now.stopped && now.at < in.length; rest = std::min(rest * 2, longest_rest)) {
         const int from = now.at;
-        if (filter.find && in.length - now.at >= least_fast)
-            run_filter<Shape>(in, now, filter);
-        else
-            rest = in.length;
+        run_filter<Shape>(in, now, filter);
+        if (now.stopped)
+            return;
         if (now.at - from > rest)
             rest = first_rest;
-        if (!now.stopped && now.at < in.length)
-            run_chains<Shape>(in, now, in.length - now.at > rest ? now.at + rest : in.length);
+        run_chains<Shape>(in, now, in.length - now.at > rest ? now.at + rest : in.length);
     }
 }
 
@@ -458,7 +466,13 @@ uint32_t tqac_search_(const tqac_matcher *matcher, const void *buf, int len, tqa
         return 0;
     const search in{matcher, static_cast<const uint8_t *>(buf), len, cb, arg};
     position now = begin_at(matcher, state);
-    with_shape(matcher, [&](auto table) { run_fast<decltype(table)>(in, now); });
+    const bool fast = is_for_the_fast_ways(matcher, len);
+    with_shape(matcher, [&](auto table) {
+        if (fast)
+            run_fast<decltype(table)>(in, now);
+        else
+            scan_plain<decltype(table)>(in, now, len);
+    });
     *state = now.state;
     return now.count;
 }
