@@ -141,7 +141,7 @@ TEST_F(matcher, that_ignores_case_after_compilation_does_so_for_every_length_of_
     }
     matcher_pointer made = compiled(all);
     ASSERT_EQ(made->real_charset, 257);
-    const std::string short_text(20, '\xff'), long_text(200, '\xff');
+    const std::string short_text(20, '\xff'), long_text(2000, '\xff');
     EXPECT_EQ(library_scan(made.get(), long_text, {}).matches.at(0).id, 255u);
     add_all(made.get(), {{"x", true, 2}});
     for (const std::string &text : {short_text, long_text}) {

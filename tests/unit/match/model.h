@@ -320,6 +320,19 @@ inline matcher_pointer compiled(const pattern_set &patterns)
     return matcher;
 }
 
+/* Gives a matcher that ignores case the table that it would have with more states: cells of 32 bits. */
+inline void widen(tqac_matcher *matcher)
+{
+    ASSERT_EQ(matcher->state_size, 2);
+    const size_t cells = static_cast<size_t>(matcher->num_states) * matcher->charset;
+    uint16_t *const narrow = static_cast<uint16_t *>(matcher->table);
+    uint32_t *const wide = static_cast<uint32_t *>(matcher->alloc(static_cast<int64_t>(cells * 4)));
+    std::copy(narrow, narrow + cells, wide);
+    matcher->free(narrow);
+    matcher->table = wide;
+    matcher->state_size = 4;
+}
+
 struct report {
     std::vector<match> matches = {};
     uint32_t stop_at = 0;

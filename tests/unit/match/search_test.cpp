@@ -240,6 +240,61 @@ TEST_F(search, clears_a_left_over_quote_when_a_tag_opens)
 
 /* ---- against the model ---- */
 
+/* The shapes of a table, which are searched by loops of their own. */
+struct table_shape {
+    const char *name;
+    casing how;
+    bool all_bytes, wide;
+};
+struct table_shapes : search, testing::WithParamInterface<table_shape> {
+    random_source random{42};
+    pattern_set patterns;
+    matcher_pointer made;
+
+    void make(const std::string &letters)
+    {
+        patterns = random_patterns(random, 12, 4, letters, GetParam().how);
+        for (int byte = 0; GetParam().all_bytes && byte < 256; byte += 8) {
+            std::string eight;
+            for (int i = 0; i < 8; ++i)
+                eight += static_cast<char>(byte + i);
+            patterns.push_back({eight, false, 1000});
+        }
+        made = compiled(patterns);
+        if (GetParam().wide)
+            widen(made.get());
+    }
+};
+
+TEST_P(table_shapes, of_texts_full_of_markup_report_what_the_model_says)
+{
+    for (int round = 0; round < 20; ++round) {
+        make(round % 2 ? "ab<>'\"" : "aB>.");
+        const model expected(patterns);
+        for (int text = 0; text < 10; ++text) {
+            std::string what = random.text(100, "aAbB.<<>>'\"\xff");
+            scan_result from = at_state(random.below(static_cast<uint32_t>(expected.states())));
+            from.depth = random.below(3);
+            from.quote = static_cast<uint8_t>("'\"\0\0"[random.below(4)]);
+            for (uint32_t stop = 0; stop < 4; ++stop) {
+                ASSERT_EQ(library_scan(made.get(), what, from, true, stop),
+                          expected.scan(what, from, true, stop));
+                ASSERT_EQ(library_scan(made.get(), what, from, false, stop),
+                          expected.scan(what, from, false, stop));
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(all, table_shapes,
+                         testing::Values(table_shape{"exact", casing::sensitive, false, false},
+                                         table_shape{"column_256", casing::sensitive, true, false},
+                                         table_shape{"narrow", casing::insensitive, false, false},
+                                         table_shape{"narrow_mixed", casing::mixed, false, false},
+                                         table_shape{"wide", casing::insensitive, false, true},
+                                         table_shape{"wide_mixed", casing::mixed, false, true}),
+                         [](const auto &one) { return one.param.name; });
+
 struct random_search {
     uint32_t seed;
     size_t count, longest, letters;
