@@ -318,7 +318,7 @@ void run_from(const search &in, position &run, int place, int64_t &cost)
 }
 
 /* The plain loop's position at `end`, known the one at an earlier place. */
-template <class Shape>
+template <class Cell>
 void settle(const search &in, position &now, int end)
 {
     int last = end - 1;
@@ -329,7 +329,7 @@ void settle(const search &in, position &now, int end)
     if (last >= now.at) {
         const int from = std::max(now.at, last + 1 - fast_of(in.matcher)->longest);
         uint32_t row = from == now.at ? first_row : 0;
-        const auto *table = static_cast<const typename Shape::cell_type *>(in.matcher->table);
+        const Cell *table = static_cast<const Cell *>(in.matcher->table);
         const uint16_t *columns = fast_of(in.matcher)->columns;
         for (int at = from; at <= last; ++at) {
             const size_t cell_at =
@@ -389,7 +389,7 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
     if (run.stopped)
         now.state = run.state;
     else
-        settle<Shape>(in, now, end);
+        settle<typename Shape::cell_type>(in, now, end);
 }
 
 /* Texts below this are left to the plain loop. */
