@@ -157,6 +157,21 @@ TEST_F(prepare, gives_eight_patterns_with_nothing_in_common_a_group_each)
     EXPECT_EQ(all, 0xFFu);
 }
 
+TEST_F(prepare, looks_at_all_four_bytes_of_patterns_to_group_them)
+{
+    pattern_set set;
+    for (int i = 0; i < 8; ++i)
+        set.push_back({"a" + std::string(3, static_cast<char>(0x11 * (i + 8))), false, 1});
+    matcher_pointer made = compiled(set);
+    unsigned all = 0;
+    for (const pattern &one : set) {
+        const unsigned own = groups_of(fast_of(made.get())->masks, one.bytes);
+        EXPECT_EQ(std::popcount(own), 1);
+        all |= own;
+    }
+    EXPECT_EQ(all, 0xFFu);
+}
+
 TEST_F(prepare, puts_patterns_that_begin_alike_into_one_group)
 {
     pattern_set set;
