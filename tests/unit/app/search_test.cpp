@@ -29,6 +29,19 @@ struct finding : seeded, testing::WithParamInterface<lookup> {
         return static_cast<uint32_t>(
             app_ext_table_add(first, second, GetParam().user_defined ? 65535 : 0, ++type));
     }
+    /* Of a user-defined entry of a full table: two have the same four bytes in front, and so the same key. */
+    static std::string name_of(uint32_t index)
+    {
+        return (std::to_string(index / 2) + "-" + std::to_string(index)).substr(1);
+    }
+    static void fill()
+    {
+        for (uint32_t index = 16382; index >= 15871; index--) {
+            const std::string name = name_of(index);
+            ASSERT_EQ(app_ext_table_add(name.c_str(), name.c_str(), 65535, 1), static_cast<int>(index));
+        }
+    }
+    static uint8_t &lowest_byte_of_key(uint32_t index) { return entry(index)[GetParam().chinese ? 20 : 16]; }
     static void remove(uint32_t index)
     {
         app_ext_table_del(static_cast<uint16_t>(index), GetParam().user_defined ? 65535 : 0);
@@ -63,16 +76,9 @@ TEST_P(finding, short_names_and_the_empty_one)
 /* Wherever an entry stands among those that are compared together, and behind entries of the same key. */
 TEST_P(finding, finds_each_of_all_user_defined_entries)
 {
-    const auto name_of = [](uint32_t index) {
-        return std::to_string(index / 2) + "-" + std::to_string(index);
-    };
-    for (uint32_t index = 16382; index >= 15871; index--) {
-        const std::string name =
-            name_of(index).substr(1); /* the key holds the lower digits: two entries share one */
-        ASSERT_EQ(app_ext_table_add(name.c_str(), name.c_str(), 65535, 1), static_cast<int>(index));
-    }
+    ASSERT_NO_FATAL_FAILURE(fill());
     for (uint32_t index = 16382; index >= 15871; index--)
-        EXPECT_EQ(find(name_of(index).substr(1)), index);
+        EXPECT_EQ(find(name_of(index)), index);
     EXPECT_EQ(find("000-0"), 0u);
 }
 
@@ -155,8 +161,18 @@ TEST_P(finding, passes_over_equal_keys_of_other_names)
 TEST_P(finding, goes_by_the_key_before_the_name)
 {
     const uint32_t index = add("Keyed");
-    entry(index)[GetParam().chinese ? 20 : 16] ^= 1;
+    lowest_byte_of_key(index) ^= 1;
     EXPECT_EQ(find("keyed"), 0u);
+}
+
+TEST_P(finding, goes_by_the_key_wherever_an_entry_stands)
+{
+    ASSERT_NO_FATAL_FAILURE(fill());
+    for (uint32_t index = 16382; index >= 15871; index--) {
+        lowest_byte_of_key(index) ^= 0x80; /* of no name here */
+        EXPECT_EQ(find(name_of(index)), 0u) << index;
+        lowest_byte_of_key(index) ^= 0x80;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(lookups, finding, testing::Values(by_name, by_chinese_name, by_user_defined_name),
