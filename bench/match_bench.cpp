@@ -119,7 +119,7 @@ void print_ratio(const char *beside, double value, double bound)
 {
     std::printf("  %6.2f x %-12s", value, beside);
     if (bound > 0 && value < bound) {
-        std::printf(" NOT MET (%.1f)", bound);
+        std::printf(" NOT MET (%.2f)", bound);
         ++unmet;
     }
 }
