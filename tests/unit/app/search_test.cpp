@@ -175,6 +175,15 @@ TEST_P(finding, goes_by_the_key_wherever_an_entry_stands)
     }
 }
 
+TEST_P(finding, finds_the_last_entry_behind_others_of_its_key)
+{
+    ASSERT_NO_FATAL_FAILURE(fill());
+    for (uint32_t index = 16382; index > 16374; index--) {
+        std::memcpy(&lowest_byte_of_key(index), &lowest_byte_of_key(15871), 4);
+        EXPECT_EQ(find(name_of(15871)), 15871u) << index;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(lookups, finding, testing::Values(by_name, by_chinese_name, by_user_defined_name),
                          [](const auto &one) { return one.param.name; });
 
