@@ -18,8 +18,7 @@
 namespace
 {
 
-/* --- words
- * -------------------------------------------------------------------------------------------------- */
+/* --- words --- */
 
 constexpr size_t word_count = 1'000'000;
 
@@ -101,8 +100,7 @@ void words_ipv4_prefix_match(benchmark::State &state)
 }
 BENCHMARK(words_ipv4_prefix_match)->Unit(benchmark::kMillisecond);
 
-/* --- bitmaps
- * ------------------------------------------------------------------------------------------------ */
+/* --- bitmaps --- */
 
 constexpr size_t size = MIX_VLAN_BITMAP_SIZE;
 
@@ -188,8 +186,7 @@ void bitmap_count(benchmark::State &state)
 }
 BENCHMARK(bitmap_count);
 
-/* --- a range
- * ------------------------------------------------------------------------------------------------ */
+/* --- a range --- */
 
 void range_words(benchmark::State &state)
 {

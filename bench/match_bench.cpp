@@ -124,7 +124,7 @@ void print_ratio(const char *beside, double value, double bound)
     }
 }
 
-/* ---- the three engines ---- */
+/* --- the three engines --- */
 
 /* Memory for one matcher that is given back all at once, as a caller may choose to. */
 struct arena {
@@ -305,7 +305,7 @@ void bench_search(const engines &all, size_t set, bool nocase, const char *kind,
     std::fflush(stdout);
 }
 
-/* ---- small buffers ---- */
+/* --- small buffers --- */
 
 /* The loop that every other way through a text stands in for: one cell a byte. From the public record. */
 template <class Cell>
@@ -366,7 +366,7 @@ void bench_small(const words &set, bool nocase, const std::string &text, size_t 
     std::fflush(stdout);
 }
 
-/* ---- compilation ---- */
+/* --- compilation --- */
 
 /* What a compilation and the matcher's end ask of the memory functions, to be asked again without them. */
 struct memory_trace {
@@ -444,7 +444,7 @@ void bench_compile(const words &set, double &each_transition)
     each_transition = nanoseconds;
 }
 
-/* ---- one pattern ---- */
+/* --- one pattern --- */
 
 /* The usual vector search: places whose first and last byte fit, then a comparison. */
 #if defined(__x86_64__)

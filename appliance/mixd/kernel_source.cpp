@@ -20,7 +20,7 @@ constexpr int receive_buffer = 4 * 1024 * 1024;
 constexpr int datagrams_at_a_time = 32;
 constexpr int64_t fresh_ns = 200'000'000;
 
-/* --- reading messages */
+/* --- reading messages --- */
 
 /* The attributes of a message, by type; one that is shorter than asked for counts as absent. */
 template <size_t Most>
@@ -227,8 +227,7 @@ void take_netlink_message(const nlmsghdr &message, network &into)
         take_neighbour(message, *header, into);
 }
 
-/* --- the event socket -------------------------------------------------------------------------------------
- */
+/* --- the event socket --- */
 
 kernel_source::kernel_source(network &into, sd_event *loop)
     : into_(into), events_(open_socket(RTMGRP_LINK | RTMGRP_NEIGH | RTMGRP_IPV4_IFADDR)),
@@ -363,8 +362,7 @@ void kernel_source::take(std::span<uint8_t> datagram)
     }
 }
 
-/* --- changes ----------------------------------------------------------------------------------------------
- */
+/* --- changes --- */
 
 int kernel_source::ask(nlmsghdr *message)
 {

@@ -173,8 +173,7 @@ void arp::load_statics(setup &with)
     }
 }
 
-/* --- scenarios --------------------------------------------------------------------------------------------
- */
+/* --- scenarios --- */
 
 void arp::read(scenario_table table)
 {
@@ -234,8 +233,7 @@ arp_row arp::fixed_row(scenario_table &each, uint32_t address, const mac_address
     return row;
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 /* The size of the request of a sub-command; 0: there is none of that number. */
 size_t request_size(uint32_t subcommand)
@@ -417,8 +415,7 @@ int32_t arp::duplicates(const request &asked) const
     return static_cast<int32_t>(found);
 }
 
-/* --- the joined list --------------------------------------------------------------------------------------
- */
+/* --- the joined list --- */
 
 arp_mac_row arp::join(const arp_row &row, uint32_t now) const
 {
@@ -493,8 +490,7 @@ int32_t arp::joined_count(const request &asked, reply &out) const
         [found](reply &) { return *found; }, out);
 }
 
-/* --- clearing and scanning --------------------------------------------------------------------------------
- */
+/* --- clearing and scanning --- */
 
 int arp::remove_neighbour(const arp_row &row)
 {
@@ -586,8 +582,7 @@ void arp::scan_some()
     sd_event_source_set_enabled(scan_timer_.get(), SD_EVENT_ONESHOT);
 }
 
-/* --- static entries ---------------------------------------------------------------------------------------
- */
+/* --- static entries --- */
 
 std::optional<refusal> arp::change(const commit &wanted, transaction &in)
 {

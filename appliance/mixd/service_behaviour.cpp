@@ -96,8 +96,7 @@ void behaviour::begin()
     count_uses();
 }
 
-/* --- scenarios --------------------------------------------------------------------------------------------
- */
+/* --- scenarios --- */
 
 constexpr scenario_word<uint8_t> class_words[] = {{"url", bhv_url},
                                                   {"keyword", bhv_keyword},
@@ -171,8 +170,7 @@ void behaviour::count_uses()
     });
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t behaviour::list_objects(const request &asked, reply &out)
 {

@@ -219,8 +219,7 @@ card *chassis::in_slot(uint32_t slot)
     return found != cards_.end() && found->second.at != nullptr ? &found->second : nullptr;
 }
 
-/* --- slots -----------------------------------------------------------------------------------------------
- */
+/* --- slots --- */
 
 int32_t chassis::show_slots(const request &asked, reply &out)
 {
@@ -322,8 +321,7 @@ int32_t chassis::notice_card(const request &asked, reply &out)
     return 0;
 }
 
-/* --- figures ---------------------------------------------------------------------------------------------
- */
+/* --- figures --- */
 
 int32_t chassis::answer_query(const request &asked, reply &out)
 {
@@ -496,8 +494,7 @@ int32_t chassis::show_pool(const request &asked, reply &out) const
     return 0;
 }
 
-/* --- modules ---------------------------------------------------------------------------------------------
- */
+/* --- modules --- */
 
 /* The rest of the FRU block, which lies in the message's unused bytes. */
 void fill_fru(const card &one, module_message &message)

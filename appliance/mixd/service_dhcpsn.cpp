@@ -204,8 +204,7 @@ void dhcpsn::read(setup &with, scenario_table table)
                                                [this](const std::vector<lease> &all) { take_leases(all); });
 }
 
-/* --- leases -----------------------------------------------------------------------------------------------
- */
+/* --- leases --- */
 
 void dhcpsn::put(const lease &from)
 {
@@ -304,8 +303,7 @@ dhcpsn_binding dhcpsn::row_of(const binding &one) const
     return row;
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t dhcpsn::answer(const request &asked, reply &out)
 {
@@ -398,8 +396,7 @@ int32_t dhcpsn::clear(const std::vector<binding> &gone)
     return static_cast<int32_t>(gone.size());
 }
 
-/* --- settings ---------------------------------------------------------------------------------------------
- */
+/* --- settings --- */
 
 void assign(dhcpsn_setting &to, uint8_t attribute, uint32_t value)
 {

@@ -111,8 +111,7 @@ void gratuitous_arp::begin()
     network_.observe(*this);
 }
 
-/* --- scenarios and rows -----------------------------------------------------------------------------------
- */
+/* --- scenarios and rows --- */
 
 constexpr scenario_word<uint8_t> form_words[] = {
     {"request", gas_as_request}, {"reply", gas_as_reply}, {"both", gas_every_form}};
@@ -148,8 +147,7 @@ bool gratuitous_arp::selects(uint16_t router, const gas_row &row) const
     return router == 0 || router == router_of(row);
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t gratuitous_arp::answer(const request &asked, reply &out)
 {
@@ -198,8 +196,7 @@ int32_t gratuitous_arp::look_up(const request &asked, reply &out) const
     return 0;
 }
 
-/* --- changes ----------------------------------------------------------------------------------------------
- */
+/* --- changes --- */
 
 std::optional<refusal> gratuitous_arp::change(const commit &wanted, transaction &in)
 {
@@ -260,8 +257,7 @@ std::optional<refusal> gratuitous_arp::remove(const sender_key &key, transaction
     return {};
 }
 
-/* --- announcements ----------------------------------------------------------------------------------------
- */
+/* --- announcements --- */
 
 uint64_t gratuitous_arp::now() const
 {

@@ -165,8 +165,7 @@ void mac::read(scenario_table table)
     }
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t mac::answer(const request &asked, reply &out)
 {
@@ -292,8 +291,7 @@ int32_t mac::bound(const request &asked, reply &out) const
         reply_with(found), out);
 }
 
-/* --- static entries ---------------------------------------------------------------------------------------
- */
+/* --- static entries --- */
 
 std::optional<refusal> mac::change_interface(const commit &wanted, transaction &in)
 {

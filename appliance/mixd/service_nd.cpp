@@ -211,8 +211,7 @@ void nd::read(scenario_table table)
     }
 }
 
-/* --- rows -------------------------------------------------------------------------------------------------
- */
+/* --- rows --- */
 
 void nd::interfaces_changed()
 {
@@ -290,8 +289,7 @@ void nd::neighbour_gone(const neighbour_key &key)
     rows_.erase({network_.router_of(*on), on->virtual_system, key.address, key.interface});
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t nd::answer(const request &asked, reply &out)
 {
@@ -424,8 +422,7 @@ int32_t nd::summary(const request &asked, reply &out) const
         reply_with(sum), out);
 }
 
-/* --- static neighbours ------------------------------------------------------------------------------------
- */
+/* --- static neighbours --- */
 
 std::optional<refusal> nd::set(const commit &wanted, transaction &in)
 {

@@ -32,8 +32,7 @@ constexpr const char *migrations[] = {
 constexpr uint32_t aspf_rows_of_a_page = (statistics_capacity - sizeof(aspf_page)) / sizeof(aspf_row);
 constexpr uint32_t ndspf_rows_of_a_page = (statistics_capacity - sizeof(ndspf_page)) / sizeof(ndspf_row);
 
-/* --- keys -------------------------------------------------------------------------------------------------
- */
+/* --- keys --- */
 
 struct aspf_key {
     uint16_t vsysid;
@@ -74,8 +73,7 @@ struct inspection_key_of {
     inspection_key operator()(const arpi_row &row) const { return (*this)(row.setting); }
 };
 
-/* --- selection --------------------------------------------------------------------------------------------
- */
+/* --- selection --- */
 
 struct inspection_selection {
     uint16_t vsysid = 0;
@@ -126,8 +124,7 @@ inspection_selection selection_of(const arpi_request &asked)
     return wanted;
 }
 
-/* --- the service ------------------------------------------------------------------------------------------
- */
+/* --- the service --- */
 
 class spoofing : public service
 {
@@ -184,8 +181,7 @@ void spoofing::begin()
     ndi_.begin(described_);
 }
 
-/* --- scenarios --------------------------------------------------------------------------------------------
- */
+/* --- scenarios --- */
 
 /* What both kinds of statistics have. */
 template <class Row>
@@ -276,8 +272,7 @@ void spoofing::read_settings(scenario_table table)
         ndi_.describe(each, read_setting(each));
 }
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 int32_t spoofing::answer_arp(const request &asked, reply &out)
 {

@@ -111,8 +111,7 @@ void upgrade::read_processors(setup &with, const std::string &first_version)
         }
 }
 
-/* --- images ----------------------------------------------------------------------------------------------
- */
+/* --- images --- */
 
 /* Only names of the directory's own files: a path of a client leads nowhere else. */
 uint32_t upgrade::load(std::string_view name, std::optional<image> &into)
@@ -150,8 +149,7 @@ std::pair<uint32_t, std::string> upgrade::check(const std::optional<image> &want
     return {upgrade_ok, fmt::format("{} can replace what runs", wanted->version)};
 }
 
-/* --- requests --------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 template <class Reply>
 Reply headed(issu_code code)
@@ -321,8 +319,7 @@ int32_t upgrade::shut_module(const issu_shut_request &asked, reply &out)
     return 0;
 }
 
-/* --- the upgrade itself ----------------------------------------------------------------------------------
- */
+/* --- the upgrade itself --- */
 
 int32_t upgrade::start(const issu_start_request &asked)
 {

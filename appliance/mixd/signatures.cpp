@@ -38,8 +38,7 @@ struct ignoring_case {
     }
 };
 
-/* --- the fields of a line ---------------------------------------------------------------------------------
- */
+/* --- the fields of a line --- */
 
 /* A field in quotes; at stands behind the opening one and is left behind the closing one. */
 std::string quoted(std::string_view line, size_t &at)
@@ -128,8 +127,7 @@ uint32_t to_number(std::string_view column, std::string_view text, uint32_t most
     return value;
 }
 
-/* --- columns ----------------------------------------------------------------------------------------------
- */
+/* --- columns --- */
 
 struct column {
     std::string_view name;
@@ -204,8 +202,7 @@ std::vector<const column *> read_header(std::string_view line)
     return out;
 }
 
-/* --- the file ---------------------------------------------------------------------------------------------
- */
+/* --- the file --- */
 
 class reader
 {

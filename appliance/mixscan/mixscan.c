@@ -70,7 +70,7 @@ static int print_to_stderr(const char *format, ...)
     return length;
 }
 
-/* ---- patterns ---- */
+/* --- patterns --- */
 
 static int add_pattern(struct pattern_list *list, const char *bytes, size_t length)
 {
@@ -157,7 +157,7 @@ static tqac_matcher *compile(const struct pattern_list *list, const struct optio
     return NULL;
 }
 
-/* ---- scanning ---- */
+/* --- scanning --- */
 
 static int on_match(uint64_t id, int start, uint64_t arg, int len)
 {
@@ -286,7 +286,7 @@ static int scan_file(const char *name, const char *prefix, const struct options 
     return error ? -1 : 0;
 }
 
-/* ---- the program ---- */
+/* --- the program --- */
 
 static const char usage[] =
     "usage: mixscan [OPTION]... PATTERN [FILE]...\n"

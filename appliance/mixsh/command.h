@@ -20,7 +20,7 @@ namespace mixsh
 class invocation;
 struct argument;
 
-// --- words -------------------------------------------------------------------------------------------------
+// --- words
 
 // What a word is to an argument: it can stand as it is, it is a beginning of something that could, or its
 // character `at` can't stand there whatever follows.
@@ -54,7 +54,7 @@ struct choice {
     std::int64_t value = 0;
 };
 
-// --- arguments ---------------------------------------------------------------------------------------------
+// --- arguments
 
 // The form of a kind whose values are limited by numbers: "<1-65535>", by each argument's own.
 inline constexpr std::string_view form_of_limits = "<>";
@@ -122,7 +122,7 @@ constexpr argument flag(std::string_view name, std::string_view help)
     return {name, true, nullptr, help, presence::optional, {}};
 }
 
-// --- commands ----------------------------------------------------------------------------------------------
+// --- commands
 
 // How a command ended. misused: the words were read but don't go together; leave: it was the shell's last
 // one.

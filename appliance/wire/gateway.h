@@ -54,8 +54,7 @@ enum gateway_operation : uint32_t {
 inline constexpr uint8_t language_english = 0;
 inline constexpr uint8_t language_chinese = 1;
 
-/* --- results ----------------------------------------------------------------------------------------------
- */
+/* --- results --- */
 
 enum gateway_result : int32_t {
     result_failed = -4,      /* made by the client: the gateway answered with a negative status */
@@ -111,8 +110,7 @@ constexpr const char *text_of_result(int32_t result, uint8_t language)
     return nullptr;
 }
 
-/* --- objects ----------------------------------------------------------------------------------------------
- */
+/* --- objects --- */
 
 enum class attribute_kind : uint8_t {
     u8 = 1,
@@ -262,8 +260,7 @@ constexpr bool objects_are_sound()
 }
 static_assert(objects_are_sound(), "attribute numbers are ascending and below 16");
 
-/* --- layouts ----------------------------------------------------------------------------------------------
- */
+/* --- layouts --- */
 
 struct [[gnu::packed]] record_header {
     uint32_t object;
@@ -322,8 +319,7 @@ inline constexpr size_t gateway_text_max = 1024;   /* of a refusal */
 inline constexpr size_t attribute_text_max = 4096; /* that a message carries, whatever the object allows */
 inline constexpr size_t record_fields_max = 32;    /* one bit of the mask each */
 
-/* --- writing ----------------------------------------------------------------------------------------------
- */
+/* --- writing --- */
 
 /* Appends to a caller's bytes. Once something did not fit, good() is false and nothing more is written. */
 class writer
@@ -392,8 +388,7 @@ class reader
     bool good_ = true;
 };
 
-/* --- a commit or read, client side ------------------------------------------------------------------------
- */
+/* --- a commit or read, client side --- */
 
 /* The bytes of the value that a message's slot points at; nothing when the attribute is absent. A text's slot
  * holds the address of the pointer to it. */
@@ -444,8 +439,7 @@ inline bool encode_commit(const mgi_message &message, const object_description &
     return out.good();
 }
 
-/* --- a commit or read, gateway side -----------------------------------------------------------------------
- */
+/* --- a commit or read, gateway side --- */
 
 /* A decoded commit or read; its spans stand in the received bytes. */
 struct commit {
@@ -546,8 +540,7 @@ inline decode_fault decode_commit(std::span<const uint8_t> payload, commit &out)
     return {result_ok};
 }
 
-/* --- records ----------------------------------------------------------------------------------------------
- */
+/* --- records --- */
 
 /* Writes a record; fields that the mask does not name are sent as 0, whatever they hold. */
 inline bool encode_record(uint32_t object, uint32_t mask, const void *record, size_t fields, uint8_t language,
@@ -603,8 +596,7 @@ inline decode_fault decode_record(std::span<const uint8_t> payload, record &out)
     return {result_ok};
 }
 
-/* --- saved configurations ---------------------------------------------------------------------------------
- */
+/* --- saved configurations --- */
 
 struct save_request {
     std::array<int32_t, 5> numbers = {};
@@ -640,8 +632,7 @@ inline decode_fault decode_save(std::span<const uint8_t> payload, save_request &
     return {in.good() && in.at_end() ? result_ok : result_malformed};
 }
 
-/* --- replies ----------------------------------------------------------------------------------------------
- */
+/* --- replies --- */
 
 /* A reply's text is cut at gateway_text_max, before a character that would be split. */
 inline std::string_view fitting_text(std::string_view text)

@@ -131,8 +131,7 @@ inline const char *describe(header_fault fault)
     return "an unknown message";
 }
 
-/* --- addresses --------------------------------------------------------------------------------------------
- */
+/* --- addresses --- */
 
 /* An address: node (0: this board), instance, daemon. */
 struct address_parts {

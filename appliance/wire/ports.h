@@ -102,9 +102,10 @@ inline constexpr const char *bridge_port_states[] = {"disabled", "listening", "l
 inline constexpr uint32_t most_bridge_ports =
     (drv_bridge_size - drv_data - sizeof(bridge_stats_head)) / sizeof(bridge_port_record);
 
-/* --- control requests --------------------------------------------------------------------------------------
- * A device control sets something of a port of the board that executes it; the device's number is the
- * port's. Its data are one or three words. */
+/* --- control requests --- */
+
+/* A device control sets something of a port of the board that executes it; the device's number is the port's.
+ * Its data are one or three words. */
 inline constexpr uint32_t most_control_words = 3;
 struct port_control {
     uint32_t command;

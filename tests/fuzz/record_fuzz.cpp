@@ -57,8 +57,7 @@ void change(call &with, Change &&make)
         ended(error, static_cast<size_t>(length));
 }
 
-/* --- neighbours and the IP layer --------------------------------------------------------------------------
- */
+/* --- neighbours and the IP layer --- */
 
 void arp_counts(call &with)
 {
@@ -121,8 +120,7 @@ void fragment_settings(call &with)
     set_ipdefrag_para(with.number(), 1, with.print());
 }
 
-/* --- layer 2 ----------------------------------------------------------------------------------------------
- */
+/* --- layer 2 --- */
 
 void mac_records(call &with)
 {
@@ -151,8 +149,7 @@ void snooping_records(call &with)
     dhcpsn_rate_limit_set(with.text(), with.number(), with.print());
 }
 
-/* --- upgrade ----------------------------------------------------------------------------------------------
- */
+/* --- upgrade --- */
 
 void upgrade_summaries(call &with)
 {
@@ -195,8 +192,7 @@ void upgrade_list(call &with)
     touch(list, *length);
 }
 
-/* --- chassis ----------------------------------------------------------------------------------------------
- */
+/* --- chassis --- */
 
 void slots(call &with)
 {
@@ -267,8 +263,7 @@ void cards(call &with)
     libchassisd_vchassis_notify_reboot_pic(card, with.out<uint16_t>(1));
 }
 
-/* --- virtual chassis --------------------------------------------------------------------------------------
- */
+/* --- virtual chassis --- */
 
 void metadata(call &with)
 {
@@ -301,8 +296,7 @@ void addresses(call &with)
     libvchassisd_addr_get_info(count, with.out(count * 294));
 }
 
-/* --- port drivers and the ISP table -----------------------------------------------------------------------
- */
+/* --- port drivers and the ISP table --- */
 
 void port_message(call &with, int (*ask)(void *, uint32_t))
 {

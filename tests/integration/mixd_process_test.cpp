@@ -153,7 +153,7 @@ TEST_F(mixd_life, apply_and_scenario_exclude_each_other)
     EXPECT_TRUE(mixd.log().starts_with("mixd: --scenario excludes --apply")) << mixd.log();
 }
 
-/* --- scenarios */
+/* --- scenarios --- */
 
 struct bad_scenario {
     const char *name;
@@ -337,7 +337,7 @@ TEST_F(mixd_life, the_virtual_system_of_a_scenario_is_the_gateways)
     EXPECT_EQ(answer->status, 7);
 }
 
-/* --- faults */
+/* --- faults --- */
 
 struct injected_fault : mixd_test {
     raw_client client;
@@ -528,7 +528,7 @@ TEST_F(mixd_life, faults_of_a_scenario_hit)
     EXPECT_EQ(second->status, 0);
 }
 
-/* --- the control service */
+/* --- the control service --- */
 
 struct control_service : mixd_test {
 };
@@ -580,7 +580,7 @@ TEST_F(control_service, tells_about_the_process)
     EXPECT_EQ(std::string(about.store), mixd.run_dir() + "/mixd.db");
 }
 
-/* --- boards */
+/* --- boards --- */
 
 struct asked_board {
     const char *name;
@@ -629,7 +629,7 @@ INSTANTIATE_TEST_SUITE_P(
                     asked_board{"no_board_there", "node2/0.201.sock", nullptr, 0}),
     [](const auto &one) { return one.param.name; });
 
-/* --- readiness */
+/* --- readiness --- */
 
 TEST_F(mixd_life, the_service_manager_hears_of_readiness_and_of_the_stop)
 {

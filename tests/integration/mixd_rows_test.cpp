@@ -165,7 +165,7 @@ TEST_F(rows, of_behaviour_profiles)
     EXPECT_EQ(part(page, 148, 8), (bytes{3, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-/* --- requests that are refused */
+/* --- requests that are refused --- */
 
 class refused_request : public rows, public testing::WithParamInterface<bad_request>
 {

@@ -123,8 +123,7 @@ struct tables : mixd_test {
 
 const bytes station = {2, 0, 0, 0, 0, 1};
 
-/* --- rows -------------------------------------------------------------------------------------------------
- */
+/* --- rows --- */
 
 TEST_F(tables, have_arp_rows)
 {
@@ -270,8 +269,7 @@ TEST_F(tables, have_rows_of_bindings)
     EXPECT_EQ(ask(dhcpsn_type, request_of(36, {{0, 3}})).status, 1);
 }
 
-/* --- requests that are refused ----------------------------------------------------------------------------
- */
+/* --- requests that are refused --- */
 
 /* A request as clients make it. */
 struct good_request {
@@ -470,8 +468,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "the MAC address is zero, or one of a group"}),
     [](const auto &one) { return one.param.name; });
 
-/* --- large tables beside other clients --------------------------------------------------------------------
- */
+/* --- large tables beside other clients --- */
 
 struct large : tables {
     static constexpr uint32_t entries = 200000, rows_of_a_page = 53;
@@ -702,8 +699,7 @@ TEST_F(large, need_no_client_that_waits_for_their_count)
     EXPECT_EQ(ask(arp_type, joined_count_of_ge1()).status, static_cast<int32_t>(entries));
 }
 
-/* --- tables that change while they are listed -------------------------------------------------------------
- */
+/* --- tables that change while they are listed --- */
 
 /*
  * Rows with an even number are there all along; those with an odd one come and go from inside the listing,
@@ -853,8 +849,7 @@ TEST_P(changing, are_listed_without_a_row_twice_or_missed)
 INSTANTIATE_TEST_SUITE_P(each, changing, testing::ValuesIn(changing_cases),
                          [](const auto &one) { return std::string(one.param.name); });
 
-/* --- the end of mixd under a listing ----------------------------------------------------------------------
- */
+/* --- the end of mixd under a listing --- */
 
 TEST_F(large, fail_to_go_on_after_a_restart_instead_of_somewhere_else)
 {
@@ -875,8 +870,7 @@ TEST_F(large, fail_to_go_on_after_a_restart_instead_of_somewhere_else)
     EXPECT_EQ(printed, "ARP show failed, ret is -116\n");
 }
 
-/* --- totals of filtered listings --------------------------------------------------------------------------
- */
+/* --- totals of filtered listings --- */
 
 struct neighbours : tables {
     void prepare() override

@@ -13,8 +13,7 @@
 namespace mixtest
 {
 
-/* --- one request ------------------------------------------------------------------------------------------
- */
+/* --- one request --- */
 
 struct request_case {
     const char *name;
@@ -45,8 +44,7 @@ inline void check_request(const request_case &with)
               (std::vector<uint32_t>{static_cast<uint32_t>(with.request.size()), with.capacity}));
 }
 
-/* --- failures ---------------------------------------------------------------------------------------------
- */
+/* --- failures --- */
 
 /* One exchange's texts and results. A function without a print callback has no texts. */
 struct failure_case {

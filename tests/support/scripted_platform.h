@@ -82,8 +82,7 @@ class scripted_platform
     static scripted_platform &get();
     void reset();
 
-    /* --- allocation ----------------------------------------------------------------------------------------
-     */
+    /* --- allocation --- */
     uint8_t pattern = 0xA5;   /* fresh buffers are filled with it */
     uint32_t allocations = 0; /* ipcmsg_alloc calls so far */
     std::vector<uint32_t> allocation_sizes;
@@ -102,15 +101,13 @@ class scripted_platform
     /* Takes a buffer that the library handed over; fails the test when it is not one. */
     void free_as_caller(void *buffer);
 
-    /* --- message service
-     * ------------------------------------------------------------------------------------ */
+    /* --- message service --- */
     std::vector<sent_message> messages;
     std::deque<answer> answers; /* taken in order; when empty, fallback answers */
     answer fallback = {-1, 0, {}, {}};
     std::function<answer(const sent_message &)> handler; /* when set, answers instead of the script */
 
-    /* --- management gateway
-     * ---------------------------------------------------------------------------------- */
+    /* --- management gateway --- */
     std::vector<gateway_call> gateway_calls;
     std::vector<record_call> record_calls;
     std::deque<int> commit_results;       /* taken in order; then 0 */
@@ -125,8 +122,7 @@ class scripted_platform
     std::function<void(const mgi_message &, const std::string &object)> on_commit;
     std::function<int(mgi_batch_callback, void *context)> on_read;
 
-    /* --- board
-     * ------------------------------------------------------------------------------------------------ */
+    /* --- board --- */
     /* Answers by function name; a name that is not set answers 0. Functions of an argument look at board_of
      * first. */
     std::map<std::string, uint32_t> board;
@@ -134,8 +130,7 @@ class scripted_platform
     std::vector<std::string>
         board_calls; /* names in call order, "name(argument)" with an argument (decimal) */
 
-    /* --- services
-     * ---------------------------------------------------------------------------------------------- */
+    /* --- services --- */
     std::string console;          /* all that console_print wrote */
     std::vector<std::string> log; /* tq_clog, a line each */
     std::vector<std::pair<int, std::string>> debug;
@@ -154,8 +149,7 @@ class scripted_platform
     std::vector<std::pair<std::string, size_t>> shared_memories;
     std::function<void *(const char *, size_t)> shared_memory; /* default: NULL */
 
-    /* --- used by the platform functions
-     * ------------------------------------------------------------------------ */
+    /* --- used by the platform functions --- */
     void *allocate(uint32_t size);
     void free(void *buffer);
     int32_t exchange(sender by, uint32_t destination, uint32_t zero, uint32_t type, const void *request,

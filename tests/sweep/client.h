@@ -23,8 +23,7 @@
 namespace mixtest
 {
 
-/* --- what a call gets ------------------------------------------------------------------------------------
- */
+/* --- what a call gets --- */
 
 /* What one call is given, and what it left there. */
 struct given {
@@ -72,8 +71,7 @@ struct given {
 
 using client_call = int64_t (*)(given &);
 
-/* --- what a good daemon answers --------------------------------------------------------------------------
- */
+/* --- what a good daemon answers --- */
 
 /* The result that is the send call's own. */
 inline constexpr int64_t result_of_send = std::numeric_limits<int64_t>::max();
@@ -185,8 +183,7 @@ struct client {
     }
 #define MIX_ROWS mixtest::given::take_row, &g
 
-/* --- what the caller sees of a call -----------------------------------------------------------------------
- */
+/* --- what the caller sees of a call --- */
 
 struct seen {
     int64_t result;
@@ -220,8 +217,7 @@ inline bytes some_bytes(size_t size)
     return out;
 }
 
-/* --- the common shapes -----------------------------------------------------------------------------------
- */
+/* --- the common shapes --- */
 
 /* The status is the result. */
 inline shape answers_status(failures fails, uint32_t capacity = 4)
@@ -300,8 +296,7 @@ inline shape lists_up_to(const page_format &format)
 /* The same bytes right before inaccessible memory, until the next call. */
 const uint8_t *guarded_row(const bytes &row);
 
-/* --- the table -------------------------------------------------------------------------------------------
- */
+/* --- the table --- */
 
 std::vector<client> neighbour_clients();
 std::vector<client> switching_clients();

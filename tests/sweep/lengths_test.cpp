@@ -161,8 +161,7 @@ INSTANTIATE_TEST_SUITE_P(clients, clients_at_lengths, testing::ValuesIn(clients_
 INSTANTIATE_TEST_SUITE_P(clients, listings_at_lengths, testing::ValuesIn(clients_that(is_listing)),
                          case_name);
 
-/* --- what the gateway reads back -------------------------------------------------------------------------
- */
+/* --- what the gateway reads back --- */
 
 using clients_that_read_settings = client_sweep;
 

@@ -12,8 +12,7 @@ using namespace mixtest;
 namespace
 {
 
-/* --- what a client must make of it -----------------------------------------------------------------------
- */
+/* --- what a client must make of it --- */
 
 enum class verdict {
     some_end,   /* success or failure, whatever the rules above allow */
@@ -314,8 +313,7 @@ TEST(misbehaviours, are_many)
     EXPECT_GE(all_misbehaviours().size(), 30u);
 }
 
-/* --- listings that will not end --------------------------------------------------------------------------
- */
+/* --- listings that will not end --- */
 
 struct endless {
     const char *name;
@@ -374,8 +372,7 @@ INSTANTIATE_TEST_SUITE_P(
                             [](size_t page) { return static_cast<uint32_t>(page + 1); }}),
     case_name);
 
-/* --- more rows than asked for ----------------------------------------------------------------------------
- */
+/* --- more rows than asked for --- */
 
 TEST(budgeted_listings, end_with_the_page_that_gives_more_than_was_asked_for)
 {

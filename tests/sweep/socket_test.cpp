@@ -17,8 +17,7 @@ using namespace mixtest;
 namespace
 {
 
-/* --- one daemon behind many sockets ----------------------------------------------------------------------
- */
+/* --- one daemon behind many sockets --- */
 
 struct address {
     unsigned node, instance, daemon;

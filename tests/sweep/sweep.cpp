@@ -10,8 +10,9 @@
 namespace mixtest
 {
 
-/* --- who was it? A read past the guarded bytes ends the program; it then says in which case. --------------
- */
+/* --- who was it? --- */
+
+/* A read past the guarded bytes ends the program; it then says in which case. */
 
 static std::string under_way;
 static struct sigaction fault_before;
@@ -37,8 +38,7 @@ static void say_when_it_crashes(const client &one, const script &with)
     under_way += '\n';
 }
 
-/* --- one call --------------------------------------------------------------------------------------------
- */
+/* --- one call --- */
 
 answer good_answer(const client &one, size_t message)
 {

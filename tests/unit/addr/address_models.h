@@ -217,8 +217,7 @@ inline int ipv6_prefix_match(const std::string &word)
     return length.matches(rest) ? 8 : 0;
 }
 
-/* --- validators, by the C library's own converters
- * ----------------------------------------------------------- */
+/* --- validators, by the C library's own converters --- */
 
 inline bool aton_accepts(const std::string &text)
 {

@@ -57,8 +57,7 @@ bitmap random_bitmap(std::mt19937 &random, size_t misalignment, uint32_t density
     return made;
 }
 
-/* --- one bitmap
- * --------------------------------------------------------------------------------------------- */
+/* --- one bitmap --- */
 
 TEST(vlan_bitmap, has_bit_v_mod_8_of_byte_v_div_8)
 {
@@ -205,8 +204,7 @@ TEST(vlan_bitmap, has_nothing_to_debug)
     EXPECT_EQ(map.members().count(), 0u);
 }
 
-/* --- ranges
- * ------------------------------------------------------------------------------------------------- */
+/* --- ranges --- */
 
 TEST(vlan_range, is_empty_when_backwards_or_above_4095)
 {
@@ -268,8 +266,7 @@ TEST(vlan_range, agrees_with_a_loop_over_its_ids)
     }
 }
 
-/* --- port map
- * ----------------------------------------------------------------------------------------------- */
+/* --- port map --- */
 
 class port_map : public testing::Test
 {
@@ -351,8 +348,7 @@ TEST(port_map_of_65535_ports, comes_to_its_end)
     EXPECT_EQ(calls, 65535u);
 }
 
-/* --- walkers
- * ------------------------------------------------------------------------------------------------ */
+/* --- walkers --- */
 
 struct visits {
     std::vector<uint32_t> members = {};

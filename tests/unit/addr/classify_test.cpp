@@ -16,8 +16,7 @@ namespace
 
 using mixtest::platform;
 
-/* --- MAC addresses
- * ------------------------------------------------------------------------------------------ */
+/* --- MAC addresses --- */
 
 struct mac_class {
     std::array<uint8_t, 6> mac;
@@ -65,8 +64,7 @@ TEST(mac_address, is_judged_by_each_of_its_bytes)
     }
 }
 
-/* --- IPv4 addresses
- * ----------------------------------------------------------------------------------------- */
+/* --- IPv4 addresses --- */
 
 uint32_t network_order(const char *text)
 {
@@ -112,8 +110,7 @@ TEST(is_private_ip, knows_five_networks_in_host_order)
         EXPECT_EQ(is_private_ip(host_order(text)), 0) << text;
 }
 
-/* --- the shared table
- * --------------------------------------------------------------------------------------- */
+/* --- the shared table --- */
 
 class lan_table : public mixtest::platform_test
 {

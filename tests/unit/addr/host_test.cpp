@@ -87,8 +87,7 @@ int getsockopt(int fd, int level, int option, void *value, socklen_t *length) no
 namespace
 {
 
-/* --- is_linux_ip
- * -------------------------------------------------------------------------------------------- */
+/* --- is_linux_ip --- */
 
 uint32_t network_order(const std::string &text)
 {
@@ -215,8 +214,7 @@ TEST_F(is_linux_ip_played, asks_for_each_record_from_the_last_to_the_first)
     EXPECT_EQ(asked, (std::vector<std::string>{"if2", "if1", "if0"}));
 }
 
-/* --- get_tcp_sock_if_index on real connections
- * -------------------------------------------------------------- */
+/* --- get_tcp_sock_if_index on real connections --- */
 
 struct connection {
     int listener = -1, client = -1, server = -1;
@@ -371,8 +369,7 @@ TEST(get_tcp_sock_if_index, names_the_interface_of_an_ipv6_connection)
     MIX_IN_NET_NAMESPACE([] { accept_over_a_wire(ipv6_at("2001:db8::1"), AF_INET6); });
 }
 
-/* --- get_tcp_sock_if_index on answers that a kernel would not give
- * ------------------------------------------- */
+/* --- get_tcp_sock_if_index on answers that a kernel would not give --- */
 
 using octets = std::vector<uint8_t>;
 

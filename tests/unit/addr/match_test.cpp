@@ -336,8 +336,7 @@ const rated ipv6_prefix_words[] = {
 };
 INSTANTIATE_TEST_SUITE_P(listed, ipv6_prefix_word, testing::ValuesIn(ipv6_prefix_words));
 
-/* --- against the models
- * ------------------------------------------------------------------------------------- */
+/* --- against the models --- */
 
 struct matcher {
     const char *name;
@@ -470,8 +469,7 @@ const matcher matchers[] = {
 INSTANTIATE_TEST_SUITE_P(matchers, against_model, testing::ValuesIn(matchers),
                          [](const auto &test) { return std::string(test.param.name); });
 
-/* --- ranges
- * ------------------------------------------------------------------------------------------------- */
+/* --- ranges --- */
 
 struct ranged {
     const char *range;

@@ -180,8 +180,7 @@ TEST(prefix_validators, agree_with_the_model_on_every_short_text)
     }
 }
 
-/* --- wildcard masks
- * ----------------------------------------------------------------------------------------- */
+/* --- wildcard masks --- */
 
 struct wildcard_text {
     const char *text;

@@ -36,8 +36,7 @@ T filled(uint8_t with)
     return value;
 }
 
-/* --- layouts
- * ------------------------------------------------------------------------------------------------ */
+/* --- layouts --- */
 
 TEST(address_record, has_its_address_at_offset_8)
 {
@@ -55,8 +54,7 @@ TEST(inet_address_record, has_its_address_right_behind_the_family)
     EXPECT_EQ(offsetof(mix_inet_addr, address), 1u);
 }
 
-/* --- IPv4 text
- * ---------------------------------------------------------------------------------------------- */
+/* --- IPv4 text --- */
 
 struct ipv4_text {
     const char *text;
@@ -119,8 +117,7 @@ TEST(ipv4_2_str, writes_nothing_into_fewer_than_16_bytes)
     EXPECT_EQ(bytes_of(out, 16), octets(16, '#'));
 }
 
-/* --- IPv6 text
- * ---------------------------------------------------------------------------------------------- */
+/* --- IPv6 text --- */
 
 TEST(ipv6str_2_bin, writes_16_bytes_in_network_order)
 {
@@ -187,8 +184,7 @@ TEST(bracketed_ipv6, is_not_written_into_47_bytes_or_fewer)
     EXPECT_EQ(bytes_of(out, 48), octets(48, '#'));
 }
 
-/* --- records
- * ------------------------------------------------------------------------------------------------ */
+/* --- records --- */
 
 TEST(ipstr_2_addr, keeps_ipv4_in_host_order)
 {
@@ -322,8 +318,7 @@ TEST(tq_ip_string_with_bracket_2_inet_addr, leaves_the_record_on_failure)
     EXPECT_EQ(bytes_of(&out, sizeof(out)), octets(sizeof(out), 0x55));
 }
 
-/* --- validators
- * --------------------------------------------------------------------------------------------- */
+/* --- validators --- */
 
 TEST(is_ipv4_str, takes_a_strict_dotted_quad_outside_the_zero_network)
 {

@@ -12,8 +12,7 @@ namespace
 const uint8_t mac[6] = {0x00, 0x11, 0x22, 0xaa, 0xbb, 0xcc};
 const bytes mac_bytes(mac, mac + 6);
 
-/* --- bindings: requests -----------------------------------------------------------------------------------
- */
+/* --- bindings: requests --- */
 
 struct dhcpsn_requests : platform_test, testing::WithParamInterface<request_case> {
 };
@@ -66,8 +65,7 @@ INSTANTIATE_TEST_SUITE_P(
                      4}),
     case_name);
 
-/* --- bindings: failures -----------------------------------------------------------------------------------
- */
+/* --- bindings: failures --- */
 
 struct dhcpsn_failures : platform_test, testing::WithParamInterface<failure_case> {
 };
@@ -110,8 +108,7 @@ TEST_F(dhcpsn, a_listing_ends_after_two_calls_when_the_second_answers_1)
     EXPECT_EQ(platform().messages.size(), 1u);
 }
 
-/* --- settings: changes ------------------------------------------------------------------------------------
- */
+/* --- settings: changes --- */
 
 struct setting_case {
     const char *name;
@@ -211,8 +208,7 @@ INSTANTIATE_TEST_SUITE_P(dhcpsn, dhcpsn_settings,
                                                       {3}}),
                          case_name);
 
-/* --- settings: reading back -------------------------------------------------------------------------------
- */
+/* --- settings: reading back --- */
 
 struct read_case {
     const char *name;

@@ -23,8 +23,7 @@ bytes bitmap()
 
 uint8_t into[16];
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 bytes list_record(bytes flags_and_mac, uint8_t extra = 0)
 {
@@ -110,8 +109,7 @@ INSTANTIATE_TEST_SUITE_P(
                      record_of(28, {{0, {3}}, {8, le32(1)}, {16, mac_bytes}, {22, {1}}}), 2000}),
     case_name);
 
-/* --- failures ---------------------------------------------------------------------------------------------
- */
+/* --- failures --- */
 
 struct mac_failures : platform_test, testing::WithParamInterface<failure_case> {
 };
@@ -199,8 +197,7 @@ TEST_F(mac_replies, bound_in_vlans_is_the_replys_byte)
     EXPECT_EQ(is_if_bound_with_l2_mac_vlan_bitmap(0, bitmap().data()), 0) << "a good reply, but refused";
 }
 
-/* --- bound entries and conversion -------------------------------------------------------------------------
- */
+/* --- bound entries and conversion --- */
 
 bytes mac_entry(uint16_t flags, uint16_t vlan, const bytes &name, const bytes &second)
 {
@@ -523,8 +520,7 @@ TEST_F(mac_static, conversion_adds_each_dynamic_entry_and_counts_all)
     EXPECT_EQ(printed, "") << "refusals are not told";
 }
 
-/* --- descriptions -----------------------------------------------------------------------------------------
- */
+/* --- descriptions --- */
 
 TEST_F(mac_static, description_is_committed_with_its_address)
 {
@@ -624,8 +620,7 @@ TEST_F(mac_static, description_of_an_address_goes_on_while_pages_are_empty)
     EXPECT_EQ(platform().messages.size(), 2u);
 }
 
-/* --- is_mac_null ------------------------------------------------------------------------------------------
- */
+/* --- is_mac_null --- */
 
 TEST(is_mac_null, looks_at_every_byte)
 {

@@ -302,7 +302,7 @@ class model
     std::vector<std::deque<size_t>> lists_;
 };
 
-/* ---- the library, called the way the model is ---- */
+/* --- the library, called the way the model is --- */
 
 inline void add_all(tqac_matcher *matcher, const pattern_set &patterns)
 {
@@ -362,7 +362,7 @@ inline scan_result library_scan(const tqac_matcher *matcher, const std::string &
     return result;
 }
 
-/* ---- random input ---- */
+/* --- random input --- */
 
 class random_source
 {

@@ -162,7 +162,7 @@ TEST_F(search, ignores_a_length_below_one)
     EXPECT_EQ(quote, '"');
 }
 
-/* ---- markup ---- */
+/* --- markup --- */
 
 struct markup_case {
     const char *name;
@@ -238,7 +238,7 @@ TEST_F(search, clears_a_left_over_quote_when_a_tag_opens)
               (std::vector<match>{{1, 0, 2}, {1, 5, 2}}));
 }
 
-/* ---- against the model ---- */
+/* --- against the model --- */
 
 /* The shapes of a table, which are searched by loops of their own. */
 struct table_shape {
@@ -397,7 +397,7 @@ TEST_F(search, by_several_threads_of_one_matcher_gives_each_its_own_result)
         one.join();
 }
 
-/* ---- tqac_find ---- */
+/* --- tqac_find --- */
 
 struct find : search {
     void SetUp() override

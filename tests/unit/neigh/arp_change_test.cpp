@@ -11,8 +11,7 @@ namespace
 
 const uint8_t mac[6] = {0x00, 0x11, 0x22, 0xaa, 0xbb, 0xcc};
 
-/* --- static entries ---------------------------------------------------------------------------------------
- */
+/* --- static entries --- */
 
 /* What a commit carried, read while its values were alive. */
 struct static_commit {
@@ -253,8 +252,7 @@ TEST_F(arp_static, remove_conf_tells_a_refusal_on_standard_output)
     EXPECT_EQ(platform().console, "");
 }
 
-/* --- a router without a name ------------------------------------------------------------------------------
- */
+/* --- a router without a name --- */
 
 struct nameless_case {
     const char *name;
@@ -299,8 +297,7 @@ INSTANTIATE_TEST_SUITE_P(
         nameless_case{"remove_conf", [] { return arp_remove_static_conf(0x1122, 0, 0); }}),
     case_name);
 
-/* --- removing what a listing shows ------------------------------------------------------------------------
- */
+/* --- removing what a listing shows --- */
 
 bytes arp_row(uint32_t address, uint16_t vrid, uint8_t kind)
 {
@@ -389,8 +386,7 @@ TEST_F(arp_static, remove_all_of_a_router_tells_a_failed_listing_on_the_console)
     EXPECT_TRUE(commits.empty());
 }
 
-/* --- dynamic entries and scans ----------------------------------------------------------------------------
- */
+/* --- dynamic entries and scans --- */
 
 struct arp_clear_requests : platform_test, testing::WithParamInterface<request_case> {
 };

@@ -20,8 +20,7 @@ int ignore_row(const void *, void *, int)
 
 uint8_t into[24];
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 bytes arp_record(uint8_t subcommand, std::initializer_list<std::pair<size_t, bytes>> parts)
 {
@@ -205,8 +204,7 @@ INSTANTIATE_TEST_SUITE_P(
                      4}),
     case_name);
 
-/* --- failures ---------------------------------------------------------------------------------------------
- */
+/* --- failures --- */
 
 struct arp_failures : platform_test, testing::WithParamInterface<failure_case> {
 };
@@ -253,8 +251,7 @@ INSTANTIATE_TEST_SUITE_P(
                      0, "", "", ""}),
     case_name);
 
-/* --- counts -----------------------------------------------------------------------------------------------
- */
+/* --- counts --- */
 
 struct arp_counts : platform_test {
 };
@@ -311,8 +308,7 @@ INSTANTIATE_TEST_SUITE_P(
         mac_text_case{"absent", nullptr, bytes(6)}),
     case_name);
 
-/* --- summary ----------------------------------------------------------------------------------------------
- */
+/* --- summary --- */
 
 struct arp_summary : platform_test {
     bytes out = repeat(0x77, 24);
@@ -346,8 +342,7 @@ TEST_F(arp_summary, is_untouched_unless_exactly_24_bytes_came)
     EXPECT_EQ(out, repeat(0x77, 24));
 }
 
-/* --- search -----------------------------------------------------------------------------------------------
- */
+/* --- search --- */
 
 /* The caller's own state starts with what the library looks at. */
 struct search_state {
@@ -449,8 +444,7 @@ TEST_F(arp_search, leaves_the_position_on_failure)
     EXPECT_TRUE(state.rows.empty());
 }
 
-/* --- virtual-router names ---------------------------------------------------------------------------------
- */
+/* --- virtual-router names --- */
 
 struct vrname : platform_test {
     static std::string name_after(const answer &with)

@@ -17,8 +17,7 @@ const uint8_t any_address[16] = {};
 
 uint8_t into[16];
 
-/* --- requests ---------------------------------------------------------------------------------------------
- */
+/* --- requests --- */
 
 bytes nd_record(uint8_t subcommand)
 {
@@ -113,8 +112,7 @@ INSTANTIATE_TEST_SUITE_P(
                      record_of(48, {{0, {6}}}), 16}),
     case_name);
 
-/* --- failures ---------------------------------------------------------------------------------------------
- */
+/* --- failures --- */
 
 struct nd_failures : platform_test, testing::WithParamInterface<failure_case> {
 };
@@ -174,8 +172,7 @@ TEST_F(nd_replies, summary_is_untouched_unless_exactly_16_bytes_came)
     EXPECT_EQ(out, repeat(0x77, 16));
 }
 
-/* --- the total of the filtered list -----------------------------------------------------------------------
- */
+/* --- the total of the filtered list --- */
 
 bytes filtered_page(uint32_t cursor, uint32_t count, uint32_t total)
 {
@@ -256,8 +253,7 @@ TEST_F(nd_total, a_maximum_of_0x80000000_makes_one_request)
     EXPECT_EQ(platform().messages.size(), 1u);
 }
 
-/* --- dynamic to static ------------------------------------------------------------------------------------
- */
+/* --- dynamic to static --- */
 
 bytes nd_row(uint8_t flags, const bytes &name)
 {

@@ -236,8 +236,7 @@ struct chassisd : platform_test {
     }
 };
 
-/* --- the slot table
- * ------------------------------------------------------------------------------------------ */
+/* --- the slot table --- */
 
 bytes entry(uint16_t slot, uint16_t cpu, uint32_t type, uint32_t state, uint32_t role = 0)
 {
@@ -425,8 +424,7 @@ TEST_F(chassisd, qsm_is_found_in_any_place)
         }
 }
 
-/* --- processors
- * ------------------------------------------------------------------------------------------------ */
+/* --- processors --- */
 
 TEST_F(chassisd, cpu_info_reply_sizes_go_by_the_sub_type)
 {
@@ -598,8 +596,7 @@ TEST_F(chassisd_system_cpu, failures_leave_the_record)
     EXPECT_TRUE(output.untouched());
 }
 
-/* --- memory, bypass, temperature
- * ----------------------------------------------------------------------------- */
+/* --- memory, bypass, temperature --- */
 
 TEST_F(chassisd, slot_mem_is_ten_figures)
 {
@@ -682,8 +679,7 @@ TEST_F(chassisd, temperature_needs_a_place)
     EXPECT_EQ(platform().allocations, 0u);
 }
 
-/* --- modules
- * ---------------------------------------------------------------------------------------------------- */
+/* --- modules --- */
 
 TEST_F(chassisd, module_number_is_at_212)
 {
@@ -813,8 +809,7 @@ TEST_F(chassisd, fru_block_of_a_short_reply_is_zero_where_nothing_came)
     }
 }
 
-/* --- slot operations
- * ---------------------------------------------------------------------------------------------- */
+/* --- slot operations --- */
 
 TEST_F(chassisd, slot_cfg_answer_is_at_8)
 {

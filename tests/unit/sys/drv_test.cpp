@@ -18,8 +18,7 @@ struct drv : platform_test {
     }
 };
 
-/* --- messages in the caller's buffer
- * ------------------------------------------------------------------------------ */
+/* --- messages in the caller's buffer --- */
 
 std::vector<uint8_t> message(12570, 0xEE);
 
@@ -188,9 +187,7 @@ TEST_F(drv, eye_request_is_sent_without_waiting)
     EXPECT_TRUE(platform().messages.empty());
 }
 
-/* --- queries
- * ----------------------------------------------------------------------------------------------------------
- */
+/* --- queries --- */
 
 std::vector<sys_case> query_cases()
 {
@@ -462,9 +459,7 @@ TEST_F(drv, dp_driver_name_is_zero_on_failure)
     }
 }
 
-/* --- counters
- * -----------------------------------------------------------------------------------------------------------
- */
+/* --- counters --- */
 
 TEST_F(drv, counters_are_handed_over)
 {
@@ -509,8 +504,7 @@ TEST_F(drv, dpdk_counters_are_exactly_64_bytes)
     EXPECT_TRUE(output.untouched());
 }
 
-/* --- control requests
- * ------------------------------------------------------------------------------------------------------ */
+/* --- control requests --- */
 
 using control_call = int (*)(uint16_t, uint16_t, uint32_t, void *);
 
@@ -592,9 +586,7 @@ TEST_F(drv, control_answer_that_did_not_come_is_zero)
     }
 }
 
-/* --- direct uplink
- * -----------------------------------------------------------------------------------------------------------
- */
+/* --- direct uplink --- */
 
 const fs::path marker = "/flash/platform/direct_uplink_cpu.conf";
 

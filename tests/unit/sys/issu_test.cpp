@@ -207,8 +207,7 @@ TEST_P(issu_messages, fail_with_a_text_in_the_store)
 
 INSTANTIATE_TEST_SUITE_P(notices, issu_messages, testing::ValuesIn(notices), sys_case_name);
 
-/* --- the error text ----------------------------------------------------------------------------------------
- */
+/* --- the error text --- */
 
 /* The store lives as long as the process, so what comes before its first text needs one of its own. */
 struct issu_error_text_death : platform_test {
@@ -304,8 +303,7 @@ TEST_F(issu_error_text, names_a_missing_name)
     refuses(issu_image_clist_get(0, nullptr, 0, text, &number));
 }
 
-/* --- replies -----------------------------------------------------------------------------------------------
- */
+/* --- replies --- */
 
 struct minimum_case {
     const char *name;
@@ -498,8 +496,7 @@ INSTANTIATE_TEST_SUITE_P(
                     clist_case{"no_room", 0, 50, 50, 0, 0}, clist_case{"overstated", 1000, 500, 30, 500, 30}),
     [](const auto &one) { return one.param.name; });
 
-/* --- processor status, page by page ------------------------------------------------------------------------
- */
+/* --- processor status, page by page --- */
 
 struct seen_entry {
     bytes entry;

@@ -33,8 +33,7 @@ struct storage : platform_test {
     }
 };
 
-/* --- the order of decisions
- * ------------------------------------------------------------------------------------ */
+/* --- the order of decisions --- */
 
 const char *const disk_hardware[] = {"tq_is_hw_ls",
                                      "tq_is_hw_advantech",
@@ -191,8 +190,7 @@ TEST_F(storage, number_agrees_with_the_model_on_every_combination)
         }
 }
 
-/* --- the storage record
- * ------------------------------------------------------------------------------------------ */
+/* --- the storage record --- */
 
 static_assert(sizeof(libchassisd_block_storage) == 72);
 
@@ -312,8 +310,7 @@ TEST_F(storage, short_names)
     EXPECT_TRUE(output.untouched());
 }
 
-/* --- figures of the chassis manager
- * ------------------------------------------------------------------------------- */
+/* --- figures of the chassis manager --- */
 
 sys_case figures(const char *name, std::function<int64_t()> call, uint32_t destination, uint32_t subtype)
 {
@@ -369,8 +366,7 @@ TEST_F(storage, a_numa_io_board_tells_no_flash_figures)
     EXPECT_EQ(chassisd_get_harddisk_info(output.as<uint64_t>()), 0);
 }
 
-/* --- commands
- * ------------------------------------------------------------------------------------------------------ */
+/* --- commands --- */
 
 /* A shell that records each command before it runs it. */
 void record_commands()
@@ -686,8 +682,7 @@ TEST_F(storage, commands_are_waited_for)
     });
 }
 
-/* --- which disk
- * ---------------------------------------------------------------------------------------------------- */
+/* --- which disk --- */
 
 void link_disk(const std::string &name, const std::string &target)
 {
@@ -799,8 +794,7 @@ TEST_F(storage, hostile_entry_of_the_directory_runs_nothing)
     });
 }
 
-/* --- file system type
- * ---------------------------------------------------------------------------------------------- */
+/* --- file system type --- */
 
 std::string filesystem_of(const char *name)
 {
@@ -835,8 +829,7 @@ TEST_F(storage, filesystem_type_is_that_of_the_first_mount_of_the_device)
     });
 }
 
-/* --- device name and model
- * ------------------------------------------------------------------------------------------ */
+/* --- device name and model --- */
 
 struct device_name : storage {
 };
@@ -1026,8 +1019,7 @@ TEST_F(device_name, model_that_cannot_be_asked_for)
     });
 }
 
-/* --- the machine the tests run on
- * ------------------------------------------------------------------------------------ */
+/* --- the machine the tests run on --- */
 
 TEST_F(storage, real_mounts_have_a_real_type)
 {

@@ -341,8 +341,7 @@ TEST_F(vchassisd, two_functions_do_nothing)
     EXPECT_EQ(platform().allocations, 0u);
 }
 
-/* --- texts
- * ------------------------------------------------------------------------------------------------------- */
+/* --- texts --- */
 
 TEST(vchassisd_text, vm_states_in_full)
 {
@@ -460,8 +459,7 @@ TEST(vchassisd_text, virtual_switch_types_are_written)
     EXPECT_EQ(type, 7u);
 }
 
-/* --- conversions
- * --------------------------------------------------------------------------------------------------- */
+/* --- conversions --- */
 
 struct range_case {
     const char *text;
@@ -563,8 +561,7 @@ TEST(vchassisd_metadata_string, holds_one_item)
     EXPECT_EQ(record.count, 0u);
 }
 
-/* --- saving the configuration
- * ---------------------------------------------------------------------------------------- */
+/* --- saving the configuration --- */
 
 TEST_F(vchassisd, saves_under_its_name_with_the_local_time)
 {
