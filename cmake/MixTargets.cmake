@@ -1,5 +1,16 @@
 # Compile settings shared by every target of the tree.
 
+# Where ccache is installed, what was compiled before is not compiled again, in any preset.
+find_program(MIX_CCACHE ccache)
+mark_as_advanced(MIX_CCACHE)
+if(MIX_DEVELOPER AND MIX_CCACHE)
+    foreach(language C CXX)
+        if(NOT DEFINED CMAKE_${language}_COMPILER_LAUNCHER)
+            set(CMAKE_${language}_COMPILER_LAUNCHER ccache)
+        endif()
+    endforeach()
+endif()
+
 add_library(mix_settings INTERFACE)
 target_compile_options(mix_settings INTERFACE -Wall -Wextra -Wshadow -Wcast-align -Wformat=2
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual>)
