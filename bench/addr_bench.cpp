@@ -28,8 +28,8 @@ std::string address(std::mt19937 &random)
     return ipv4_2_str(static_cast<uint32_t>(random()), text, sizeof text);
 }
 
-/* Half are addresses, the others prefixes, beginnings, addresses with a character too many and plain words.
- */
+/* Half are addresses, the others prefixes, beginnings,
+ * addresses with a character too many and plain words. */
 std::string mixed_word(std::mt19937 &random)
 {
     std::string text = address(random);

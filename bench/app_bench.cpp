@@ -21,8 +21,8 @@ using mix::wire::app_entries;
 using mix::wire::app_first_user_defined;
 using mix::wire::app_segment;
 
-/* Where a hit stands: the first, the middle and the last entry. The last is also the whole table of a miss.
- */
+/* Where a hit stands: the first, the middle and the last entry.
+ * The last is also the whole table of a miss. */
 constexpr uint32_t front = 1, middle = app_entries / 2, last = app_entries - 1;
 
 uint8_t *base()

@@ -15,8 +15,8 @@ extern "C" {
 static char request_buffer[140], reply_buffer[3000];
 static bool request_out;
 
-/* An ARP page of as many rows as fit, which stand in the reply buffer already; so many pages, then the last.
- */
+/* An ARP page of as many rows as fit, which stand in the reply buffer already;
+ * so many pages, then the last. */
 static constexpr uint32_t arp_rows = 53, arp_pages = 40, arp_page_size = 8 + arp_rows * 56;
 static uint32_t arp_pages_left;
 

@@ -16,8 +16,8 @@ class announcer
     /* Needs CAP_NET_RAW. 0 or -errno; does nothing when it has been opened before. */
     int open();
 
-    /* Sends a frame for each of the forms (bits of mix::wire::gas_form); address in host order. 0 or -errno.
-     */
+    /* Sends a frame for each of the forms (bits of mix::wire::gas_form);
+     * address in host order. 0 or -errno. */
     int announce(uint32_t interface, uint32_t address, const mac_address &mac, uint8_t forms) const;
 
   private:

@@ -27,8 +27,8 @@ class fault_table
     int set(const mix::wire::control_fault &);
     /* How many were cleared. */
     int clear(uint32_t daemon, uint32_t type);
-    /* The fault that hits a request now, if any; counts it. A fault of the exact type goes before one of all.
-     */
+    /* The fault that hits a request now, if any; counts it.
+     * A fault of the exact type goes before one of all. */
     std::optional<fault> hit(uint8_t daemon, uint32_t type);
     [[nodiscard]] const std::vector<mix::wire::control_fault> &all() const { return faults_; }
     /* [[fault]] of a scenario. */

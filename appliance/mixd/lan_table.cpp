@@ -45,8 +45,8 @@ size_t lan_table::replace(std::vector<lan_network> wanted)
     std::vector<bool> present(wanted.size());
     std::vector<int32_t> free;
     const int32_t slots = count();
-    /* From the end: of repeated entries the last one stays, which a reader comes to whatever he has passed.
-     */
+    /* From the end: of repeated entries the last one stays,
+     * which a reader comes to whatever he has passed. */
     for (int32_t k = slots - 1; k >= 0; --k) {
         const auto found = std::lower_bound(wanted.begin(), wanted.end(), entry(k));
         const auto index = static_cast<size_t>(found - wanted.begin());

@@ -23,8 +23,8 @@ struct lease {
     bool operator==(const lease &) const = default;
 };
 
-/* Lines of another form (leases of IPv6, of other hardware than Ethernet, half-written ones) are passed over.
- */
+/* Lines of another form (leases of IPv6, of other hardware than Ethernet,
+ * half-written ones) are passed over. */
 std::vector<lease> parse_leases(std::string_view text);
 
 /* Watches the file, also while it is not there, and reads it again when it was written. */

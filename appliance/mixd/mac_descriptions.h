@@ -1,5 +1,5 @@
-/* The descriptions of MAC addresses, by virtual system. Kept by their service, read by those that show them.
- */
+/* The descriptions of MAC addresses, by virtual system.
+ * Kept by their service, read by those that show them. */
 #ifndef MIXD_MAC_DESCRIPTIONS_H
 #define MIXD_MAC_DESCRIPTIONS_H
 

@@ -85,8 +85,8 @@ class network_observer
 {
   public:
     virtual ~network_observer() = default;
-    /* Interfaces, their addresses or their masters are others now. Comes before entries that refer to them.
-     */
+    /* Interfaces, their addresses or their masters are others now.
+     * Comes before entries that refer to them. */
     virtual void interfaces_changed() {}
     virtual void neighbour_changed(const neighbour_key &, const neighbour &) {}
     virtual void neighbour_gone(const neighbour_key &) {}
@@ -103,8 +103,8 @@ class network
     network &operator=(const network &) = delete;
     ~network();
 
-    /* Tells the observer of all that is there, and of every change from now on. It must outlive the network.
-     */
+    /* Tells the observer of all that is there, and of every change from now on.
+     * It must outlive the network. */
     void observe(network_observer &);
 
     [[nodiscard]] const std::map<uint32_t, network_interface> &interfaces() const { return interfaces_; }

@@ -194,8 +194,8 @@ class positions
     size_t next_ = 0;
 };
 
-/* Rows that are looked at for one page: a filter that matches nearly nothing must not hold up other clients.
- */
+/* Rows that are looked at for one page: a filter that matches nearly nothing must not
+ * hold up other clients. */
 inline constexpr uint32_t most_rows_looked_at = 65536;
 
 /* One page of a listing. */

@@ -17,8 +17,8 @@ namespace mixd
  */
 std::string default_store(const std::string &run_dir, bool run_dir_chosen);
 
-/* Holds the directory's lock for its life. The constructor throws startup_error: not ours, in use, no place.
- */
+/* Holds the directory's lock for its life. The constructor throws startup_error:
+ * not ours, in use, no place. */
 class run_directory
 {
   public:

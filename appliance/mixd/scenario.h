@@ -84,8 +84,8 @@ class scenario_table
     uint64_t required_number(std::string_view key, uint64_t least, uint64_t most);
     std::string required_text(std::string_view key, size_t longest = 255);
 
-    /* Reports the key as missing where the table is present; for keys whose reader takes them for optional.
-     */
+    /* Reports the key as missing where the table is present;
+     * for keys whose reader takes them for optional. */
     void require(std::string_view key);
 
     /* Addresses, given as text. IPv4 comes back in host byte order, the others in wire order. */
@@ -121,8 +121,8 @@ class scenario
     explicit scenario(const std::string &file);
 
     scenario_table &top() { return *top_; }
-    /* All that was wrong, in line order; call it when every service has read its table. Closes the top table.
-     */
+    /* All that was wrong, in line order; call it when every service has read its table.
+     * Closes the top table. */
     std::vector<std::string> finish();
     /* Opens the top table again, for services that are made anew. It was in order the first time, so nobody
      * asks what is wrong with it. */

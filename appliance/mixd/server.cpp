@@ -302,8 +302,8 @@ void server::go_on_later(connection &client, endpoint &to, const message_header 
     later->hit = hit;
     later->made = std::exchange(reply_, {});
     sd_event_source *source = nullptr;
-    /* A timer that is due at once takes its place behind all that is ready now; a deferred source would not.
-     */
+    /* A timer that is due at once takes its place behind all that is ready now;
+     * a deferred source would not. */
     if (sd_event_add_time_relative(loop_, &source, CLOCK_MONOTONIC, 0, 1, on_turn, later.get()) < 0) {
         conclude(client, to, asked, -ENOMEM, hit);
         return;

@@ -1,5 +1,5 @@
-/* Descriptions of MAC addresses: message type 93 of the main local daemon, and the gateway's object for them.
- */
+/* Descriptions of MAC addresses: message type 93 of the main local daemon,
+ * and the gateway's object for them. */
 #include <cerrno>
 #include <ctime>
 

@@ -46,8 +46,8 @@ void put_hex(std::string &line, std::span<const uint8_t> bytes)
     line += '"';
 }
 
-/* Everything outside printable ASCII is written as the code of its byte, so that any path makes valid JSON.
- */
+/* Everything outside printable ASCII is written as the code of its byte,
+ * so that any path makes valid JSON. */
 void put_text(std::string &line, std::string_view text)
 {
     line += '"';

@@ -37,9 +37,8 @@ struct [[gnu::packed]] control_fault {
     uint32_t type; /* 0: every type of the daemon */
     uint32_t kind; /* fault_kind */
     int32_t value;
-    uint32_t
-        count; /* how many requests are hit; 0: all until it is cleared. In a listing: how many are left */
-    uint32_t hits; /* in a listing: how many were hit */
+    uint32_t count; /* of requests that are hit, in a listing of those left; 0: all until it is cleared */
+    uint32_t hits;  /* in a listing: how many were hit */
 };
 static_assert(sizeof(control_fault) == 24);
 static_assert(offsetof(control_fault, daemon) == 0);

@@ -3,10 +3,10 @@
  * decodes and validates by it.
  *
  * The gateway is daemon 200 of this board. All numbers are little-endian and unaligned. Message types:
- *   1 record       request: record_header, the fields (u32 each)              reply: reply_header, text
- *   2 commit       request: commit_header, cookie, attributes                 reply: reply_header, text
- *   3 read         request: as commit (operation 8)                           reply: reply_header, text, one
- * batch 4 save         request: save_header, five texts                           reply: reply_header, text
+ *   1 record   request: record_header, the fields (u32 each)          reply: reply_header, text
+ *   2 commit   request: commit_header, cookie, attributes             reply: reply_header, text
+ *   3 read     request: as commit (operation 8)                       reply: reply_header, text, one batch
+ *   4 save     request: save_header, five texts                       reply: reply_header, text
  *   5 current virtual system, request: nothing; the reply's status is its id
  * An attribute is {u8 number, u8 kind, u16 length} and its value; attributes stand in ascending order of
  * number. A text of save is a u16 length and its bytes; length 0xffff: there is none. A batch is 44 bytes of

@@ -80,8 +80,8 @@ class call
     std::vector<std::unique_ptr<uint8_t[]>> blocks_;
 };
 
-/* Where a page says how many rows it has, for answers that are pages. Row size 0: the replies are no pages.
- */
+/* Where a page says how many rows it has, for answers that are pages.
+ * Row size 0: the replies are no pages. */
 struct page_layout {
     uint16_t header = 0, row = 0, count_at = 0, count_width = 0;
 };

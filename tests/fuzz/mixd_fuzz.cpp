@@ -2,10 +2,14 @@
  * mixd in this process, and clients that send it anything over its own sockets. An input is a list of
  * messages:
  *
- *     u8 what      low two bits: 0 a request, 1 a notice, 2 a message of any kind (u8 kind next), 3 bytes
- * that are no message; any_type: u32 type next, else the endpoint's own; ungreeted: a new connection starts
- * without a hello; lying: u32 next, added to the header's length; leaving: the client hangs up at once u16
- * endpoint which of (address, message type); the connection is the address' u16 length, and the payload
+ *     u8 what        low two bits: 0 a request, 1 a notice, 2 a message of any kind (u8 kind next),
+ *                    3 bytes that are no message
+ *                    any_type: u32 type next, else the endpoint's own
+ *                    ungreeted: a new connection starts without a hello
+ *                    lying: u32 next, added to the header's length
+ *                    leaving: the client hangs up at once
+ *     u16 endpoint   which of (address, message type); the connection is the address'
+ *     u16 length, and the payload
  *
  * mixd must answer each request in order with exactly one reply, refuse what is not in order, and serve on.
  * No handler may throw. A mixd lives through many inputs, as it would; a new one is made now and then.

@@ -648,8 +648,8 @@ TEST_F(large, are_counted_a_part_at_a_time)
     }
 }
 
-/* The count is of a service that is made anew. Whether it is under way at that moment is chance, a good one.
- */
+/* The count is of a service that is made anew. Whether it is under way at that moment is
+ * chance, a good one. */
 TEST_F(large, are_not_counted_on_in_a_configuration_that_was_restored)
 {
     raw_client gateway, restoring, counting;

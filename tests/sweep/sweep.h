@@ -1,5 +1,5 @@
-/* A client's call on the scripted platform, with something made to go wrong, and all that can be seen of it.
- */
+/* A client's call on the scripted platform, with something made to go wrong,
+ * and all that can be seen of it. */
 #ifndef MIX_TESTS_SWEEP_H
 #define MIX_TESTS_SWEEP_H
 

@@ -75,8 +75,8 @@ INSTANTIATE_TEST_SUITE_P(patterns, good_suffix,
                              return one.param.pattern.empty() ? "empty" : one.param.pattern;
                          });
 
-/* The shift by its meaning: the smallest that puts equal bytes under the suffix and a different one before.
- */
+/* The shift by its meaning: the smallest that puts equal bytes under the suffix and
+ * a different one before. */
 uint16_t naive_shift(const std::string &pattern, int k)
 {
     const int length = static_cast<int>(pattern.size());

@@ -210,8 +210,8 @@ class model
 
     [[nodiscard]] size_t failure(size_t state) const { return longest_suffix(labels_[state].substr(1)); }
 
-    /* States of one byte inherit nothing, not even an empty pattern; all others their failure state's list.
-     */
+    /* States of one byte inherit nothing, not even an empty pattern;
+     * all others their failure state's list. */
     void list_matches()
     {
         lists_.resize(states());

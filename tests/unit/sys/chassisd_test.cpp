@@ -53,8 +53,8 @@ std::vector<sys_case> all_cases()
     std::vector<sys_case> cases;
     const auto add = [&](sys_case each) { cases.push_back(std::move(each)); };
 
-    /* A reply of nothing is of sub-type 0, so these requests tell that when they are answered with nothing.
-     */
+    /* A reply of nothing is of sub-type 0, so these requests tell that when they
+     * are answered with nothing. */
     add(silent(
         "slot_status",
         [] { return ask_slots([](void *o, uint32_t *n) { return get_slot_status(0, 0, o, n); }); },

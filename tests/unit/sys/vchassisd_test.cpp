@@ -4,8 +4,8 @@
 
 using namespace mixtest;
 
-/* The waits of the configuration save, without waiting: this program's sleep stands before the C library's.
- */
+/* The waits of the configuration save, without waiting:
+ * this program's sleep stands before the C library's. */
 static std::vector<unsigned> slept;
 extern "C" unsigned sleep(unsigned seconds)
 {
