@@ -326,7 +326,8 @@ std::optional<refusal> mac::add(const commit &wanted, transaction &in)
     if (!is_station(key.mac))
         return not_a_station();
     if (key.vlan > highest_vlan)
-        return refusal{result_bad_value, "the VLAN id must be 0 to 4094", "VLAN编号必须在0到4094之间"};
+        return refusal{result_bad_value, fmt::format("the VLAN id must be 0 to {}", highest_vlan),
+                       fmt::format("VLAN编号必须在0到{}之间", highest_vlan)};
     if (port.empty())
         return refusal{result_bad_value, "the port has no name", "端口名称为空"};
     if (!table_.statics().contains(key) && table_.statics().size() >= most_statics)

@@ -143,7 +143,7 @@ outcome show_bound(invocation &call)
     return outcome::done;
 }
 constexpr argument bound_arguments[] = {
-    value("VLAN", kinds::number, "VLAN to look into", {.low = 0, .high = 4094}),
+    value("VLAN", kinds::number, "VLAN to look into", {.high = wire::highest_vlan}),
     option("to", kinds::number, "last of a run of VLANs", vlan_ids)};
 
 outcome show_interface_bound(invocation &call)

@@ -22,7 +22,6 @@ using bitmap = std::array<std::uint8_t, MIX_VLAN_BITMAP_SIZE>;
 // --- lists of ids: "1,10-20,4094", or "none"
 
 constexpr std::string_view empty_list = "none";
-constexpr std::uint32_t highest_id = 4094;
 
 struct id_range {
     std::uint32_t low;
@@ -31,7 +30,8 @@ struct id_range {
 
 bool is_id(std::string_view text)
 {
-    return range_match("<1-4094>", std::string(text).c_str()) != 0 &&
+    return range_match(fmt::format("<{}-{}>", vlan_ids.low, vlan_ids.high).c_str(),
+                       std::string(text).c_str()) != 0 &&
            is_hex_str(std::string(text).c_str()) != 0;
 }
 
@@ -49,7 +49,10 @@ id_range range_of(std::string_view text)
     return {id_of(text.substr(0, hyphen)), id_of(hyphen == text.npos ? text : text.substr(hyphen + 1))};
 }
 
-constexpr std::string_view rule = "ids are 1 to 4094, the lower one first";
+std::string rule()
+{
+    return fmt::format("ids are {} to {}, the lower one first", vlan_ids.low, vlan_ids.high);
+}
 
 rating rate_element(std::string_view text)
 {
@@ -60,18 +63,18 @@ rating rate_element(std::string_view text)
     if (const auto bad = text.find_first_not_of("0123456789-"); bad != text.npos)
         return {verdict::wrong, bad, {}};
     if (!is_id(low))
-        return {verdict::wrong, low.empty() ? 0 : low.size() - 1, std::string(rule)};
+        return {verdict::wrong, low.empty() ? 0 : low.size() - 1, rule()};
     if (hyphen == text.size())
         return {};
     const auto high = text.substr(hyphen + 1);
     if (high.empty())
         return {verdict::incomplete, 0, "the last id of the range is missing"};
     if (!is_id(high))
-        return {verdict::wrong, text.size() - 1, std::string(rule)};
+        return {verdict::wrong, text.size() - 1, rule()};
     if (id_of(low) <= id_of(high))
         return {};
-    const bool may_grow = id_of(high) * 10 <= highest_id;
-    return {may_grow ? verdict::incomplete : verdict::wrong, text.size() - 1, std::string(rule)};
+    const bool may_grow = id_of(high) * 10 <= vlan_ids.high;
+    return {may_grow ? verdict::incomplete : verdict::wrong, text.size() - 1, rule()};
 }
 
 rating rate_list(const argument &, const std::string &word)

@@ -2,6 +2,7 @@
 #ifndef MIX_APPLIANCE_WIRE_PORTS_H
 #define MIX_APPLIANCE_WIRE_PORTS_H
 
+#include "appliance/wire/mac.h"
 #include "sys/drv_wire.h"
 
 namespace mix::wire
@@ -127,7 +128,7 @@ enum port_control_command : uint32_t {
 inline constexpr port_control port_controls[] = {
     {control_admin, "admin", 1, 0, 1, 1},          {control_mtu, "mtu", 1, 0, 65535, 0},
     {control_pause, "pause", 3, 0, 65535, 0},      {control_identify, "identify", 1, 0, 3600, 0},
-    {control_speed, "speed", 3, 0, 1000000, 0},    {control_vlan, "vlan", 3, 0, 4094, 0},
+    {control_speed, "speed", 3, 0, 1000000, 0},    {control_vlan, "vlan", 3, 0, highest_vlan, 0},
     {control_storm, "storm", 3, 0, 0xffffffff, 0}, {control_mirror, "mirror", 3, 0, 65535, 0},
 };
 constexpr const port_control *find_control(uint32_t command)
