@@ -164,9 +164,7 @@ void arp::load_statics(setup &with)
 {
     statement query = with.state().prepare("SELECT vrid, vsys, address, mac, option FROM arp_static");
     while (query.step()) {
-        static_arp entry{{}, static_cast<uint8_t>(query.integer(4))};
-        std::copy_n(query.blob(3).begin(), std::min(query.blob(3).size(), entry.mac.size()),
-                    entry.mac.begin());
+        const static_arp entry{query.bytes<6>(3), static_cast<uint8_t>(query.integer(4))};
         table_.put_static({static_cast<uint16_t>(query.integer(0)), static_cast<uint16_t>(query.integer(1)),
                            static_cast<uint32_t>(query.integer(2))},
                           entry);

@@ -163,7 +163,7 @@ void dhcpsn::load(setup &with)
     statement leases = with.state().prepare("SELECT mac, address, expiry, host FROM dhcpsn_lease");
     while (leases.step()) {
         lease one;
-        std::copy_n(leases.blob(0).begin(), std::min(leases.blob(0).size(), one.mac.size()), one.mac.begin());
+        one.mac = leases.bytes<6>(0);
         one.address = static_cast<uint32_t>(leases.integer(1));
         one.expiry = static_cast<uint64_t>(leases.integer(2));
         one.host = leases.text(3);

@@ -124,8 +124,8 @@ void mac::load_statics(setup &with)
         interfaces_.emplace(names.text(0));
     statement query = with.state().prepare("SELECT interface, vlan, mac, port, vsys FROM mac_static");
     while (query.step()) {
-        static_mac_key key{{}, static_cast<uint16_t>(query.integer(1)), std::string(query.text(0))};
-        std::copy_n(query.blob(2).begin(), std::min(query.blob(2).size(), key.mac.size()), key.mac.begin());
+        const static_mac_key key{query.bytes<6>(2), static_cast<uint16_t>(query.integer(1)),
+                                 std::string(query.text(0))};
         systems_[key] = static_cast<uint16_t>(query.integer(4));
         table_.put_static(key, std::string(query.text(3)));
     }

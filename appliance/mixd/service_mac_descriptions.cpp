@@ -52,8 +52,7 @@ description_service::description_service(setup &with) : kept_(with.shared_state<
 {
     statement query = with.state().prepare("SELECT vsys, mac, text, changed FROM mac_description");
     while (query.step()) {
-        description_key key{static_cast<uint16_t>(query.integer(0)), {}};
-        std::copy_n(query.blob(1).begin(), std::min(query.blob(1).size(), key.mac.size()), key.mac.begin());
+        const description_key key{static_cast<uint16_t>(query.integer(0)), query.bytes<6>(1)};
         kept_.rows.put(make_row(key, query.text(2), static_cast<uint64_t>(query.integer(3))));
     }
     with.serve(0, mac_desc_type, [this](const request &asked, reply &out) { return list(asked, out); });

@@ -173,14 +173,8 @@ nd::nd(setup &with)
 void nd::load_statics(setup &with)
 {
     statement query = with.state().prepare("SELECT interface, address, mac FROM nd_static");
-    while (query.step()) {
-        static_nd_key key{std::string(query.text(0)), {}};
-        mac_address mac{};
-        std::copy_n(query.blob(1).begin(), std::min(query.blob(1).size(), key.address.size()),
-                    key.address.begin());
-        std::copy_n(query.blob(2).begin(), std::min(query.blob(2).size(), mac.size()), mac.begin());
-        statics_[key] = mac;
-    }
+    while (query.step())
+        statics_[{std::string(query.text(0)), query.bytes<16>(1)}] = query.bytes<6>(2);
 }
 
 void nd::read(scenario_table table)

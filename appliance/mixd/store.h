@@ -5,6 +5,8 @@
 #ifndef MIXD_STORE_H
 #define MIXD_STORE_H
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -55,6 +57,15 @@ class statement
     [[nodiscard]] int64_t integer(int column) const;
     [[nodiscard]] std::string_view text(int column) const;
     [[nodiscard]] std::span<const uint8_t> blob(int column) const;
+    /* Of a fixed size; what a stored value does not reach is zero. */
+    template <size_t Size>
+    [[nodiscard]] std::array<uint8_t, Size> bytes(int column) const
+    {
+        std::array<uint8_t, Size> bytes{};
+        const std::span<const uint8_t> stored = blob(column);
+        std::copy_n(stored.begin(), std::min(stored.size(), Size), bytes.begin());
+        return bytes;
+    }
     [[nodiscard]] bool null(int column) const;
 
   private:
