@@ -14,7 +14,6 @@ namespace mixd
 namespace
 {
 
-constexpr uint32_t highest_slot = 253; /* node 254; the address that no daemon has is in node 255 */
 constexpr uint16_t most_cpus = 64;
 constexpr scenario_word<bool> roles[] = {{"main", false}, {"standby", false}, {"service", true}};
 

@@ -14,6 +14,8 @@ namespace mixd
 
 using mix::wire::address_parts;
 
+inline constexpr uint32_t highest_slot = 253; /* node 254; the address that no daemon has is in node 255 */
+
 struct board {
     uint32_t slot = 0;
     std::string name;        /* of the scenario, or "slotN" */

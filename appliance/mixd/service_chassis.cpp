@@ -165,7 +165,7 @@ void chassis::read_cards(setup &with)
 
 void chassis::read_slot(scenario_table &row, const board_model &boards)
 {
-    const auto slot = static_cast<uint32_t>(row.required_number("slot", 0, 253));
+    const auto slot = static_cast<uint32_t>(row.required_number("slot", 0, highest_slot));
     if (boards.in_slot(slot) == nullptr)
         row.fail("slot", fmt::format("there is no board in slot {}", slot));
     card &one = cards_[slot];

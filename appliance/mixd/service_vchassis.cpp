@@ -122,7 +122,7 @@ void vchassis::read(scenario_table &table)
 {
     mode_ = static_cast<uint16_t>(table.number("service_mode", 0, 0, UINT16_MAX));
     for (scenario_table &row : table.rows("host"))
-        hosts_.describe(row, {static_cast<uint32_t>(row.required_number("slot", 0, 253)),
+        hosts_.describe(row, {static_cast<uint32_t>(row.required_number("slot", 0, highest_slot)),
                               static_cast<uint32_t>(row.required_number("flavour", 2, 8)),
                               static_cast<uint32_t>(row.required_number("count", 0, UINT32_MAX))});
     for (scenario_table &row : table.rows("tenant")) {
@@ -134,7 +134,7 @@ void vchassis::read(scenario_table &table)
         std::memcpy(one.is.ipv6, ipv6.data(), sizeof one.is.ipv6);
         std::memcpy(one.is.mac, mac.data(), sizeof one.is.mac);
         one.is.vlan = static_cast<uint16_t>(row.number("vlan", 0, 0, highest_vlan));
-        one.is.slot = static_cast<uint32_t>(row.number("slot", 0, 0, 253));
+        one.is.slot = static_cast<uint32_t>(row.number("slot", 0, 0, highest_slot));
         one.is.state = static_cast<uint32_t>(row.number("state", state_active, 0, 43));
         tenants_.describe(row, one);
     }
