@@ -23,11 +23,6 @@ constexpr char folder[] = "/dev/shm";
 /* How long a client that makes the segment itself may take from its name to its size and its lock. */
 constexpr int patience_ms = 500;
 
-[[noreturn]] void fail(const std::string &what)
-{
-    throw startup_error(fmt::format("{}: {}", what, std::strerror(errno)));
-}
-
 /* Waits until a condition holds; false: it did not in time. */
 bool await(const std::function<bool()> &condition)
 {

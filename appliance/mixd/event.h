@@ -2,6 +2,7 @@
 #ifndef MIXD_EVENT_H
 #define MIXD_EVENT_H
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -51,6 +52,12 @@ class descriptor
   private:
     int fd_ = -1;
 };
+
+/* mixd can't start without what has just failed by errno. */
+[[noreturn]] inline void fail(const std::string &what)
+{
+    throw startup_error(fmt::format("{}: {}", what, std::strerror(errno)));
+}
 
 /* The library's own calls fail with -errno, all for lack of resources while mixd starts. */
 inline void need(int result, std::string_view what)

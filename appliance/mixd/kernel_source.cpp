@@ -195,7 +195,7 @@ netlink_socket open_socket(unsigned groups)
 {
     netlink_socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC));
     if (!socket || mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) < 0)
-        need(-errno, "netlink socket");
+        fail("netlink socket");
     return socket;
 }
 

@@ -20,11 +20,6 @@ using mix::wire::environment;
 
 constexpr int backlog = 128;
 
-[[noreturn]] void fail(const std::string &what)
-{
-    throw startup_error(fmt::format("{}: {}", what, std::strerror(errno)));
-}
-
 } // namespace
 
 std::string default_store(const std::string &run_dir, bool run_dir_chosen)
