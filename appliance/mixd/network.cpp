@@ -1,6 +1,7 @@
 #include "appliance/mixd/network.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <fmt/format.h>
 
 #include "appliance/mixd/hosts.h"
@@ -261,6 +262,19 @@ void network::sweep_forwarding()
 {
     for (const forwarding_key &key : missed(forwarding_, generation_ - 1))
         remove(key);
+}
+
+int32_t network::clear(std::span<const neighbour_key> gone)
+{
+    int32_t cleared = 0;
+    for (const neighbour_key &key : gone) {
+        const int result = kernel_ ? kernel_->delete_neighbour(key) : 0;
+        if (result < 0 && result != -ENOENT)
+            return cleared != 0 ? cleared : result;
+        remove(key); /* the kernel's own event comes later and finds nothing */
+        ++cleared;
+    }
+    return cleared;
 }
 
 void network::refresh()

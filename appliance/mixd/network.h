@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -147,6 +148,9 @@ class network
     void sweep_forwarding();
     /* Tells of changed interfaces, once after any number of them. */
     void settle();
+
+    /* Takes neighbours away, out of the kernel too. How many, or -errno when the first can't be. */
+    int32_t clear(std::span<const neighbour_key>);
 
     /* At the start of a listing: what comes after it will be of now. Never waits. */
     void refresh();

@@ -119,7 +119,6 @@ class arp : public service
     [[nodiscard]] bool matches(const arp_mac_request &, const arp_row &) const;
     [[nodiscard]] arp_mac_row join(const arp_row &, uint32_t now) const;
     [[nodiscard]] uint32_t count_proxies(const arp_proxy_key &, uint16_t vrid) const;
-    int remove_neighbour(const arp_row &);
     static int on_scan(sd_event_source *, uint64_t, void *data);
     void scan_some();
 
@@ -490,16 +489,6 @@ int32_t arp::joined_count(const request &asked, reply &out) const
 
 /* --- clearing and scanning --- */
 
-int arp::remove_neighbour(const arp_row &row)
-{
-    const neighbour_key key = ipv4_neighbour(row.interface_index, row.address);
-    kernel_source *kernel = network_.kernel();
-    const int result = kernel != nullptr ? kernel->delete_neighbour(key) : 0;
-    if (result == 0 || result == -ENOENT)
-        network_.remove(key); /* the kernel's own event comes later and finds nothing */
-    return result == -ENOENT ? 0 : result;
-}
-
 /* The status is how many were cleared. A very large table is cleared by repeating the request. */
 int32_t arp::clear(const request &asked)
 {
@@ -510,19 +499,13 @@ int32_t arp::clear(const request &asked)
                             wanted.third};
     if (asked.at.slot != here_)
         return 0;
-    std::vector<arp_row> gone;
+    std::vector<neighbour_key> gone;
     table_.rows().walk({}, [&](const arp_row &row) {
         if (matches(row) && is_dynamic(row) && (wanted.option == arp_clear_all || is_unresolved(row)))
-            gone.push_back(row);
+            gone.push_back(ipv4_neighbour(row.interface_index, row.address));
         return gone.size() < most_cleared_at_once;
     });
-    int32_t cleared = 0;
-    for (const arp_row &row : gone) {
-        if (const int result = remove_neighbour(row); result < 0)
-            return cleared != 0 ? cleared : result;
-        ++cleared;
-    }
-    return cleared;
+    return network_.clear(gone);
 }
 
 /* The status is how many addresses will be asked for. */

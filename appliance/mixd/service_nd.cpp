@@ -385,15 +385,7 @@ int32_t nd::clear(const request &asked)
             gone.push_back({neighbour_family::ipv6, one.interface, address_of(one.row.address)});
         return gone.size() < most_cleared_at_once;
     });
-    int32_t cleared = 0;
-    for (const neighbour_key &key : gone) {
-        const int result = network_.kernel() != nullptr ? network_.kernel()->delete_neighbour(key) : 0;
-        if (result < 0 && result != -ENOENT)
-            return cleared != 0 ? cleared : result;
-        network_.remove(key);
-        ++cleared;
-    }
-    return cleared;
+    return network_.clear(gone);
 }
 
 int32_t nd::summary(const request &asked, reply &out) const
