@@ -11,13 +11,6 @@ using namespace mix::wire;
 namespace
 {
 
-/* The bridge of a configured entry whose interface is not there: such entries stand behind all others of
- * their address, each by a number of its own. */
-uint32_t absent_bridge(std::string_view name)
-{
-    return 0x80000000u | static_cast<uint32_t>(std::hash<std::string_view>{}(name));
-}
-
 uint16_t flags_of(const forwarding_entry &entry)
 {
     uint16_t flags = entry.learned_elsewhere ? mac_entry_learned_elsewhere : 0;
@@ -52,7 +45,7 @@ const mac_record *mac_table::find(const mac_address &mac, uint32_t bridge) const
 mac_key mac_table::key_of(const static_mac_key &key) const
 {
     const network_interface *bridge = network_.interface(key.interface);
-    return {key.mac, key.vlan, bridge != nullptr ? bridge->index : absent_bridge(key.interface)};
+    return {key.mac, key.vlan, bridge != nullptr ? bridge->index : absent_interface(key.interface)};
 }
 
 bool mac_table::is_static(const mac_key &key) const

@@ -18,6 +18,11 @@ uint32_t monotonic_seconds()
     return static_cast<uint32_t>(mix::wire::monotonic_ns() / 1'000'000'000);
 }
 
+uint32_t absent_interface(std::string_view name)
+{
+    return 0x80000000u | static_cast<uint32_t>(std::hash<std::string_view>{}(name));
+}
+
 /* The last four bytes count. */
 template <size_t Size>
 static std::array<uint8_t, Size> add(std::array<uint8_t, Size> from, uint32_t steps)

@@ -172,6 +172,10 @@ class network
     std::unique_ptr<kernel_source> kernel_;
 };
 
+/* Stands for the index of an interface that is not there: rows of configured entries have it in their keys,
+ * where it is above every index and tells the entries of one name from those of another. */
+uint32_t absent_interface(std::string_view name);
+
 /* The address that many above another; only the last four bytes change. */
 mac_address counted_up(const mac_address &from, uint32_t steps);
 ipv6_address counted_up(const ipv6_address &from, uint32_t steps);

@@ -42,7 +42,7 @@ struct nd_key {
     uint16_t virtual_router;
     uint16_t virtual_system;
     ipv6_address address;
-    uint32_t interface; /* index; of a static one whose interface is not there, a number of its name's */
+    uint32_t interface; /* index, or absent_interface */
 
     auto operator<=>(const nd_key &) const = default;
 };
@@ -220,9 +220,7 @@ void nd::show_static(const static_nd_key &key, const mac_address &mac)
 {
     const network_interface *on = network_.interface(key.interface);
     nd_record one{};
-    one.interface = on != nullptr
-                        ? on->index
-                        : 0x80000000u | static_cast<uint32_t>(std::hash<std::string>{}(key.interface));
+    one.interface = on != nullptr ? on->index : absent_interface(key.interface);
     std::copy(key.address.begin(), key.address.end(), one.row.address);
     one.row.age = monotonic_seconds();
     one.row.vrid = on != nullptr ? network_.router_of(*on) : usual_virtual_router;
