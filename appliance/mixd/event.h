@@ -66,6 +66,23 @@ inline void need(int result, std::string_view what)
         throw startup_error(fmt::format("{}: {}", what, std::strerror(-result)));
 }
 
+/* A timer of the monotonic clock that waits for go_off_after, or for a time that is set. */
+inline event_source idle_timer(sd_event *loop, sd_event_time_handler_t when_due, void *data,
+                               std::string_view what)
+{
+    sd_event_source *timer = nullptr;
+    need(sd_event_add_time(loop, &timer, CLOCK_MONOTONIC, 0, 1000, when_due, data), what);
+    sd_event_source_set_enabled(timer, SD_EVENT_OFF);
+    return event_source(timer);
+}
+
+/* Once, that long after now. */
+inline void go_off_after(const event_source &timer, uint64_t delay_us)
+{
+    sd_event_source_set_time_relative(timer.get(), delay_us);
+    sd_event_source_set_enabled(timer.get(), SD_EVENT_ONESHOT);
+}
+
 } // namespace mixd
 
 #endif

@@ -64,10 +64,7 @@ lease_file::lease_file(std::string path, sd_event *loop, on_change changed)
     const size_t slash = path_.rfind('/');
     directory_ = slash == std::string::npos ? "." : path_.substr(0, std::max<size_t>(slash, 1));
     name_ = slash == std::string::npos ? path_ : path_.substr(slash + 1);
-    sd_event_source *timer = nullptr;
-    need(sd_event_add_time(loop_, &timer, CLOCK_MONOTONIC, 0, 1000, on_timer, this), "lease file timer");
-    timer_.reset(timer);
-    sd_event_source_set_enabled(timer, SD_EVENT_OFF);
+    timer_ = idle_timer(loop_, on_timer, this, "lease file timer");
     watch();
     read();
 }
@@ -83,13 +80,7 @@ void lease_file::watch()
                              on_event, this);
     directory_source_.reset(result < 0 ? nullptr : source);
     if (result < 0)
-        read_soon(look_again_us);
-}
-
-void lease_file::read_soon(uint64_t after_us)
-{
-    sd_event_source_set_time_relative(timer_.get(), after_us);
-    sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
+        go_off_after(timer_, look_again_us);
 }
 
 int lease_file::on_event(sd_event_source *, const struct inotify_event *event, void *data)
@@ -100,7 +91,7 @@ int lease_file::on_event(sd_event_source *, const struct inotify_event *event, v
         self->directory_source_.reset();
     if (directory_gone || (event->mask & IN_Q_OVERFLOW) != 0 ||
         (event->len != 0 && self->name_ == event->name))
-        self->read_soon(settle_us);
+        go_off_after(self->timer_, settle_us);
     return 0;
 }
 

@@ -43,7 +43,6 @@ class lease_file
     static int on_timer(sd_event_source *, uint64_t, void *data);
     void watch();
     void read();
-    void read_soon(uint64_t after_us);
 
     std::string path_;
     std::string directory_;

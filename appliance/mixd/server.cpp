@@ -336,8 +336,7 @@ void server::take_turn(long_answer &later)
     });
     if (reply_.go_on) {
         std::swap(reply_, later.made);
-        sd_event_source_set_time_relative(later.turn.get(), 0);
-        sd_event_source_set_enabled(later.turn.get(), SD_EVENT_ONESHOT);
+        go_off_after(later.turn, 0);
         return;
     }
     end(later, status);

@@ -368,14 +368,14 @@ void application::follow()
     }
 }
 
-int application::on_timer(sd_event_source *source, uint64_t, void *data)
+int application::on_timer(sd_event_source *, uint64_t, void *data)
 {
     auto *self = static_cast<application *>(data);
     if (self->to_be_loaded_)
         self->load_again();
     self->follow();
-    sd_event_source_set_time_relative(source, follow_every_us);
-    return sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
+    go_off_after(self->timer_, follow_every_us);
+    return 0;
 }
 
 } // namespace

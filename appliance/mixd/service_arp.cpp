@@ -150,10 +150,7 @@ arp::arp(setup &with)
     load_statics(with);
     read(with.scenario("arp"));
     table_.begin();
-    sd_event_source *timer = nullptr;
-    need(sd_event_add_time(with.loop(), &timer, CLOCK_MONOTONIC, 0, 1000, on_scan, this), "scan timer");
-    scan_timer_.reset(timer);
-    sd_event_source_set_enabled(timer, SD_EVENT_OFF);
+    scan_timer_ = idle_timer(with.loop(), on_scan, this, "scan timer");
     with.serve_on_boards(0, arp_type,
                          [this](const request &asked, reply &out) { return answer(asked, out); });
     with.on_commit(object_arp, [this](const commit &wanted, transaction &in) { return change(wanted, in); });
@@ -557,10 +554,8 @@ void arp::scan_some()
         entry.confirmed = monotonic_seconds();
         network_.put(key, entry);
     }
-    if (to_scan_.empty())
-        return;
-    sd_event_source_set_time_relative(scan_timer_.get(), scan_interval_us);
-    sd_event_source_set_enabled(scan_timer_.get(), SD_EVENT_ONESHOT);
+    if (!to_scan_.empty())
+        go_off_after(scan_timer_, scan_interval_us);
 }
 
 /* --- static entries --- */

@@ -89,10 +89,7 @@ gratuitous_arp::gratuitous_arp(setup &with)
       senders_(with.state(), "gratuitous_arp")
 {
     read(with.scenario("gratuitous_arp"));
-    sd_event_source *timer = nullptr;
-    need(sd_event_add_time(loop_, &timer, CLOCK_MONOTONIC, 0, 1000, on_timer, this), "announcement timer");
-    timer_.reset(timer);
-    sd_event_source_set_enabled(timer, SD_EVENT_OFF);
+    timer_ = idle_timer(loop_, on_timer, this, "announcement timer");
     with.serve(0, gas_type, [this](const request &asked, reply &out) { return answer(asked, out); });
     with.on_commit(object_gas, [this](const commit &wanted, transaction &in) { return change(wanted, in); });
 }
