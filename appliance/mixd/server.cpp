@@ -52,6 +52,12 @@ std::vector<uint8_t> datagram_of(const message_header &header, std::span<const u
     return whole;
 }
 
+std::string other_version(uint16_t of_client)
+{
+    return fmt::format("mixd {} speaks version {} of the protocol, the client speaks version {}", version,
+                       mix::wire::protocol_version, of_client);
+}
+
 } // namespace
 
 server::server(sd_event *loop, const run_directory &run, registry &known, fault_table &faults)
@@ -165,8 +171,7 @@ void server::take(connection &client, std::span<const uint8_t> datagram, size_t 
     message_header header{};
     const header_fault wrong = check_header(datagram.data(), received, header);
     if (wrong == header_fault::other_version) {
-        refuse(client, fmt::format("mixd {} speaks version {} of the protocol, the client speaks version {}",
-                                   version, mix::wire::protocol_version, uint16_t{header.version}));
+        refuse(client, other_version(header.version));
         return;
     }
     if (wrong != header_fault::none) {
@@ -201,8 +206,7 @@ void server::greet(connection &client, const message_header &header, std::span<c
     mix::wire::hello_payload hello{};
     std::memcpy(&hello, payload.data(), sizeof hello);
     if (hello.version != mix::wire::protocol_version) {
-        refuse(client, fmt::format("mixd {} speaks version {} of the protocol, the client speaks version {}",
-                                   version, mix::wire::protocol_version, uint16_t{hello.version}));
+        refuse(client, other_version(hello.version));
         return;
     }
     client.from.program = mix::wire::text_in(hello.program);
@@ -219,8 +223,7 @@ void server::greet(connection &client, const message_header &header, std::span<c
 void server::answer(connection &client, const message_header &header, std::span<const uint8_t> payload)
 {
     const bool one_way = static_cast<message_kind>(uint16_t{header.kind}) == message_kind::notice;
-    reply_.bytes.clear();
-    reply_.go_on = nullptr;
+    reply_.clear();
     endpoint *to = registry_.find(join_address(client.at->to), header.type);
     if (!to) {
         if (!one_way)
@@ -265,15 +268,13 @@ int32_t server::measured(endpoint &to, Work &&work)
     try {
         status = work();
     } catch (const std::exception &failure) {
-        reply_.bytes.clear();
-        reply_.go_on = nullptr;
+        reply_.clear();
         log(priority::error, fmt::format("service {}, type {}: {}", to.service, to.type, failure.what()));
     }
     if (reply_.bytes.size() > mix::wire::maximum_payload) {
         log(priority::error, fmt::format("service {}, type {}: a reply of {} bytes is longer than any may be",
                                          to.service, to.type, reply_.bytes.size()));
-        reply_.bytes.clear();
-        reply_.go_on = nullptr;
+        reply_.clear();
         status = -EMSGSIZE;
     }
     const auto took = static_cast<uint64_t>(monotonic_ns() - began);

@@ -96,6 +96,11 @@ struct reply {
      */
     std::function<std::optional<int32_t>(reply &)> go_on;
 
+    void clear()
+    {
+        bytes.clear();
+        go_on = nullptr;
+    }
     void append(const void *data, size_t size)
     {
         const auto *from = static_cast<const uint8_t *>(data);

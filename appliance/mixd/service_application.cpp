@@ -93,6 +93,12 @@ void put(app_entry &slot, app_entry one)
     __atomic_store_n(&slot.in_use, uint8_t{1}, __ATOMIC_RELEASE);
 }
 
+void log_counts()
+{
+    log(priority::info, fmt::format("application catalogue: {} applications, {} of them predefined",
+                                    *cur_app_num, *cur_predef_app_num));
+}
+
 class application : public service
 {
   public:
@@ -153,8 +159,7 @@ application::application(setup &with) : store_(with.state()), file_(with.setting
         sd_event_add_time_relative(with.loop(), &source, CLOCK_MONOTONIC, follow_every_us, 0, on_timer, this),
         "timer of the application catalogue");
     timer_ = event_source(source);
-    log(priority::info, fmt::format("application catalogue: {} applications, {} of them predefined",
-                                    *cur_app_num, *cur_predef_app_num));
+    log_counts();
 }
 
 application::~application()
@@ -237,8 +242,7 @@ void application::load_again()
     to_be_loaded_ = false;
     tq_app_table_reset();
     load();
-    log(priority::info, fmt::format("application catalogue: {} applications, {} of them predefined",
-                                    *cur_app_num, *cur_predef_app_num));
+    log_counts();
 }
 
 /* After a reset: attributes are only ever written over, so those of the last file would stay. */
