@@ -399,9 +399,8 @@ int32_t port_driver::show_dp_driver(const request &asked, reply &out) const
     dp_drv_record is{};
     is.port = wanted.b;
     is.up = is_up(name) ? 1 : 0;
-    const std::string mac = word_in(interfaces / name / "address");
-    std::sscanf(mac.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &is.mac[0], &is.mac[1], &is.mac[2], &is.mac[3],
-                &is.mac[4], &is.mac[5]);
+    if (const auto mac = read_mac(word_in(interfaces / name / "address")))
+        std::copy(mac->begin(), mac->end(), is.mac);
     fill_text(is.driver, driver_name(name));
     return headed(asked.record<drv_head>(), out, is);
 }
