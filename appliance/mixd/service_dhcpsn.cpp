@@ -3,9 +3,8 @@
  * which are changed and read back through the gateway.
  *
  * Bindings come from the lease file of the DHCP server on this host, and are kept in the store, so that they
- * are there again after a restart, whatever became of the file. A scenario has bindings of its own:
- * [[dhcpsn.binding]],
- * [[dhcpsn.many]]; and may name a lease file.
+ * are there again after a restart, whatever became of the file. A scenario has bindings of its own
+ * ([[dhcpsn.binding]], [[dhcpsn.many]]), and may name a lease file.
  */
 #include <cerrno>
 #include <charconv>

@@ -3,8 +3,7 @@
  *
  * Images are files of one directory (the scenario's [upgrade] images, else "images" beside the store): a line
  * "VERSION <text>", then the lists "UP-LIST" and "DOWN-LIST" of versions that the image can replace, each
- * entry on a line, each list ended by a line "END". An upgrade steps through the boards' processors by a
- * timer
+ * entry on a line, each list ended by a line "END". A timer steps an upgrade through the boards' processors
  * ([upgrade] step_ms); what runs is kept in the store.
  */
 #include <cerrno>
