@@ -116,6 +116,13 @@ std::string words_of(std::span<const uint8_t> payload)
     return words;
 }
 
+int32_t other_version(uint16_t of_daemon, explanation &why)
+{
+    why.say("the daemon speaks protocol version %u, this program version %u", unsigned{of_daemon},
+            unsigned{protocol_version});
+    return -EPROTO;
+}
+
 std::span<const uint8_t> payload_in(std::span<const uint8_t> room, size_t received)
 {
     return room.subspan(sizeof(message_header), std::min(received, room.size()) - sizeof(message_header));
@@ -134,10 +141,8 @@ int32_t judge(std::span<const uint8_t> room, size_t received, message_header &he
     if (fault == header_fault::none)
         return 0;
     if (fault == header_fault::other_version)
-        why.say("the daemon speaks protocol version %u, this program version %u",
-                static_cast<unsigned>(header.version), static_cast<unsigned>(protocol_version));
-    else
-        why.say("the daemon sent %s (%zu bytes)", describe(fault), received);
+        return other_version(header.version, why);
+    why.say("the daemon sent %s (%zu bytes)", describe(fault), received);
     return -EPROTO;
 }
 
@@ -162,11 +167,7 @@ int32_t shake_hands(connection &with, const deadline &until, std::span<uint8_t> 
     }
     welcome_payload welcome;
     std::memcpy(&welcome, room.data() + sizeof(header), sizeof(welcome));
-    if (welcome.version == protocol_version)
-        return 0;
-    why.say("the daemon speaks protocol version %u, this program version %u",
-            static_cast<unsigned>(welcome.version), static_cast<unsigned>(protocol_version));
-    return -EPROTO;
+    return welcome.version == protocol_version ? 0 : other_version(welcome.version, why);
 }
 
 } // namespace
