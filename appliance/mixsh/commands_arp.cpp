@@ -113,7 +113,7 @@ void search_table(invocation &call, table &rows)
         key |= wire::arp_search_mac;
     }
     if (const char *name = call.text("interface")) {
-        std::strncpy(filter.interface, name, sizeof filter.interface - 1);
+        wire::fill_text(filter.interface, name);
         key |= wire::arp_search_interface;
     }
     if (const auto wanted = call.chosen("state")) {
@@ -309,7 +309,7 @@ outcome show_proxies(invocation &call)
         key.mask = value.mask;
     }
     if (const char *name = call.text("interface"))
-        std::strncpy(key.interface, name, sizeof key.interface - 1);
+        wire::fill_text(key.interface, name);
     const auto passed_on = std::bit_cast<std::array<std::uint8_t, sizeof key>>(key);
     const int entries =
         get_proxy_arp_items_count(vsys_of(call), vr_of(call), passed_on.data(), 0, node_of(call), 0);

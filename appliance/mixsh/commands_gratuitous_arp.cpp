@@ -20,21 +20,12 @@ constexpr choice form_words[] = {
     {"both", "as a request and a reply", wire::gas_every_form},
 };
 
-std::string_view word_of_state(std::uint8_t state)
-{
-    switch (state) {
-    case wire::gas_configured:
-        return "configured";
-    case wire::gas_waiting:
-        return "waiting";
-    case wire::gas_announcing:
-        return "announcing";
-    case wire::gas_failing:
-        return "failing";
-    default:
-        return "unknown";
-    }
-}
+constexpr choice state_words[] = {
+    {"configured", "the system is not told of it", wire::gas_configured},
+    {"waiting", "its interface is not there", wire::gas_waiting},
+    {"announcing", "announced at its interval", wire::gas_announcing},
+    {"failing", "the last announcement could not be sent", wire::gas_failing},
+};
 
 constexpr column columns[] = {
     {.title = "Address", .key = "address", .at_least = 15},
@@ -62,7 +53,7 @@ int print_row(const void *row, void *context, int)
     if (to->address && *to->address != one.address)
         return 0;
     to->rows->row({ipv4_text(one.address), field_text(one.interface), mac_text(one.mac), one.interval,
-                   word_of(form_words, one.option), word_of_state(one.state), one.sent, one.vrid,
+                   word_of(form_words, one.option), word_of(state_words, one.state), one.sent, one.vrid,
                    one.error != 0 ? cell(std::strerror(static_cast<int>(one.error))) : cell()});
     return 0;
 }

@@ -4,6 +4,7 @@
 #include "appliance/mixsh/times.h"
 #include "appliance/wire/mac.h"
 
+#include <libmix/bitmap.h>
 #include <libmix/mac.h>
 
 namespace mixsh
@@ -135,7 +136,7 @@ outcome show_bound(invocation &call)
     if (last < first)
         return call.misused("the last VLAN is below the first");
     for (std::uint16_t id = first; id <= last; ++id)
-        vlans[id / 8] = static_cast<std::uint8_t>(vlans[id / 8] | 1u << id % 8);
+        bitmap_port_set_vid(vlans, id);
     const bool bound = is_if_bound_with_l2_mac_vlan_bitmap(0, vlans) != 0;
     if (failed_silently())
         return call.fail(asking(wire::mac_bound), "the VLANs can't be looked into");

@@ -50,7 +50,7 @@ outcome show_snapshots(invocation &call)
 outcome restore(invocation &call)
 {
     wire::snapshot_name wanted{};
-    std::strncpy(wanted.name, call.text("NAME"), sizeof wanted.name - 1);
+    wire::fill_text(wanted.name, call.text("NAME"));
     if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
         return call.fail(control::about(wire::control_restore_snapshot),
                          "the saved configuration was not restored");
