@@ -191,10 +191,13 @@ void exec_ipv6_nd_dynamic_to_static_callback(const void *row) noexcept
     const uint8_t state = (flags >> wire::nd_state_shift) & wire::nd_state_mask;
     if ((flags & wire::nd_flag_static) != 0 || state == wire::nd_state_kept)
         return;
-    /* The name ends within its field, whatever the daemon sent. */
-    char name[wire::nd_row_interface_size + 1] = {};
-    std::memcpy(name, bytes + wire::nd_row_interface, wire::nd_row_interface_size);
-    const char *ifname = name;
+    const char *ifname = static_cast<const char *>(row) + wire::nd_row_interface;
+    /* The row's own name is passed on. Only one that fills its field, and so has no end, is copied. */
+    char full_name[wire::nd_row_interface_size + 1] = {};
+    if (std::memchr(ifname, '\0', wire::nd_row_interface_size) == nullptr) {
+        std::memcpy(full_name, ifname, wire::nd_row_interface_size);
+        ifname = full_name;
+    }
     static_cast<void>(
         frame::commit({.object = final_set_neighbor_neighbor,
                        .type = frame::mgi_set,

@@ -268,6 +268,7 @@ bytes nd_row(uint8_t flags, const bytes &name)
 
 struct nd_conversion : platform_test {
     bytes seen_address, seen_mac;
+    const char *seen_ifname = nullptr;
     std::string seen_name;
     int others = 0;
 
@@ -277,7 +278,8 @@ struct nd_conversion : platform_test {
         platform().on_commit = [this](const mgi_message &message, const std::string &) {
             const auto *from = static_cast<const uint8_t *>(message.attr[0]);
             seen_address = bytes(from, from + 16);
-            seen_name = *static_cast<const char *const *>(message.attr[1]);
+            seen_ifname = *static_cast<const char *const *>(message.attr[1]);
+            seen_name = seen_ifname;
             from = static_cast<const uint8_t *>(message.attr[2]);
             seen_mac = bytes(from, from + 6);
             for (int number = 3; number < 16; number++)
@@ -303,10 +305,15 @@ TEST_F(nd_conversion, commits_the_rows_address_interface_and_mac)
     EXPECT_EQ(platform().console, "") << "a refusal is not told";
 }
 
-TEST_F(nd_conversion, reads_the_name_within_its_field)
+TEST_F(nd_conversion, passes_the_rows_own_name_or_a_copy_of_one_without_an_end)
 {
-    exec_ipv6_nd_dynamic_to_static_callback(nd_row(0, repeat('x', 32)).data());
-    EXPECT_EQ(seen_name, std::string(32, 'x'));
+    for (const size_t length : {0, 5, 31, 32}) {
+        const bytes row = nd_row(0, text_field(std::string(length, 'x'), 32));
+        exec_ipv6_nd_dynamic_to_static_callback(row.data());
+        const void *in_row = row.data() + 22;
+        EXPECT_EQ(seen_ifname == in_row, length < 32) << length;
+        EXPECT_EQ(seen_name, std::string(length, 'x'));
+    }
 }
 
 TEST_F(nd_conversion, leaves_static_rows_and_those_in_state_2)
