@@ -84,22 +84,13 @@ void core::bring_all_to_store()
 
 void core::start_services_again()
 {
-    sd_event_source *source = nullptr;
-    need(sd_event_add_defer(loop_.get(), &source, on_store_replaced, this), "starting the services again");
-    again_.reset(source);
-    sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
-}
-
-int core::on_store_replaced(sd_event_source *, void *data)
-{
-    auto &self = *static_cast<core *>(data);
     try {
-        self.remake_services();
+        remake_services();
     } catch (const std::exception &failure) {
         log(priority::error, fmt::format("the services can't start again: {}", failure.what()));
-        sd_event_exit(self.loop_.get(), -EIO);
+        sd_event_exit(loop_.get(), -EIO);
+        throw;
     }
-    return 0;
 }
 
 /* The addresses stay: boards and scenario are those that mixd started with. */

@@ -34,8 +34,8 @@ class core final : public setup
 
     /* So that a copy of the store has everything. */
     void bring_all_to_store();
-    /* The store's content was replaced: once the request that is being answered has been answered, and before
-     * any other, every service starts from the store again. Clients stay connected. */
+    /* The store's content was replaced: every service is made anew and starts from the store again. Clients
+     * stay connected. The caller's own service is gone when this returns, so it belongs into a go_on. */
     void start_services_again();
 
     void serve(uint8_t daemon, uint32_t type, handler) override;
@@ -61,7 +61,6 @@ class core final : public setup
   private:
     void make_services();
     void remake_services();
-    static int on_store_replaced(sd_event_source *, void *data);
     void watch_signals();
     void add(const address_parts &, uint32_t type, const board &, const handler &);
     static int on_hangup(sd_event_source *, const struct signalfd_siginfo *, void *data);
@@ -81,7 +80,6 @@ class core final : public setup
     std::vector<std::unique_ptr<service>> services_;
     std::unique_ptr<server> server_;
     std::vector<event_source> signals_;
-    event_source again_;
 };
 
 } // namespace mixd

@@ -324,29 +324,29 @@ int server::on_turn(sd_event_source *, uint64_t, void *data)
 
 void server::take_turn(long_answer &later)
 {
-    if (!connections_.contains(later.connection)) {
-        long_answers_.erase(&later); /* the client did not wait for it */
+    auto node = long_answers_.extract(&later); /* what it does may end all others */
+    if (!connections_.contains(later.connection))
+        return; /* the client did not wait for it */
+    std::swap(reply_, later.made);
+    auto turn = std::exchange(reply_.go_on, nullptr);
+    const int32_t status = measured(*later.to, [&] {
+        const std::optional<int32_t> over = turn(reply_);
+        if (!over)
+            reply_.go_on = std::move(turn);
+        return over.value_or(0);
+    });
+    if (!reply_.go_on) {
+        end(later, status);
         return;
     }
     std::swap(reply_, later.made);
-    const int32_t status = measured(*later.to, [&] {
-        const std::optional<int32_t> over = reply_.go_on(reply_);
-        if (over)
-            reply_.go_on = nullptr;
-        return over.value_or(0);
-    });
-    if (reply_.go_on) {
-        std::swap(reply_, later.made);
-        go_off_after(later.turn, 0);
-        return;
-    }
-    end(later, status);
+    go_off_after(later.turn, 0);
+    long_answers_.insert(std::move(node));
 }
 
 /* With what stands in reply_. */
-void server::end(long_answer &later, int32_t status)
+void server::end(const long_answer &later, int32_t status)
 {
-    const auto node = long_answers_.extract(&later);
     const auto found = connections_.find(later.connection);
     if (found == connections_.end())
         return;
@@ -358,10 +358,11 @@ void server::end(long_answer &later, int32_t status)
 
 void server::end_long_answers(int32_t status)
 {
-    while (!long_answers_.empty()) {
+    for (const auto &[later, owned] : std::exchange(long_answers_, {})) {
         reply_ = {};
-        end(*long_answers_.begin()->first, status);
+        end(*later, status);
     }
+    reply_ = {};
 }
 
 /* Sends what stands in reply_, as the fault wants it. */

@@ -32,7 +32,8 @@ class server
 
     /* Opens a socket for each address of the registry. */
     void listen();
-    /* Gives answers that are being worked at up: the services that work at them go. */
+    /* Gives answers that are being worked at up, but for the one whose turn it is: the services that work at
+     * them go. */
     void end_long_answers(int32_t status);
     [[nodiscard]] size_t clients() const { return connections_.size(); }
     [[nodiscard]] size_t addresses() const { return listeners_.size(); }
@@ -94,7 +95,7 @@ class server
     void go_on_later(connection &, endpoint &, const mix::wire::message_header &asked,
                      const std::optional<fault> &hit);
     void take_turn(long_answer &);
-    void end(long_answer &, int32_t status);
+    void end(const long_answer &, int32_t status);
     void conclude(connection &, endpoint &, const mix::wire::message_header &asked, int32_t status,
                   const std::optional<fault> &hit);
     void finish(connection &, const mix::wire::message_header &asked, int32_t status, const fault *hit);

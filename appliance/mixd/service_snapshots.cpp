@@ -1,7 +1,7 @@
 /*
  * Saved configurations: the gateway's save makes a snapshot of the whole store, a file beside it in
  * "snapshots". A snapshot that is restored replaces the store's content, and the services start from it again
- * before the next request is answered.
+ * before that is answered.
  */
 #include <array>
 #include <cerrno>
@@ -43,15 +43,19 @@ class snapshots : public service
                    [this](const request &asked, reply &out) { return save(asked, out); });
         with.serve(control_daemon, control_list_snapshots,
                    [this](const request &asked, reply &out) { return list(asked, out); });
-        with.serve(control_daemon, control_restore_snapshot,
-                   [this](const request &asked, reply &) { return restore(asked); });
+        with.serve(control_daemon, control_restore_snapshot, [this](const request &asked, reply &out) {
+            out.go_on = [this, name = std::string(text_in(asked.record<snapshot_name>().name))](reply &) {
+                return restore(name);
+            };
+            return 0;
+        });
     }
 
   private:
     int32_t save(const request &, reply &);
     gateway_reply take(const save_request &);
     int32_t list(const request &, reply &);
-    int32_t restore(const request &);
+    int32_t restore(std::string_view name);
     [[nodiscard]] fs::path file_of(std::string_view name) const
     {
         return directory_ / (std::string(name) + ".db");
@@ -156,11 +160,10 @@ int copy_database(const std::string &from, sqlite3 *to)
     return result == SQLITE_DONE ? 0 : -EIO;
 }
 
-/* The list of snapshots is not part of what a snapshot takes back. */
-int32_t snapshots::restore(const request &asked)
-try {
-    const auto wanted = asked.record<snapshot_name>();
-    const std::string name(text_in(wanted.name));
+/* In one turn of the loop, so that nobody meets the old services on the new store. The list of snapshots is
+ * not part of what a snapshot takes back. */
+int32_t snapshots::restore(std::string_view name)
+{
     struct entry {
         int64_t id;
         std::string name, saver, time;
@@ -179,17 +182,20 @@ try {
         return -ENOENT;
     if (const int failed = copy_database(file_of(name), store_.handle()); failed != 0)
         return failed;
-    all_.start_services_again();
-    transaction in(store_);
-    for (const entry &each : known)
-        in.run("INSERT OR REPLACE INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
-               std::string_view(each.name), std::string_view(each.saver), std::string_view(each.time));
-    in.commit();
+    int32_t status = 0;
+    try {
+        transaction in(store_);
+        for (const entry &each : known)
+            in.run("INSERT OR REPLACE INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
+                   std::string_view(each.name), std::string_view(each.saver), std::string_view(each.time));
+        in.commit();
+    } catch (const store_error &failed) {
+        log(priority::error, fmt::format("the list of snapshots: {}", failed.what()));
+        status = -EIO;
+    }
     log(priority::notice, fmt::format("snapshot {} is restored", name));
-    return 0;
-} catch (const store_error &failed) {
-    log(priority::error, failed.what());
-    return -EIO;
+    all_.start_services_again(); /* and this one is gone */
+    return status;
 }
 
 } // namespace
