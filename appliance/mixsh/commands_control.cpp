@@ -57,7 +57,7 @@ outcome show_daemons(invocation &call)
     std::map<std::uint32_t, answer_time> asked;
     table rows(call.out(), daemon_columns);
     const bool listed =
-        control::each_row<wire::control_service>(call, wire::control_list_services, [&](const auto &row) {
+        control::each_row<wire::control_service>(wire::control_list_services, [&](const auto &row) {
             const std::uint32_t address = row.address;
             if (!asked.contains(address))
                 asked[address] = ping(address);
@@ -79,7 +79,7 @@ outcome show_daemons(invocation &call)
 outcome show_version(invocation &call)
 {
     call.out().record({{"mixsh", "mixsh", MIXSH_VERSION}});
-    const auto answer = control::ask(call, wire::control_about_type, nullptr, 0);
+    const auto answer = control::ask(wire::control_about_type, nullptr, 0);
     wire::control_about about{};
     if (!answer.came)
         return call.fail(control::about(wire::control_about_type), "the version of mixd can't be read");

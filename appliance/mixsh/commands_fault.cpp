@@ -43,7 +43,7 @@ outcome set_fault(invocation &call)
         fault.value = call.number_or<std::int32_t>(which.value, 0);
     if (which.kind == wire::fault_kind::refuse)
         fault.value = -fault.value;
-    if (!control::ask(call, wire::control_set_fault, &fault, sizeof fault).came)
+    if (!control::ask(wire::control_set_fault, &fault, sizeof fault).came)
         return call.fail(control::about(wire::control_set_fault), "the fault was not set");
     return outcome::done;
 }
@@ -57,7 +57,7 @@ outcome show_faults(invocation &call)
 {
     table rows(call.out(), fault_columns);
     const bool listed =
-        control::each_row<wire::control_fault>(call, wire::control_list_faults, [&](const auto &row) {
+        control::each_row<wire::control_fault>(wire::control_list_faults, [&](const auto &row) {
             const auto kind = static_cast<wire::fault_kind>(std::uint32_t{row.kind});
             const auto which = std::ranges::find(faults, kind, &fault_name::kind);
             const bool known = which != std::end(faults);
@@ -84,7 +84,7 @@ outcome clear_faults(invocation &call)
         return call.misused("a type goes with a daemon");
     clear.daemon = call.number_or<std::uint32_t>("daemon", wire::every_daemon);
     clear.type = call.number_or<std::uint32_t>("type", 0);
-    const auto answer = control::ask(call, wire::control_clear_faults, &clear, sizeof clear);
+    const auto answer = control::ask(wire::control_clear_faults, &clear, sizeof clear);
     if (!answer.came)
         return call.fail(control::about(wire::control_clear_faults), "the faults were not cleared");
     call.out().record({{"Cleared", "cleared", answer.status}});

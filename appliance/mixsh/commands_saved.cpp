@@ -36,7 +36,7 @@ outcome show_snapshots(invocation &call)
 {
     table rows(call.out(), snapshot_columns);
     const bool read =
-        control::each_row<wire::snapshot_row>(call, wire::control_list_snapshots, [&](const auto &row) {
+        control::each_row<wire::snapshot_row>(wire::control_list_snapshots, [&](const auto &row) {
             return rows.row(
                 {field_text(row.name), field_text(row.when), field_text(row.saver), std::uint64_t{row.size}});
         });
@@ -51,13 +51,28 @@ outcome restore(invocation &call)
 {
     wire::snapshot_name wanted{};
     wire::fill_text(wanted.name, call.text("NAME"));
-    if (!control::ask(call, wire::control_restore_snapshot, &wanted, sizeof wanted).came)
+    if (!control::ask(wire::control_restore_snapshot, &wanted, sizeof wanted).came)
         return call.fail(control::about(wire::control_restore_snapshot),
                          "the saved configuration was not restored");
     return outcome::done;
 }
+
+std::vector<candidate> suggest_saved(const argument &, const std::string &)
+{
+    std::vector<candidate> found;
+    control::each_row<wire::snapshot_row>(wire::control_list_snapshots, [&](const auto &row) {
+        found.push_back({field_text(row.name), field_text(row.when)});
+        return true;
+    });
+    return found;
+}
+
+const kind saved_name{
+    "", "the name of a saved configuration",
+    [](const argument &self, const std::string &word) { return kinds::word.rate(self, word); },
+    suggest_saved};
 constexpr argument restore_arguments[] = {
-    value("NAME", kinds::word, "a saved configuration", {.longest = 63})};
+    value("NAME", saved_name, "a saved configuration", {.longest = 63})};
 
 constexpr command commands[] = {
     {"add saved", "save the configuration", save},

@@ -67,11 +67,10 @@ constexpr column vm_columns[] = {{.title = "Slot", .key = "slot"},
 outcome show_vms(invocation &call)
 {
     table rows(call.out(), vm_columns);
-    const bool read =
-        control::each_row<wire::vchassis_vm_row>(call, wire::control_list_vms, [&](const auto &row) {
-            return rows.row({std::uint32_t{row.slot}, vchassisd_vm_type2str(row.type),
-                             vchassisd_vm_flavor2str(row.flavour), vchassisd_vm_state2str(row.state)});
-        });
+    const bool read = control::each_row<wire::vchassis_vm_row>(wire::control_list_vms, [&](const auto &row) {
+        return rows.row({std::uint32_t{row.slot}, vchassisd_vm_type2str(row.type),
+                         vchassisd_vm_flavor2str(row.flavour), vchassisd_vm_state2str(row.state)});
+    });
     rows.end();
     return read ? outcome::done
                 : call.fail(control::about(wire::control_list_vms), "the VMs can't be listed");
@@ -84,8 +83,8 @@ outcome show_slots(invocation &call)
 {
     table rows(call.out(), slot_columns);
     const auto told = [](std::uint32_t number) { return number != wire::vchassis_not_told; };
-    const bool read = control::each_row<wire::vchassis_slot_row>(
-        call, wire::control_list_vchassis_slots, [&](const auto &row) {
+    const bool read =
+        control::each_row<wire::vchassis_slot_row>(wire::control_list_vchassis_slots, [&](const auto &row) {
             return rows.row({std::uint32_t{row.slot},
                              told(row.state) ? cell(vchassisd_vm_state2str(row.state)) : cell(),
                              told(row.disk) ? cell(std::uint32_t{row.disk}) : cell()});

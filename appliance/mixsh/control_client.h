@@ -25,7 +25,7 @@ struct answer {
     std::vector<std::uint8_t> bytes;
 };
 
-answer ask(invocation &call, std::uint32_t type, const void *request, std::uint32_t length);
+answer ask(std::uint32_t type, const void *request, std::uint32_t length);
 
 // A record at an offset; false if the bytes end before it does.
 template <typename Record>
@@ -38,16 +38,16 @@ bool read(const std::vector<std::uint8_t> &bytes, std::size_t at, Record &out)
 }
 
 // Whether the bytes are a page of whole rows; if not, the reason has been kept for the failure.
-bool is_page(invocation &call, const answer &page, std::size_t row_size);
+bool is_page(const answer &page, std::size_t row_size);
 
 // Hands every row of a listing to `take` until that answers false. False after a failure.
 template <typename Row, typename Take>
-bool each_row(invocation &call, std::uint32_t type, Take take)
+bool each_row(std::uint32_t type, Take take)
 {
     mix::wire::control_list list{};
     do {
-        const auto page = ask(call, type, &list, sizeof list);
-        if (!page.came || !is_page(call, page, sizeof(Row)))
+        const auto page = ask(type, &list, sizeof list);
+        if (!page.came || !is_page(page, sizeof(Row)))
             return false;
         mix::wire::control_page header{};
         read(page.bytes, 0, header);

@@ -166,7 +166,7 @@ std::optional<std::array<std::uint8_t, 6>> invocation::mac(std::string_view name
     return address;
 }
 
-print_callback invocation::print() const
+print_callback invocation::print()
 {
     return collect;
 }

@@ -73,7 +73,7 @@ class invocation
 
     // --- failures
     // Give this to libmix as its print callback: what it prints is kept as the reason of a failure.
-    print_callback print() const;
+    static print_callback print();
     // What libmix has said so far in this command, without the last newline; empty if nothing.
     std::string said() const;
     // The usual end of a command whose exchange failed: what libmix said, where the request went, what the

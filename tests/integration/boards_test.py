@@ -323,6 +323,15 @@ class SavedConfigurations(OnTheMaster):
         self.assertEqual([row["name"] for row in self.json("show saved")], ["vchassis-1", "vchassis-2"])
         self.refused("set saved restore nothing", "was not restored")
 
+    def test_saved_configurations_are_offered_by_their_names(self):
+        self.assertEqual(self.offered("set saved restore "), [])
+        self.ok("add saved")
+        self.ok("add saved")
+        self.assertEqual(self.offered("set saved restore "), ["vchassis-1", "vchassis-2"])
+        self.assertEqual(self.offered("set saved restore vchassis-2"), ["vchassis-2"])
+        self.assertEqual(self.offered("set saved restore x"), [])
+        self.mixd.stop()
+        self.assertEqual(self.offered("set saved restore "), [])
 
     def test_nothing_is_saved_without_a_gateway(self):
         self.mixd.stop()

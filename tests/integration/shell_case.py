@@ -50,6 +50,10 @@ class ShellCase(unittest.TestCase):
             self.assertIn(reason, finished.stderr)
         return finished
 
+    def offered(self, line):
+        """The words that may stand at the end of a line, as the tabulator offers them."""
+        return [each.split("\t")[0] for each in self.ok(options=[f"--complete={line}"]).stdout.splitlines()]
+
     def restart(self):
         """As after a power cut."""
         self.mixd.kill()
