@@ -2,6 +2,7 @@
 #include "appliance/mixsh/shared.h"
 #include "appliance/wire/ports.h"
 
+#include <algorithm>
 #include <libmix/drv.h>
 #include <memory>
 
@@ -12,8 +13,6 @@ namespace
 {
 
 namespace wire = mix::wire;
-
-constexpr argument port_value = value("PORT", kinds::number, "a port, counted from 0", {.high = 65535});
 
 request asking(wire::drv_code code)
 {
@@ -40,14 +39,84 @@ Record at(const std::uint8_t *bytes, std::size_t offset)
     return out;
 }
 
+// --- ports by name
+
+// Asks for the statistics of all ports of a board; they come in the order of the ports' numbers.
+bool read_ports(message &into, std::uint16_t slot)
+{
+    drv_unit_port_stats_msg_init(into.data(), slot, 0, 0, 0, 0, 0);
+    return drv_get_port_stats(into.data(), static_cast<std::uint32_t>(into.size())) == 0;
+}
+
+std::size_t ports_in(const message &answer)
+{
+    const auto head = at<wire::port_stats_head>(answer.data(), wire::drv_data);
+    return std::min<std::size_t>(head.count, wire::most_port_stats);
+}
+
+wire::port_stats_record port_in(const message &answer, std::size_t which)
+{
+    return at<wire::port_stats_record>(answer.data(), wire::drv_data + sizeof(wire::port_stats_head) +
+                                                          which * sizeof(wire::port_stats_record));
+}
+
+bool is_number(std::string_view word)
+{
+    return word.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+rating rate_port(const argument &self, const std::string &word)
+{
+    return (is_number(word) ? kinds::number : kinds::interface_name).rate(self, word);
+}
+
+std::vector<candidate> suggest_ports(const argument &, const std::string &)
+{
+    std::vector<candidate> found;
+    message answer = fresh();
+    if (read_ports(answer, 0))
+        for (std::size_t i = 0; i < ports_in(answer); i++)
+            found.push_back({field_text(port_in(answer, i).name), fmt::format("port {}", i)});
+    return found;
+}
+
+const kind port_kind{"PORT", "the name of a port, or its number", rate_port, suggest_ports};
+
+constexpr argument port_value =
+    value("PORT", port_kind, "a port: its name, or its number from 0", {.high = 65535});
+
+// Runs a command on the port that is meant; on port 0 if it was left out.
+template <outcome (*Run)(invocation &, std::uint16_t port)>
+outcome on_port(invocation &call)
+{
+    const std::string_view wanted = call.text_or("PORT", "");
+    if (is_number(wanted))
+        return Run(call, call.number_or<std::uint16_t>("PORT", 0));
+    const bool elsewhere = std::ranges::count(call.which().arguments, "slot", &argument::name) != 0;
+    message answer = fresh();
+    if (!read_ports(answer, elsewhere ? slot_of(call) : 0))
+        return call.fail(asking(wire::drv_port_stats), "the names of the ports can't be read");
+    for (std::size_t i = 0; i < ports_in(answer); i++)
+        if (field_text(port_in(answer, i).name) == wanted)
+            return Run(call, static_cast<std::uint16_t>(i));
+    return call.fail(fmt::format("the board has no port \"{}\"", wanted),
+                     "\"show port statistics\" tells their names");
+}
+
 // --- statistics
 
 constexpr column stats_columns[] = {
-    {.title = "Board", .key = "board"},         {.title = "Port", .key = "port"},
-    {.title = "In bytes", .key = "in_bytes"},   {.title = "In packets", .key = "in_packets"},
-    {.title = "Errors", .key = "in_errors"},    {.title = "Dropped", .key = "in_dropped"},
-    {.title = "Out bytes", .key = "out_bytes"}, {.title = "Out packets", .key = "out_packets"},
-    {.title = "Errors", .key = "out_errors"},   {.title = "Dropped", .key = "out_dropped"},
+    {.title = "Board", .key = "board"},
+    {.title = "Number", .key = "port_number"},
+    {.title = "Port", .key = "port"},
+    {.title = "In bytes", .key = "in_bytes"},
+    {.title = "In packets", .key = "in_packets"},
+    {.title = "Errors", .key = "in_errors"},
+    {.title = "Dropped", .key = "in_dropped"},
+    {.title = "Out bytes", .key = "out_bytes"},
+    {.title = "Out packets", .key = "out_packets"},
+    {.title = "Errors", .key = "out_errors"},
+    {.title = "Dropped", .key = "out_dropped"},
 };
 
 std::vector<cell> stats_cells(const std::string &board, const wire::port_stats_record &one)
@@ -65,13 +134,13 @@ std::vector<cell> stats_cells(const std::string &board, const wire::port_stats_r
             n(wire::sent_dropped)};
 }
 
-outcome show_stats(invocation &call)
+outcome show_stats(invocation &call, std::uint16_t port)
 {
     message asked = fresh();
-    const auto port = call.number("PORT");
+    const bool one = call.has("PORT");
     const auto cpu = call.number_or<std::uint16_t>("cpu", 0);
-    if (port)
-        drv_port_stats_msg_init(asked.data(), slot_of(call), cpu, static_cast<std::uint16_t>(*port), 0, 0);
+    if (one)
+        drv_port_stats_msg_init(asked.data(), slot_of(call), cpu, port, 0, 0);
     else
         drv_unit_port_stats_msg_init(asked.data(), slot_of(call), cpu, 0, 0, 0, 0);
     const auto length = static_cast<std::uint32_t>(asked.size());
@@ -81,25 +150,24 @@ outcome show_stats(invocation &call)
         return call.fail(asking(wire::drv_port_stats), "the statistics can't be read");
     const auto head = at<wire::port_stats_head>(asked.data(), wire::drv_data);
     table rows(call.out(), stats_columns);
-    for (std::size_t i = 0; i < std::min<std::size_t>(head.count, wire::most_port_stats); i++)
-        rows.row(
-            stats_cells(field_text(head.board),
-                        at<wire::port_stats_record>(asked.data(), wire::drv_data + sizeof head +
-                                                                      i * sizeof(wire::port_stats_record))));
+    for (std::size_t i = 0; i < ports_in(asked); i++) {
+        std::vector<cell> cells = stats_cells(field_text(head.board), port_in(asked, i));
+        cells.insert(cells.begin() + 1, one ? port : i);
+        rows.row(std::move(cells));
+    }
     return outcome::done;
 }
 constexpr argument stats_arguments[] = {
-    optional_value("PORT", kinds::number, "one port; without it every port", {.high = 65535}), slot_option,
+    optional_value("PORT", port_kind, "one port; without it every port", {.high = 65535}), slot_option,
     cpu_option};
 
 constexpr column driver_stats_columns[] = {{.title = "Board", .key = "board"},
                                            {.title = "Counter", .key = "counter"},
                                            {.title = "Value", .key = "value"}};
 
-outcome show_driver_stats(invocation &call)
+outcome show_driver_stats(invocation &call, std::uint16_t port)
 {
     table rows(call.out(), driver_stats_columns);
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     const auto cpu = call.number_or<std::uint16_t>("cpu", 0);
     std::uint32_t all = 1;
     for (std::uint32_t first = 0, page = 0; first < all && page <= UINT8_MAX; page++) {
@@ -163,9 +231,8 @@ constexpr argument bridge_arguments[] = {
 
 // --- one port
 
-outcome show_port(invocation &call)
+outcome show_port(invocation &call, std::uint16_t port)
 {
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     std::uint64_t words[5] = {};
     if (drv_get_port_info(slot_of(call), port, words) < 0 || !call.said().empty())
         return call.fail(asking(wire::drv_port_info), "the port can't be read");
@@ -177,8 +244,8 @@ outcome show_port(invocation &call)
     drv_get_port_drv_info_msg_init(asked.data(), slot_of(call), port, 0);
     const bool known = drv_get_port_drv_info(asked.data(), static_cast<std::uint32_t>(asked.size())) == 0;
     const auto driver = at<wire::port_drv_record>(asked.data(), wire::drv_data);
-    call.out().record({{"Port", "port", std::uint32_t{port}},
-                       {"Name", "name", known ? cell(field_text(driver.name)) : cell()},
+    call.out().record({{"Number", "port_number", port},
+                       {"Port", "port", known ? cell(field_text(driver.name)) : cell()},
                        {"Up", "up", is.up != 0},
                        {"Processor", "cpu", cpu},
                        {"Mbit/s", "mbit_per_s", unless_zero(std::uint64_t{is.mbit_per_second})},
@@ -201,9 +268,8 @@ outcome show_count(invocation &call)
 }
 constexpr argument count_arguments[] = {slot_option};
 
-outcome show_driver(invocation &call)
+outcome show_driver(invocation &call, std::uint16_t port)
 {
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     const request exchange{wire::drv_main, wire::drv_type, wire::drv_dp_drv_info};
     char name[sizeof(wire::dp_drv_record::driver)] = {};
     std::uint64_t words[sizeof(wire::dp_drv_record) / sizeof(std::uint64_t)] = {};
@@ -212,7 +278,7 @@ outcome show_driver(invocation &call)
         return call.fail(exchange, "the data plane's driver can't be read");
     wire::dp_drv_record is;
     std::memcpy(&is, words, sizeof is);
-    call.out().record({{"Port", "port", std::uint32_t{port}},
+    call.out().record({{"Number", "port_number", port},
                        {"Driver", "driver", name},
                        {"Up", "up", is.up != 0},
                        {"MAC address", "mac", mac_text(is.mac)}});
@@ -220,23 +286,21 @@ outcome show_driver(invocation &call)
 }
 constexpr argument driver_arguments[] = {port_value};
 
-outcome show_validity(invocation &call)
+outcome show_validity(invocation &call, std::uint16_t port)
 {
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     const int answer = drv_is_port_vaild(slot_of(call), 0, port, 0);
     if (!call.said().empty())
         return call.fail(asking(wire::drv_port_valid), "the driver can't be asked");
-    call.out().record({{"Port", "port", std::uint32_t{port}},
+    call.out().record({{"Number", "port_number", port},
                        {"Valid", "valid", answer > 0},
                        {"Below the count", "counted", is_port_valid(slot_of(call), port) != 0}});
     return outcome::done;
 }
 
 // The lane settings of a port: two bytes that are the driver's own.
-outcome lanes(invocation &call)
+outcome lanes(invocation &call, std::uint16_t port)
 {
     message asked = fresh();
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     const bool set = call.which().words == "set port lanes";
     if (set)
         drv_port_stats_msg_init_set_px_config(asked.data(), slot_of(call), 0, 0, port,
@@ -256,20 +320,18 @@ constexpr argument set_lanes_arguments[] = {
     port_value, value("FIRST", kinds::number, "first setting", {.high = 255}),
     value("SECOND", kinds::number, "second setting", {.high = 255}), slot_option};
 
-outcome measure_eye(invocation &call)
+outcome measure_eye(invocation &call, std::uint16_t port)
 {
     message asked = fresh();
-    drv_port_stats_msg_init_eye(asked.data(), slot_of(call), 0, 0, call.number_or<std::uint16_t>("PORT", 0),
-                                0, 0);
+    drv_port_stats_msg_init_eye(asked.data(), slot_of(call), 0, 0, port, 0, 0);
     if (drv_get_port_eye_stats(asked.data(), static_cast<std::uint32_t>(asked.size())) != 0)
         return call.fail(asking(wire::drv_eye), "the message was not sent");
     return outcome::done;
 }
 
-outcome measure_serdes(invocation &call)
+outcome measure_serdes(invocation &call, std::uint16_t port)
 {
     message asked = fresh();
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     const auto given = call.texts("BYTE");
     std::uint8_t record[wire::drv_serdes_size] = {};
     if (given.size() > std::size(record))
@@ -352,7 +414,7 @@ outcome show_control(invocation &call)
     return outcome::done;
 }
 
-outcome set_control(invocation &call)
+outcome set_control(invocation &call, std::uint16_t port)
 {
     std::uint32_t data[wire::most_control_words] = {};
     const auto given = call.texts("VALUE");
@@ -362,12 +424,12 @@ outcome set_control(invocation &call)
         return call.misused("the request takes fewer values");
     for (std::size_t i = 0; i < given.size(); i++)
         data[i] = static_cast<std::uint32_t>(std::strtoul(given[i], nullptr, 0));
-    if (remote_dev_ioctl(slot_of(call), call.number_or<std::uint16_t>("DEVICE", 0), command, data) != 0)
+    if (remote_dev_ioctl(slot_of(call), port, command, data) != 0)
         return call.fail(asking(wire::drv_dev_ioctl), "the control request was not executed");
     return outcome::done;
 }
 constexpr argument control_arguments[] = {
-    value("DEVICE", kinds::number, "a port of the board", {.high = 65535}),
+    port_value,
     value("COMMAND", kinds::number,
           "62 up or down, 64 MTU, 66 pause, 68 identify, 69 speed, 70 VLAN, 77 storm, 78 mirror",
           {.low = 62, .high = 78}),
@@ -379,9 +441,8 @@ constexpr column setting_columns[] = {{.title = "Setting", .key = "setting"},
                                       {.title = "Third", .key = "third"}};
 
 // Word by word, as the one control request with an answer has it.
-outcome show_settings(invocation &call)
+outcome show_settings(invocation &call, std::uint16_t port)
 {
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     table rows(call.out(), setting_columns);
     for (const wire::port_control &each : wire::port_controls) {
         std::vector<cell> cells(1 + wire::most_control_words);
@@ -398,10 +459,9 @@ outcome show_settings(invocation &call)
 }
 
 // A whole message of the driver's, executed by the board.
-outcome set_lanes_remotely(invocation &call)
+outcome set_lanes_remotely(invocation &call, std::uint16_t port)
 {
     message asked = fresh();
-    const auto port = call.number_or<std::uint16_t>("PORT", 0);
     drv_port_stats_msg_init_set_px_config(asked.data(), 0, 0, 0, port,
                                           call.number_or<std::uint8_t>("FIRST", 0),
                                           call.number_or<std::uint8_t>("SECOND", 0));
@@ -428,24 +488,26 @@ outcome set_uplink(invocation &call)
 constexpr argument uplink_arguments[] = {value("STATE", kinds::one_of, "on or off", on_off)};
 
 constexpr command commands[] = {
-    {"show port", "one port and its driver", show_port, port_arguments},
+    {"show port", "one port and its driver", on_port<show_port>, port_arguments},
     {"show port count", "how many ports a board has", show_count, count_arguments},
-    {"show port statistics", "counters of ports", show_stats, stats_arguments},
-    {"show port details", "what a port's driver counts by itself", show_driver_stats, driver_stats_arguments},
+    {"show port statistics", "counters of ports", on_port<show_stats>, stats_arguments},
+    {"show port details", "what a port's driver counts by itself", on_port<show_driver_stats>,
+     driver_stats_arguments},
     {"show port bridge", "counters of a bridge and its ports", show_bridge, bridge_arguments},
-    {"show port valid", "whether a board has a port", show_validity, port_arguments},
-    {"show port lanes", "lane settings of a port", lanes, port_arguments},
-    {"set port lanes", "change the lane settings of a port", lanes, set_lanes_arguments},
-    {"set port eye", "let a port's eye diagram be measured", measure_eye, port_arguments},
-    {"show port serdes", "let a port's serial lanes be measured", measure_serdes, serdes_arguments},
-    {"show port driver", "the data plane's driver of a port", show_driver, driver_arguments},
+    {"show port valid", "whether a board has a port", on_port<show_validity>, port_arguments},
+    {"show port lanes", "lane settings of a port", on_port<lanes>, port_arguments},
+    {"set port lanes", "change the lane settings of a port", on_port<lanes>, set_lanes_arguments},
+    {"set port eye", "let a port's eye diagram be measured", on_port<measure_eye>, port_arguments},
+    {"show port serdes", "let a port's serial lanes be measured", on_port<measure_serdes>, serdes_arguments},
+    {"show port driver", "the data plane's driver of a port", on_port<show_driver>, driver_arguments},
     {"show port counters", "packets that processors received", show_counters, counter_arguments},
     {"clear port buffers", "drain the packet buffers of a board", drain, count_arguments},
     {"show port control", "which board executes control requests", show_control, count_arguments},
-    {"set port control", "execute a control request on a board", set_control, control_arguments},
-    {"set port control lanes", "execute a change of lane settings on a board", set_lanes_remotely,
+    {"set port control", "execute a control request on a board", on_port<set_control>, control_arguments},
+    {"set port control lanes", "execute a change of lane settings on a board", on_port<set_lanes_remotely>,
      set_lanes_arguments},
-    {"show port settings", "what control requests have set of a port", show_settings, port_arguments},
+    {"show port settings", "what control requests have set of a port", on_port<show_settings>,
+     port_arguments},
     {"show uplink", "direct uplink", show_uplink},
     {"set uplink", "switch direct uplink", set_uplink, uplink_arguments},
 };

@@ -119,7 +119,7 @@ class Ports(OnTheMaster):
         if not names:
             self.skipTest("this machine has no interface but the loopback")
         shown = self.one("show port 0")
-        self.assertEqual(shown["name"], names[0][1])
+        self.assertEqual(shown["port"], names[0][1])
         with open(f"/sys/class/net/{names[0][1]}/mtu", encoding="ascii") as file:
             self.assertEqual(shown["mtu_bytes"], int(file.read()))
         self.refused(f"show port {len(names)}", "can't be read")
@@ -145,7 +145,7 @@ class Ports(OnTheMaster):
     def test_the_data_planes_driver_has_the_ports_address(self):
         if not self.one("show port count")["ports"]:
             self.skipTest("this machine has no interface but the loopback")
-        name = self.one("show port 0")["name"]
+        name = self.one("show port 0")["port"]
         with open(f"/sys/class/net/{name}/address", encoding="ascii") as file:
             address = file.read().strip()
         self.assertEqual(self.one("show port driver 0")["mac"], address if address.strip("0:") else None)
@@ -167,7 +167,7 @@ class Ports(OnTheMaster):
 
     def test_ports_are_valid_below_the_count(self):
         count = self.one("show port count")["ports"]
-        self.assertEqual(self.one(f"show port valid {count}"), {"port": count, "valid": False, "counted": False})
+        self.assertEqual(self.one(f"show port valid {count}"), {"port_number": count, "valid": False, "counted": False})
         if count:
             self.assertTrue(self.one("show port valid 0")["valid"])
 

@@ -18,7 +18,7 @@ class Ports(ShellCase):
 
     def number_of(self, name):
         for port in range(self.one("show port count")["ports"]):
-            if self.one(f"show port {port}")["name"] == name:
+            if self.one(f"show port {port}")["port"] == name:
                 return port
         raise AssertionError(f"{name} is no port")
 
@@ -33,6 +33,29 @@ class Ports(ShellCase):
             self.assertEqual(self.one(f"show port {port}")["driver"], driver)
             self.assertEqual(self.one(f"show port driver {port}")["driver"], driver)
             self.assertEqual(self.one(f"show port {port}")["bus"], "virtual")
+
+    def test_a_port_is_meant_by_its_name_or_its_number(self):
+        self.link("type veth peer name v1", "v0")
+        numbers = {name: self.number_of(name) for name in ("v0", "v1")}
+        self.assertNotEqual(numbers["v0"], numbers["v1"])
+        listed = {row["port"]: row["port_number"] for row in self.json("show port statistics")}
+        for name, number in numbers.items():
+            self.assertEqual(listed[name], number)
+            self.assertEqual(self.one(f"show port {name}"), self.one(f"show port {number}"))
+            for port in (name, number):
+                alone = self.one(f"show port statistics {port}")
+                self.assertEqual((alone["port"], alone["port_number"]), (name, number))
+            self.assertEqual(self.one(f"show port driver {name}")["port_number"], number)
+            self.assertEqual(self.one(f"show port valid {name}"), {"port_number": number, "valid": True, "counted": True})
+            self.ok(f"set port control {name} 64 {1000 + number}", f"set port lanes {name} {number} 7")
+            self.assertEqual(self.one(f"show port {name}")["mtu_bytes"], 1000 + number)
+            self.assertEqual(self.one(f"show port lanes {number}"), {"first": number, "second": 7})
+        self.refused("show port v2", 'the board has no port "v2"', "show port statistics")
+        self.refused("show port 70000", "a number from 0 to 65535", status=2)
+
+    def test_ports_are_offered_by_their_names(self):
+        self.link("type veth peer name v1", "v0")
+        self.assertEqual(sorted(self.offered("show port statistics v")), ["v0", "v1"])
 
     def test_the_drivers_own_counters(self):
         self.link("type veth peer name v1", "v0")
