@@ -32,20 +32,27 @@ struct prefix {
     unsigned bits;
 };
 
+/* Digits and nothing else: a stream would take "-1" for 4294967295. */
+std::optional<uint32_t> read_number(std::string_view text)
+{
+    uint32_t value = 0;
+    const char *end = text.data() + text.size();
+    const auto [last, failed] = std::from_chars(text.data(), end, value);
+    if (failed != std::errc() || last != end)
+        return {};
+    return value;
+}
+
 std::optional<prefix> read_prefix(std::string_view text)
 {
     const size_t slash = text.find('/');
     in_addr address;
-    unsigned bits = 32;
     if (inet_pton(AF_INET, std::string(text.substr(0, slash)).c_str(), &address) != 1)
         return {};
-    if (slash != std::string_view::npos) {
-        const char *end = text.data() + text.size();
-        const auto [last, failed] = std::from_chars(text.data() + slash + 1, end, bits);
-        if (failed != std::errc() || last != end || bits > 32)
-            return {};
-    }
-    return prefix{ntohl(address.s_addr) & mask_of(bits), bits};
+    const auto bits = slash == std::string_view::npos ? 32 : read_number(text.substr(slash + 1));
+    if (!bits || *bits > 32)
+        return {};
+    return prefix{ntohl(address.s_addr) & mask_of(*bits), *bits};
 }
 
 /* Networks and their ISPs, by length of prefix. */
@@ -77,16 +84,16 @@ void read_file(const std::string &file, isp_table &out)
     for (std::string line; std::getline(in, line);) {
         number++;
         std::istringstream words(line.substr(0, line.find('#')));
-        uint32_t which = 0;
-        std::string network, more;
+        std::string isp, network, more;
         if (words >> std::ws; words.eof())
             continue;
-        const bool read = static_cast<bool>(words >> which >> network) && !(words >> more);
+        const bool read = static_cast<bool>(words >> isp >> network) && !(words >> more);
+        const auto which = read_number(isp);
         const auto found = read ? read_prefix(network) : std::nullopt;
-        if (!found)
+        if (!which || !found)
             throw std::runtime_error(
                 fmt::format("{}:{}: must be an ISP's number and A.B.C.D/N", file, number));
-        out.put(*found, which);
+        out.put(*found, *which);
     }
 }
 

@@ -442,10 +442,19 @@ class IspFile(Isp):
         self.assertFalse(self.belongs("192.0.2.1", 4))
 
     def test_a_file_with_a_mistake_changes_nothing(self):
-        self.write("5 10.2.0.0/16\nsix 10.3.0.0/16\n")
+        for times, line in enumerate(("six 10.3.0.0/16", "-1 10.3.0.0/16", "+6 10.3.0.0/16", "4294967296 10.3.0.0/16",
+                                      "6x 10.3.0.0/16", "6", "6 10.3.0.0/-1", "6 10.3.0.0/33", "6 10.3.0.0/16 7"), 1):
+            self.write(f"5 10.2.0.0/16\n{line}\n")
+            os.kill(self.mixd.process.pid, signal.SIGHUP)
+            mistake = f"{self.table}:2: must be an ISP's number and A.B.C.D/N"
+            self.assert_becomes(lambda: self.mixd.log().count(mistake), times)
+            self.assertTrue(self.belongs("10.2.3.4", 1), line)
+
+    def test_any_number_of_32_bits_may_be_an_isps(self):
+        self.write("4294967295 10.2.0.0/16\n0 10.3.0.0/16\n")
         self.reload()
-        self.assertTrue(self.belongs("10.2.3.4", 1))
-        self.assertIn(f"{self.table}:2: must be an ISP's number and A.B.C.D/N", self.mixd.log())
+        self.assertTrue(self.belongs("10.2.3.4", 4294967295))
+        self.assertTrue(self.belongs("10.3.3.4", 0))
 
 
 if __name__ == "__main__":
