@@ -392,8 +392,8 @@ void run_filter(const search &in, position &now, const vector_filter &filter)
         settle<typename Shape::cell_type>(in, now, end);
 }
 
-/* Texts below this are left to the plain loop. */
-constexpr int least_fast = 64;
+/* Texts below these are left to the plain loop: no filter pays, and the chains have no block to share. */
+constexpr int least_with_few = 64, least_with_many = chain_count * least_sub_block;
 /* Texts below this leave no time to find out that many patterns let too much pass. */
 constexpr int least_filtered = 256;
 /* Bytes that chains go over before the filter is tried again; doubled each time. */
@@ -402,8 +402,9 @@ constexpr int first_rest = 16384, longest_rest = 1 << 24;
 bool is_for_the_fast_ways(const tqac_matcher *matcher, int length)
 {
     const fast_data &fast = *fast_of(matcher);
+    const int least = fast.few ? least_with_few : least_with_many;
     /* A pattern added since may have made the matcher ignore case: the prepared columns are then others. */
-    return fast.chains && length >= least_fast && fast.nocase == matcher->nocase;
+    return fast.chains && length >= least && fast.nocase == matcher->nocase;
 }
 
 /* The filter for a text of that length; find is null where there is none or it would not pay. */

@@ -211,6 +211,19 @@ TEST_P(every_shape, hands_on_the_row_from_the_filter_to_the_chains)
     }
 }
 
+/* The filter gives up, the chains go on for a while, the filter is tried again; twice as long each time. */
+TEST_P(every_shape, goes_on_after_each_rest_of_the_filter)
+{
+    matcher_pointer made = shaped({{"abababX", false, 1}, {"babaYab", false, 2}});
+    std::string text = repeated("ab", 120000);
+    for (size_t at = 1000; at < text.size(); at += 9973)
+        text[at] = at % 2 == 0 ? 'X' : 'Y';
+    const auto matches = static_cast<uint32_t>(library_scan(made.get(), text, {}).matches.size());
+    ASSERT_GT(matches, 10u);
+    for (uint32_t stop = 0; stop <= matches + 1; ++stop)
+        ASSERT_NO_FATAL_FAILURE(compare(made.get(), text, 0, text.size(), 0, stop));
+}
+
 /* The first run of the filter ends after the longest pattern's length, in the middle of other patterns. */
 TEST_P(every_shape, goes_on_where_patterns_overlap)
 {
