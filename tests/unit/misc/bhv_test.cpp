@@ -1,6 +1,6 @@
 #include <libmix/bhv.h>
 
-#include "support/scripted_platform.h"
+#include "support/client_suite.h"
 
 #include <cstring>
 
@@ -69,16 +69,8 @@ struct behaviour : platform_test {
 
 TEST_F(behaviour, objects_request)
 {
-    platform().answers = {{0, 0, object_page(0, 0), {}}};
-    EXPECT_EQ(objects("web"), 0);
-    const sent_message &sent = platform().messages.at(0);
-    EXPECT_EQ(sent.by, sender::send_and_recv);
-    EXPECT_EQ(sent.destination, 0u);
-    EXPECT_EQ(sent.type, 97u);
-    EXPECT_EQ(sent.timeout_ms, 500u);
-    EXPECT_EQ(sent.capacity, 4096u);
-    EXPECT_FALSE(sent.in_place);
-    EXPECT_EQ(sent.request, join({le32(0), text_field("web", 32), {3, 4, 0, 0}, le32(0), repeat(0, 4052)}));
+    check_request({"", [this] { objects("web"); }, 0, 97,
+                   join({le32(0), text_field("web", 32), {3, 4, 0, 0}, le32(0), repeat(0, 4052)}), 4096});
 }
 
 TEST_F(behaviour, objects_go_on_after_a_page_of_six)
@@ -107,15 +99,8 @@ TEST_F(behaviour, objects_of_one_name_go_on_too)
 
 TEST_F(behaviour, profiles_request)
 {
-    platform().answers = {{0, 0, profile_page(0, 0), {}}};
-    EXPECT_EQ(profiles("web"), 0);
-    const sent_message &sent = platform().messages.at(0);
-    EXPECT_EQ(sent.by, sender::send_and_recv);
-    EXPECT_EQ(sent.destination, 0u);
-    EXPECT_EQ(sent.type, 96u);
-    EXPECT_EQ(sent.timeout_ms, 500u);
-    EXPECT_EQ(sent.capacity, 8192u);
-    EXPECT_EQ(sent.request, join({le32(2), text_field("web", 32), le32(0)}));
+    check_request(
+        {"", [this] { profiles("web"); }, 0, 96, join({le32(2), text_field("web", 32), le32(0)}), 8192});
 }
 
 TEST_F(behaviour, profiles_go_on_without_a_name)

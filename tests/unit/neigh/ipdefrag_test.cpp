@@ -1,6 +1,6 @@
 #include <libmix/ipdefrag.h>
 
-#include "support/scripted_platform.h"
+#include "support/client_suite.h"
 
 using namespace mixtest;
 
@@ -20,18 +20,7 @@ struct get_ipdefrag : platform_test {
 
 TEST_F(get_ipdefrag, sends_the_show_request_to_the_main_daemon)
 {
-    platform().answers = {{0, 0, join({le16(1), le16(2)}), {}}};
-    EXPECT_EQ(call(), 0);
-    ASSERT_EQ(platform().messages.size(), 1u);
-    const sent_message &sent = platform().messages[0];
-    EXPECT_EQ(sent.by, sender::send_and_recv);
-    EXPECT_EQ(sent.destination, 0u);
-    EXPECT_EQ(sent.type, 38u);
-    EXPECT_EQ(sent.request, (bytes{2, 0, 0, 0}));
-    EXPECT_EQ(sent.capacity, 4u);
-    EXPECT_FALSE(sent.in_place);
-    EXPECT_EQ(sent.timeout_ms, 500u);
-    EXPECT_EQ(platform().allocation_sizes, (std::vector<uint32_t>{4, 4}));
+    check_request({"", [this] { call(); }, 0, 38, {2, 0, 0, 0}, 4});
 }
 
 TEST_F(get_ipdefrag, stores_both_settings_zero_extended_and_returns_the_status)

@@ -1,6 +1,6 @@
 #include <libmix/spoofing.h>
 
-#include "support/scripted_platform.h"
+#include "support/client_suite.h"
 
 #include <cstring>
 
@@ -285,29 +285,18 @@ TEST_F(spoofing, inspection_by_interface_sends_the_vlans_of_its_name)
 
 TEST_F(spoofing, arp_statistics_are_cleared_for_one_mac_or_for_all)
 {
-    EXPECT_EQ(aspf_stats_clear(0x1122, mac, 0x3344, collect_print), 0);
-    EXPECT_EQ(request(), join({le32(2), le16(0x1122), le16(0x3344), bytes(mac, mac + 6), le16(0)}));
-    EXPECT_EQ(aspf_stats_clear(0x1122, nullptr, 0x3344, collect_print), 0);
-    EXPECT_EQ(request(1), join({le32(1), le16(0x1122), repeat(0, 10)}));
-    const sent_message &sent = platform().messages[0];
-    EXPECT_EQ(sent.by, sender::send_and_recv);
-    EXPECT_EQ(sent.destination, 0u);
-    EXPECT_EQ(sent.type, 90u);
-    EXPECT_EQ(sent.capacity, 4u);
-    EXPECT_EQ(sent.timeout_ms, 500u);
+    check_request({"", [] { EXPECT_EQ(aspf_stats_clear(0x1122, mac, 0x3344, collect_print), 0); }, 0, 90,
+                   join({le32(2), le16(0x1122), le16(0x3344), bytes(mac, mac + 6), le16(0)}), 4});
+    platform().reset();
+    check_request({"", [] { EXPECT_EQ(aspf_stats_clear(0x1122, nullptr, 0x3344, collect_print), 0); }, 0, 90,
+                   join({le32(1), le16(0x1122), repeat(0, 10)}), 4});
     EXPECT_EQ(printed, "");
 }
 
 TEST_F(spoofing, nd_statistics_are_cleared)
 {
-    EXPECT_EQ(ndspf_stats_clear(0x1122, collect_print), 0);
-    EXPECT_EQ(request(), join({le32(1), le16(0x1122), le16(0)}));
-    const sent_message &sent = platform().messages[0];
-    EXPECT_EQ(sent.by, sender::send_and_recv);
-    EXPECT_EQ(sent.destination, 0u);
-    EXPECT_EQ(sent.type, 138u);
-    EXPECT_EQ(sent.capacity, 4u);
-    EXPECT_EQ(sent.timeout_ms, 500u);
+    check_request({"", [] { EXPECT_EQ(ndspf_stats_clear(0x1122, collect_print), 0); }, 0, 138,
+                   join({le32(1), le16(0x1122), le16(0)}), 4});
     EXPECT_EQ(printed, "");
 }
 
