@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <sqlite3.h>
 
+#include "appliance/mixd/control_pages.h"
 #include "appliance/mixd/core.h"
 #include "appliance/mixd/service.h"
 #include "appliance/wire/gateway.h"
@@ -120,30 +121,18 @@ int32_t snapshots::save(const request &asked, reply &out)
 
 int32_t snapshots::list(const request &asked, reply &out)
 {
-    control_page head{};
-    out.append(head);
-    const uint32_t after = asked.record<control_list>().cursor;
-    statement rows = store_.prepare("SELECT id, name, saver, time FROM snapshot WHERE id>? ORDER BY id");
-    rows.bind(after);
-    while (rows.step()) {
-        if (out.bytes.size() + sizeof(snapshot_row) > control_page_size) {
-            out.put(0, head);
-            return 0;
-        }
-        snapshot_row row{};
-        fill_text(row.name, rows.text(1));
-        fill_text(row.saver, rows.text(2));
-        fill_text(row.when, rows.text(3));
-        std::error_code failed;
-        const auto size = fs::file_size(file_of(rows.text(1)), failed);
-        row.size = failed ? 0 : size;
-        out.append(row);
-        head.count++;
-        head.cursor = static_cast<uint32_t>(rows.integer(0));
-    }
-    head.cursor = 0;
-    out.put(0, head);
-    return 0;
+    return page_by_number<snapshot_row>(
+        store_.prepare("SELECT id, name, saver, time FROM snapshot WHERE id>=? ORDER BY id"), asked, out,
+        [this](const statement &from) {
+            snapshot_row row{};
+            fill_text(row.name, from.text(1));
+            fill_text(row.saver, from.text(2));
+            fill_text(row.when, from.text(3));
+            std::error_code failed;
+            const auto size = fs::file_size(file_of(from.text(1)), failed);
+            row.size = failed ? 0 : size;
+            return row;
+        });
 }
 
 /* One transaction of the database itself: all of the snapshot or nothing. */

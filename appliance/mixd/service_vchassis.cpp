@@ -19,6 +19,7 @@
 
 #include <fmt/format.h>
 
+#include "appliance/mixd/control_pages.h"
 #include "appliance/mixd/host_figures.h"
 #include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/service.h"
@@ -238,33 +239,11 @@ int32_t vchassis::show_tenant(const request &asked, reply &out) const
     return 0;
 }
 
-/* A page of what a query selects above the cursor, by slot; the cursor is the last slot and one. */
-template <class Row, class Convert>
-int32_t page_by_slot(statement rows, const request &asked, reply &out, Convert convert)
-{
-    control_page head{};
-    out.append(head);
-    rows.bind(int64_t{asked.record<control_list>().cursor} - 1);
-    while (rows.step()) {
-        if (out.bytes.size() + sizeof(Row) > control_page_size) {
-            out.put(0, head);
-            return 0;
-        }
-        const Row row = convert(rows);
-        out.append(row);
-        head.count++;
-        head.cursor = row.slot + 1;
-    }
-    head.cursor = 0;
-    out.put(0, head);
-    return 0;
-}
-
 int32_t vchassis::list_vms(const request &asked, reply &out)
 {
     const auto column = [](const statement &row, int at) { return static_cast<uint32_t>(row.integer(at)); };
-    return page_by_slot<vchassis_vm_row>(
-        store_.prepare("SELECT slot, type, flavour, state FROM vchassis_vm WHERE slot>? ORDER BY slot"),
+    return page_by_number<vchassis_vm_row>(
+        store_.prepare("SELECT slot, type, flavour, state FROM vchassis_vm WHERE slot>=? ORDER BY slot"),
         asked, out, [&](const statement &row) {
             return vchassis_vm_row{column(row, 0), column(row, 1), column(row, 2), column(row, 3)};
         });
@@ -275,8 +254,8 @@ int32_t vchassis::list_slots(const request &asked, reply &out)
     const auto column = [](const statement &row, int at) {
         return row.null(at) ? vchassis_not_told : static_cast<uint32_t>(row.integer(at));
     };
-    return page_by_slot<vchassis_slot_row>(
-        store_.prepare("SELECT slot, state, disk FROM vchassis_slot WHERE slot>? ORDER BY slot"), asked, out,
+    return page_by_number<vchassis_slot_row>(
+        store_.prepare("SELECT slot, state, disk FROM vchassis_slot WHERE slot>=? ORDER BY slot"), asked, out,
         [&](const statement &row) {
             return vchassis_slot_row{column(row, 0), column(row, 1), column(row, 2)};
         });
