@@ -126,6 +126,27 @@ void take_address(const nlmsghdr &message, network &into)
 
 using neighbour_attributes = attributes<NDA_MAX + 1>;
 
+uint8_t kernel_family(neighbour_family family)
+{
+    return family == neighbour_family::ipv4 ? AF_INET : AF_INET6;
+}
+
+size_t size_of(neighbour_family family)
+{
+    return family == neighbour_family::ipv4 ? 4 : 16;
+}
+
+/* Whose neighbour a message is about; nothing without a whole address. */
+std::optional<neighbour_key> key_of(const ndmsg &header, const neighbour_attributes &found)
+{
+    const auto family = header.ndm_family == AF_INET ? neighbour_family::ipv4 : neighbour_family::ipv6;
+    neighbour_key key{family, static_cast<uint32_t>(header.ndm_ifindex), {}};
+    if (found.length(NDA_DST) != size_of(family))
+        return {};
+    std::memcpy(key.address.data(), mnl_attr_get_payload(found.nested(NDA_DST)), size_of(family));
+    return key;
+}
+
 uint32_t seconds_ago(uint32_t ticks)
 {
     static const long ticks_a_second = sysconf(_SC_CLK_TCK);
@@ -141,15 +162,11 @@ bool is_shown(const ndmsg &header)
 void take_neighbour(const nlmsghdr &message, const ndmsg &header, network &into)
 {
     const neighbour_attributes found(message, sizeof(header));
-    neighbour_key key{neighbour_family::ipv4, static_cast<uint32_t>(header.ndm_ifindex), {}};
-    const size_t size = header.ndm_family == AF_INET ? 4 : 16;
-    if (header.ndm_family == AF_INET6)
-        key.family = neighbour_family::ipv6;
-    if (found.length(NDA_DST) != size || (header.ndm_flags & NTF_PROXY) != 0)
+    const auto key = key_of(header, found);
+    if (!key || (header.ndm_flags & NTF_PROXY) != 0)
         return;
-    std::memcpy(key.address.data(), mnl_attr_get_payload(found.nested(NDA_DST)), size);
     if (message.nlmsg_type == RTM_DELNEIGH || !is_shown(header)) {
-        into.remove(key);
+        into.remove(*key);
         return;
     }
     neighbour entry;
@@ -159,7 +176,7 @@ void take_neighbour(const nlmsghdr &message, const ndmsg &header, network &into)
     entry.is_router = (header.ndm_flags & NTF_ROUTER) != 0;
     const auto times = found.value<nda_cacheinfo>(NDA_CACHEINFO);
     entry.confirmed = seconds_ago(times ? times->ndm_confirmed : 0);
-    into.put(key, entry);
+    into.put(*key, entry);
 }
 
 forwarding_entry::kind kind_of(uint16_t state)
@@ -383,11 +400,6 @@ int kernel_source::ask(nlmsghdr *message)
     }
 }
 
-static size_t size_of(neighbour_family family)
-{
-    return family == neighbour_family::ipv4 ? 4 : 16;
-}
-
 int kernel_source::change_neighbour(uint16_t type, uint16_t flags, const neighbour_key &key, uint16_t state,
                                     uint8_t ndm_flags, const mac_address *mac)
 {
@@ -396,7 +408,7 @@ int kernel_source::change_neighbour(uint16_t type, uint16_t flags, const neighbo
     message->nlmsg_type = type;
     message->nlmsg_flags = flags;
     auto *header = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ndmsg)));
-    header->ndm_family = key.family == neighbour_family::ipv4 ? AF_INET : AF_INET6;
+    header->ndm_family = kernel_family(key.family);
     header->ndm_ifindex = static_cast<int>(key.interface);
     header->ndm_state = state;
     header->ndm_flags = ndm_flags;
@@ -470,7 +482,7 @@ void kernel_source::each_proxy(neighbour_family family,
     message->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     message->nlmsg_seq = ++sequence_;
     auto *header = static_cast<ndmsg *>(mnl_nlmsg_put_extra_header(message, sizeof(ndmsg)));
-    header->ndm_family = family == neighbour_family::ipv4 ? AF_INET : AF_INET6;
+    header->ndm_family = kernel_family(family);
     header->ndm_flags = NTF_PROXY;
     const uint32_t sequence = message->nlmsg_seq;
     if (mnl_socket_sendto(changes_.get(), message, message->nlmsg_len) < 0)
@@ -489,12 +501,8 @@ void kernel_source::each_proxy(neighbour_family family,
             const auto *proxy = header_of<ndmsg>(*each);
             if (proxy == nullptr || (proxy->ndm_flags & NTF_PROXY) == 0)
                 continue;
-            const neighbour_attributes found(*each, sizeof(*proxy));
-            neighbour_key key{family, static_cast<uint32_t>(proxy->ndm_ifindex), {}};
-            if (found.length(NDA_DST) != size_of(family))
-                continue;
-            std::memcpy(key.address.data(), mnl_attr_get_payload(found.nested(NDA_DST)), size_of(family));
-            visit(key);
+            if (const auto key = key_of(*proxy, neighbour_attributes(*each, sizeof(*proxy))))
+                visit(*key);
         }
     }
 }
