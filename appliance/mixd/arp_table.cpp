@@ -1,6 +1,5 @@
 #include "appliance/mixd/arp_table.h"
 
-#include <cerrno>
 #include <fmt/format.h>
 
 #include "appliance/mixd/kernel_source.h"

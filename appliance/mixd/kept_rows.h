@@ -10,7 +10,6 @@
 #ifndef MIXD_KEPT_ROWS_H
 #define MIXD_KEPT_ROWS_H
 
-#include <set>
 #include <span>
 #include <string>
 #include <type_traits>

@@ -1,6 +1,5 @@
 #include "appliance/mixd/network.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <fmt/format.h>
 

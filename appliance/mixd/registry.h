@@ -2,7 +2,6 @@
 #ifndef MIXD_REGISTRY_H
 #define MIXD_REGISTRY_H
 
-#include <map>
 #include <set>
 #include <unordered_map>
 

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <sstream>
 
 #include <fmt/format.h>

@@ -9,7 +9,6 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <sys/uio.h>
 #include <unordered_map>
 #include <vector>
 

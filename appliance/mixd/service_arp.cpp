@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <deque>
 
-#include <arpa/inet.h>
 #include <linux/neighbour.h>
 
 #include "appliance/mixd/arp_table.h"

@@ -3,7 +3,6 @@
  * scenario's [[behaviour.object]] and [[behaviour.profile]] with its [[behaviour.profile.rule]].
  */
 #include <cerrno>
-#include <map>
 
 #include "appliance/mixd/kept_rows.h"
 #include "appliance/mixd/service.h"

@@ -2,7 +2,6 @@
  * The management gateway: every change of configuration comes this way. It checks a request against the
  * object's table, hands it to the service of the object inside a transaction, and answers after the commit.
  */
-#include <cerrno>
 
 #include "appliance/mixd/core.h"
 

@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <unordered_map>
 
-#include <linux/neighbour.h>
-
 #include "appliance/mixd/event.h"
 #include "appliance/mixd/hosts.h"
 #include "appliance/mixd/kernel_source.h"

@@ -1,13 +1,11 @@
 #include "appliance/mixd/signatures.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <map>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <strings.h>

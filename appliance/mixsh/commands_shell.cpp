@@ -4,7 +4,6 @@
 #include "appliance/mixsh/parser.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <vector>
 
 namespace mixsh

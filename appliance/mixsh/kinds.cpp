@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <dirent.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <net/if.h>

@@ -1,8 +1,6 @@
 #include "appliance/mixsh/output.h"
 
 #include <algorithm>
-#include <atomic>
-#include <cmath>
 #include <csignal>
 #include <cwchar>
 #include <fmt/format.h>

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fmt/format.h>
-#include <memory>
 
 namespace mixsh
 {

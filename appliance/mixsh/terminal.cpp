@@ -3,7 +3,6 @@
 #include "appliance/mixsh/history.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cwchar>
 #include <fmt/format.h>

@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <mutex>

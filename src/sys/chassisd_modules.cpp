@@ -2,7 +2,6 @@
 #include <libmix/chassisd.h>
 
 #include <cstdio>
-#include <iterator>
 
 #include "frame/frame.h"
 #include "platform/board.h"

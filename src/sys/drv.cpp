@@ -2,7 +2,6 @@
 #include <libmix/drv.h>
 
 #include <cstddef>
-#include <iterator>
 
 #include "frame/frame.h"
 #include "platform/board.h"

@@ -1,7 +1,6 @@
 """The examples, built as the build does it, against a mixd with one of the example scenarios."""
 
 import json
-import os
 import pathlib
 import subprocess
 import sys

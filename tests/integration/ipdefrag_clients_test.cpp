@@ -1,12 +1,8 @@
 /* libmix's own clients of the fragment settings against a mixd, as processes. */
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -43,7 +43,6 @@ TEST_F(mixd_life, a_second_one_on_the_same_run_directory_refuses_and_names_the_f
     ASSERT_TRUE(mixd.start()) << mixd.log();
     mixd_process second{place.path() + "/run"};
     second.arguments = {"--store", place.path() + "/second.db"};
-    const std::string first_log = mixd.log();
     EXPECT_FALSE(second.start());
     EXPECT_EQ(second.wait(), 1);
     EXPECT_NE(second.log().find("another mixd (pid " + std::to_string(mixd.pid()) + ") serves"),

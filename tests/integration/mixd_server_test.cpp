@@ -1,6 +1,4 @@
 /* mixd's sockets: greetings, bad messages, clients that don't read, many clients. */
-#include <csignal>
-#include <filesystem>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,5 +1,4 @@
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>

@@ -9,7 +9,6 @@
 #include <arpa/inet.h>
 #include <regex.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <bitset>
-#include <memory>
 #include <random>
 #include <vector>
 

@@ -70,7 +70,6 @@ class model
     [[nodiscard]] size_t states() const { return labels_.size(); }
     [[nodiscard]] const std::deque<size_t> &list(size_t state) const { return lists_[state]; }
     [[nodiscard]] const std::string &label(size_t state) const { return labels_[state]; }
-    [[nodiscard]] bool ignores_case() const { return nocase_; }
 
     /* Where a state leads on a byte (folded where case is ignored). */
     [[nodiscard]] size_t next(size_t state, char byte) const

@@ -14,7 +14,6 @@
 #include <functional>
 #include <string>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
