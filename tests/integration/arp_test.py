@@ -184,7 +184,7 @@ class AgainstTheKernel(WithMixd):
             ip(f"link set {peer.here} master br0")
         ip("addr add 10.7.0.1/24 dev br0")
         for i in range(2):
-            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True, 10)
+            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True)
         self.assert_agrees()
         ports = {row["mac"]: row["ifname"] for row in bridge_json("fdb show br br0") if row.get("master") == "br0"}
 

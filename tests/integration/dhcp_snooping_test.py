@@ -112,7 +112,7 @@ class LeaseFile(WithMixd):
         peer = Peer("p0", mac="02:00:00:00:00:02", addresses=["10.5.0.2/24"])
         self.addCleanup(peer.remove)
         ip("link set p0 master br0")
-        until(lambda: ping("10.5.0.2"), True, 10)
+        until(lambda: ping("10.5.0.2"), True)
         self.write(lease(2), lease(3))
         found, wanted = until(lambda: {row["address"]: row["interface"] for row in
                                        self.json("show dhcp-snooping bindings")},

@@ -41,7 +41,7 @@ class AgainstTheKernel(WithMixd):
         peers = self.bridge()
         self.assert_agrees()
         for i in range(2):
-            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True, 10)
+            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True)
         learned = self.assert_agrees()
         for i, peer in enumerate(peers):
             self.assertEqual(learned[(peer.mac(), "br0", None)], (f"p{i}", "dynamic"))
@@ -57,7 +57,7 @@ class AgainstTheKernel(WithMixd):
     def test_counts_summary_and_filters_are_the_kernels(self):
         peers = self.bridge()
         for i in range(2):
-            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True, 10)
+            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True)
         run("bridge", "fdb", "add", "02:00:00:00:00:50", "dev", "p0", "master", "static")
         kernel = self.assert_agrees()
         of = {kind: sum(1 for _, each in kernel.values() if each == kind) for kind in ("static", "dynamic", "local")}
@@ -73,7 +73,7 @@ class AgainstTheKernel(WithMixd):
     def test_clearing_forgets_what_was_learned(self):
         peers = self.bridge()
         for i in range(2):
-            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True, 10)
+            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True)
         self.assert_agrees()
         dynamic = self.json("show mac count kind dynamic")[0]["entries"]
         self.assertEqual(self.json(f"clear mac mac {peers[0].mac()}"), [{"cleared": 1}])
@@ -148,7 +148,7 @@ class StaticEntries(WithMixd):
     def test_dynamic_ones_become_static(self):
         peers = self.bridge()
         for i in range(2):
-            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True, 10)
+            until(lambda i=i: ping(f"10.7.0.{i + 2}"), True)
         self.assert_agrees()
         looked_at = self.json("set mac static")[0]["entries"]
         self.assertGreaterEqual(looked_at, 2)

@@ -46,7 +46,7 @@ class Mixd:
         kept.update(MIX_RUN_DIR=self.run_dir, LC_ALL="C.UTF-8", **more)
         return kept
 
-    def start(self, wait=10):
+    def start(self, wait=60):
         """Returns when mixd says that it is ready; raises with its words when it ends instead."""
         ready = os.path.join(self.directory, "ready.sock")
         if os.path.exists(ready):
@@ -83,7 +83,7 @@ class Mixd:
         if self.process is not None:
             self.process.terminate()
             try:
-                result = self.process.wait(10)
+                result = self.process.wait(60)
             except subprocess.TimeoutExpired:
                 self.kill()
             self.process = None

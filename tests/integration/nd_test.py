@@ -27,7 +27,7 @@ class WithMixd(ShellCase):
         peer = Peer("v0", addresses=["fd00:9::2/64", "fd00:9::3/64"])
         self.addCleanup(peer.remove)
         ip("addr add fd00:9::1/64 dev v0 nodad")
-        until(lambda: ping("fd00:9::2"), True, 10)
+        until(lambda: ping("fd00:9::2"), True)
         return peer
 
 

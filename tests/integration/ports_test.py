@@ -84,7 +84,7 @@ class Ports(ShellCase):
         ip("link set p0 master br0")
         self.link("type veth peer name d1", "d0")
         ip("link set d0 master br0")
-        until(lambda: ping("10.7.0.2"), True, 10)
+        until(lambda: ping("10.7.0.2"), True)
         found = self.json("show port bridge 0")
         self.assertEqual([(row["port"], row["state"]) for row in found],
                          [("br0", None), ("d0", "disabled"), ("p0", "forwarding")])

@@ -75,6 +75,6 @@ class ShellCase(unittest.TestCase):
 
     def assert_becomes(self, found, expected):
         """What is told by events takes its time. Returns what was expected."""
-        answer, wanted = until(found, expected, seconds=20)
+        answer, wanted = until(found, expected)
         self.assertEqual(answer, wanted)
         return wanted
