@@ -50,13 +50,18 @@ class snapshots : public service
             };
             return 0;
         });
+        with.serve(control_daemon, control_delete_snapshot, [this](const request &asked, reply &) {
+            return remove(text_in(asked.record<snapshot_name>().name));
+        });
     }
 
   private:
     int32_t save(const request &, reply &);
+    int64_t last_id();
     gateway_reply take(const save_request &);
     int32_t list(const request &, reply &);
     int32_t restore(std::string_view name);
+    int32_t remove(std::string_view name);
     [[nodiscard]] fs::path file_of(std::string_view name) const
     {
         return directory_ / (std::string(name) + ".db");
@@ -75,6 +80,13 @@ bool is_plain(std::string_view name)
                std::string_view::npos;
 }
 
+/* That of a snapshot that was deleted does not come again. */
+int64_t snapshots::last_id()
+{
+    statement query = store_.prepare("SELECT seq FROM sqlite_sequence WHERE name='snapshot'");
+    return query.step() ? query.integer(0) : 0;
+}
+
 gateway_reply snapshots::take(const save_request &wanted)
 {
     const std::string_view module = wanted.texts[text_module].value_or("");
@@ -83,12 +95,7 @@ gateway_reply snapshots::take(const save_request &wanted)
     std::error_code failed;
     fs::create_directories(directory_, failed);
     fs::permissions(directory_, fs::perms::owner_all, failed);
-    int64_t id = 0;
-    {
-        statement next = store_.prepare("SELECT coalesce(max(id), 0) + 1 FROM snapshot");
-        next.step();
-        id = next.integer(0);
-    }
+    const int64_t id = last_id() + 1;
     const std::string name = fmt::format("{}-{}", module, id);
     fs::remove(file_of(name), failed); /* of a save that was cut short */
     try {
@@ -169,14 +176,17 @@ int32_t snapshots::restore(std::string_view name)
     }
     if (!found)
         return -ENOENT;
+    const int64_t last = last_id();
     if (const int failed = copy_database(file_of(name), store_.handle()); failed != 0)
         return failed;
     int32_t status = 0;
     try {
         transaction in(store_);
+        in.run("DELETE FROM snapshot");
         for (const entry &each : known)
-            in.run("INSERT OR REPLACE INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
+            in.run("INSERT INTO snapshot(id, name, saver, time) VALUES(?,?,?,?)", each.id,
                    std::string_view(each.name), std::string_view(each.saver), std::string_view(each.time));
+        in.run("UPDATE sqlite_sequence SET seq=? WHERE name='snapshot'", last);
         in.commit();
     } catch (const store_error &failed) {
         log(priority::error, fmt::format("the list of snapshots: {}", failed.what()));
@@ -185,6 +195,19 @@ int32_t snapshots::restore(std::string_view name)
     log(priority::notice, fmt::format("snapshot {} is restored", name));
     all_.start_services_again(); /* and this one is gone */
     return status;
+}
+
+int32_t snapshots::remove(std::string_view name)
+{
+    transaction in(store_);
+    in.run("DELETE FROM snapshot WHERE name=?", name);
+    if (store_.changes() == 0)
+        return -ENOENT;
+    in.commit();
+    std::error_code failed;
+    fs::remove(file_of(name), failed); /* a save of that name would replace what is left */
+    log(priority::notice, fmt::format("snapshot {} is deleted", name));
+    return 0;
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include "appliance/wire/gateway.h"
 #include "appliance/wire/snapshots.h"
 
+#include <cerrno>
+#include <fmt/format.h>
 #include <libmix/vchassisd.h>
 
 namespace mixsh
@@ -24,6 +26,13 @@ outcome save(invocation &call)
         return call.fail(request{.destination = wire::gateway_daemon, .type = wire::gateway_save},
                          "the configuration was not saved");
     vchassisd_save_config();
+    std::string last;
+    control::each_row<wire::snapshot_row>(wire::control_list_snapshots, [&](const auto &row) {
+        last = field_text(row.name);
+        return true;
+    });
+    if (!last.empty())
+        call.out().note(fmt::format("saved as {}", last));
     return outcome::done;
 }
 
@@ -47,14 +56,25 @@ outcome show_snapshots(invocation &call)
     return outcome::done;
 }
 
-outcome restore(invocation &call)
+outcome ask_for(invocation &call, std::uint32_t type, std::string_view what)
 {
     wire::snapshot_name wanted{};
     wire::fill_text(wanted.name, call.text("NAME"));
-    if (!control::ask(wire::control_restore_snapshot, &wanted, sizeof wanted).came)
-        return call.fail(control::about(wire::control_restore_snapshot),
-                         "the saved configuration was not restored");
-    return outcome::done;
+    const auto answer = control::ask(type, &wanted, sizeof wanted);
+    if (answer.status == -ENOENT)
+        return call.fail(fmt::format("there is no saved configuration \"{}\"", call.text("NAME")),
+                         "\"show saved\" lists them");
+    return answer.came ? outcome::done : call.fail(control::about(type), what);
+}
+
+outcome restore(invocation &call)
+{
+    return ask_for(call, wire::control_restore_snapshot, "the saved configuration was not restored");
+}
+
+outcome remove(invocation &call)
+{
+    return ask_for(call, wire::control_delete_snapshot, "the saved configuration was not deleted");
 }
 
 std::vector<candidate> suggest_saved(const argument &, const std::string &)
@@ -71,13 +91,13 @@ const kind saved_name{
     "", "the name of a saved configuration",
     [](const argument &self, const std::string &word) { return kinds::word.rate(self, word); },
     suggest_saved};
-constexpr argument restore_arguments[] = {
-    value("NAME", saved_name, "a saved configuration", {.longest = 63})};
+constexpr argument name_arguments[] = {value("NAME", saved_name, "a saved configuration", {.longest = 63})};
 
 constexpr command commands[] = {
     {"add saved", "save the configuration", save},
     {"show saved", "saved configurations", show_snapshots},
-    {"set saved restore", "go back to a saved configuration", restore, restore_arguments},
+    {"set saved restore", "go back to a saved configuration", restore, name_arguments},
+    {"delete saved", "delete a saved configuration", remove, name_arguments},
 };
 
 } // namespace

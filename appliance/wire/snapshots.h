@@ -1,4 +1,5 @@
-/* Saved configurations: snapshots of mixd's store, listed and restored through the control daemon. */
+/* Saved configurations: snapshots of mixd's store, listed, restored and deleted through the control daemon.
+ */
 #ifndef MIX_APPLIANCE_WIRE_SNAPSHOTS_H
 #define MIX_APPLIANCE_WIRE_SNAPSHOTS_H
 
@@ -9,6 +10,7 @@ namespace mix::wire
 
 inline constexpr uint32_t control_list_snapshots = 240;   /* control_list; page of snapshot_row */
 inline constexpr uint32_t control_restore_snapshot = 241; /* snapshot_name; no reply bytes */
+inline constexpr uint32_t control_delete_snapshot = 244;  /* snapshot_name; no reply bytes */
 
 struct [[gnu::packed]] snapshot_row {
     char name[64];  /* "vchassis-3" */

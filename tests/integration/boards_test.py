@@ -321,7 +321,22 @@ class SavedConfigurations(OnTheMaster):
         self.mixd.start()
         self.assertEqual(self.one("show vchassis metadata owner")["value"], "before")
         self.assertEqual([row["name"] for row in self.json("show saved")], ["vchassis-1", "vchassis-2"])
-        self.refused("set saved restore nothing", "was not restored")
+        for command in "set saved restore", "delete saved":
+            self.refused(f"{command} nothing", 'there is no saved configuration "nothing"', "show saved")
+
+    def test_a_deleted_configuration_is_gone_for_good(self):
+        self.assertEqual(self.ok("add saved").stdout, "saved as vchassis-1\n")
+        self.assertEqual(self.ok("add saved", "add saved").stdout, "saved as vchassis-2\nsaved as vchassis-3\n")
+        folder = os.path.join(self.mixd.directory, "snapshots")
+        self.ok("delete saved vchassis-1", "delete saved vchassis-3")
+        self.assertEqual(os.listdir(folder), ["vchassis-2.db"])
+        self.ok("set saved restore vchassis-2")  # which was saved when there was the first
+        self.assertEqual([row["name"] for row in self.json("show saved")], ["vchassis-2"])
+        self.refused("set saved restore vchassis-1", "there is no saved configuration")
+        self.ok("delete saved vchassis-2")
+        self.restart()
+        self.assertEqual((self.json("show saved"), os.listdir(folder)), ([], []))
+        self.assertEqual(self.ok("add saved").stdout, "saved as vchassis-4\n", "no name comes twice")
 
     def test_saved_configurations_are_offered_by_their_names(self):
         self.assertEqual(self.offered("set saved restore "), [])
