@@ -9,6 +9,8 @@
 namespace mixsh
 {
 
+extern const family port_family;
+
 namespace
 {
 
@@ -65,9 +67,16 @@ bool is_number(std::string_view word)
     return word.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// Names that abbreviate a word of the commands don't stand for ports: "show port stat" is about statistics.
 rating rate_port(const argument &self, const std::string &word)
 {
-    return (is_number(word) ? kinds::number : kinds::interface_name).rate(self, word);
+    if (is_number(word))
+        return kinds::number.rate(self, word);
+    for (const command &each : port_family.commands)
+        if (each.words.find(" port " + word) != std::string_view::npos)
+            return {verdict::incomplete, 0,
+                    "a port whose name begins a command's word is meant by its number"};
+    return kinds::interface_name.rate(self, word);
 }
 
 std::vector<candidate> suggest_ports(const argument &, const std::string &)

@@ -53,6 +53,12 @@ class Ports(ShellCase):
         self.refused("show port v2", 'the board has no port "v2"', "show port statistics")
         self.refused("show port 70000", "a number from 0 to 65535", status=2)
 
+    def test_names_of_ports_leave_abbreviations_alone(self):
+        self.link("type veth peer name v1", "v0")
+        self.assertEqual({row["port"] for row in self.json("show port stat")} & {"v0", "v1", "v2"}, {"v0", "v1"})
+        self.refused("show port c", '"c" may mean more than one word', status=3)
+        self.refused('show port "stat"', "is meant by its number", status=3)
+
     def test_ports_are_offered_by_their_names(self):
         self.link("type veth peer name v1", "v0")
         self.assertEqual(sorted(self.offered("show port statistics v")), ["v0", "v1"])
