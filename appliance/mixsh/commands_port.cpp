@@ -423,14 +423,26 @@ outcome show_control(invocation &call)
     return outcome::done;
 }
 
+constexpr choice control_words[] = {
+    {"admin", "1 up, 0 down", wire::control_admin},
+    {"mtu", "bytes; 0 for the interface's own", wire::control_mtu},
+    {"pause", "receive, send, threshold in KiB", wire::control_pause},
+    {"identify", "seconds that the port blinks", wire::control_identify},
+    {"speed", "Mbit/s, full duplex, negotiated", wire::control_speed},
+    {"vlan", "of untagged frames, tagged only, filter", wire::control_vlan},
+    {"storm", "broadcasts, multicasts, unknown ones a second; 0 for any number", wire::control_storm},
+    {"mirror", "to port, what it receives, what it sends", wire::control_mirror},
+};
+static_assert(std::size(control_words) == std::size(wire::port_controls));
+
 outcome set_control(invocation &call, std::uint16_t port)
 {
     std::uint32_t data[wire::most_control_words] = {};
     const auto given = call.texts("VALUE");
-    const auto command = call.number_or<std::uint32_t>("COMMAND", 0);
-    const wire::port_control *what = wire::find_control(command);
-    if (given.size() > (what != nullptr ? what->words : std::size(data)))
-        return call.misused("the request takes fewer values");
+    const auto command = static_cast<std::uint32_t>(call.chosen("SETTING").value_or(0));
+    if (const auto takes = wire::find_control(command)->words; given.size() > takes)
+        return call.misused(
+            fmt::format("{} takes {} value{}", call.text("SETTING"), takes, takes > 1 ? "s" : ""));
     for (std::size_t i = 0; i < given.size(); i++)
         data[i] = static_cast<std::uint32_t>(std::strtoul(given[i], nullptr, 0));
     if (remote_dev_ioctl(slot_of(call), port, command, data) != 0)
@@ -438,11 +450,8 @@ outcome set_control(invocation &call, std::uint16_t port)
     return outcome::done;
 }
 constexpr argument control_arguments[] = {
-    port_value,
-    value("COMMAND", kinds::number,
-          "62 up or down, 64 MTU, 66 pause, 68 identify, 69 speed, 70 VLAN, 77 storm, 78 mirror",
-          {.low = 62, .high = 78}),
-    values("VALUE", kinds::number, "the request's words: one, or three"), slot_option};
+    port_value, value("SETTING", kinds::one_of, "what is set", {.choices = control_words}),
+    values("VALUE", kinds::number, "the setting's values"), slot_option};
 
 constexpr column setting_columns[] = {{.title = "Setting", .key = "setting"},
                                       {.title = "First", .key = "first"},

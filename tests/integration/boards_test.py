@@ -172,9 +172,11 @@ class Ports(OnTheMaster):
             self.assertTrue(self.one("show port valid 0")["valid"])
 
     def test_control_requests_are_limited(self):
-        self.refused("set port control 0 63 1 slot 2", "was not executed")
-        self.refused("set port control 60000 62 1 slot 2", "was not executed")
-        self.refused("set port control 0 62 2 slot 2", "was not executed")
+        self.refused("set port control 0 duplex 1 slot 2", "is not a word that may stand here", status=2)
+        self.refused("set port control 0 admin 1 1 slot 2", "admin takes 1 value", status=2)
+        self.refused("set port control 0 pause 1 1 1 1 slot 2", "pause takes 3 values", status=2)
+        self.refused("set port control 60000 admin 1 slot 2", "was not executed")
+        self.refused("set port control 0 admin 2 slot 2", "was not executed")
 
     def settings(self, port, slot):
         return {row["setting"]: (row["first"], row["second"], row["third"])
@@ -183,11 +185,10 @@ class Ports(OnTheMaster):
     def test_control_requests_are_executed_on_their_board(self):
         if not self.one("show port count")["ports"]:
             self.skipTest("this machine has no interface but the loopback")
-        for command, values in {62: "0", 64: "900", 66: "1 2 3", 68: "30", 69: "1000 1 0", 70: "7 1 0",
-                                77: "8 9 10", 78: "1 1 0"}.items():
-            self.ok(f"set port control 0 {command} {values} slot 2")
         wanted = {"admin": (0, None, None), "mtu": (900, None, None), "pause": (1, 2, 3), "identify": (30, None, None),
                   "speed": (1000, 1, 0), "vlan": (7, 1, 0), "storm": (8, 9, 10), "mirror": (1, 1, 0)}
+        for setting, values in wanted.items():
+            self.ok(f"set port control 0 {setting} {' '.join(str(each) for each in values if each is not None)} slot 2")
         self.assertEqual(self.settings(0, 2), wanted)
         self.assertEqual(self.settings(0, 3)["admin"], (1, None, None), "another board's port")
         shown = self.one("show port 0 slot 2")

@@ -47,7 +47,7 @@ class Ports(ShellCase):
                 self.assertEqual((alone["port"], alone["port_number"]), (name, number))
             self.assertEqual(self.one(f"show port driver {name}")["port_number"], number)
             self.assertEqual(self.one(f"show port valid {name}"), {"port_number": number, "valid": True, "counted": True})
-            self.ok(f"set port control {name} 64 {1000 + number}", f"set port lanes {name} {number} 7")
+            self.ok(f"set port control {name} mtu {1000 + number}", f"set port lanes {name} {number} 7")
             self.assertEqual(self.one(f"show port {name}")["mtu_bytes"], 1000 + number)
             self.assertEqual(self.one(f"show port lanes {number}"), {"first": number, "second": 7})
         self.refused("show port v2", 'the board has no port "v2"', "show port statistics")
@@ -106,8 +106,8 @@ class Ports(ShellCase):
         self.link("type veth peer name d1", "d0")
         ip("link set d0 up")
         port = self.number_of("d0")
-        self.ok(f"set port control {port} 64 1000")
-        self.ok(f"set port control {port} 62 0")
+        self.ok(f"set port control {port} mtu 1000")
+        self.ok(f"set port control {port} admin 0")
         shown = self.one(f"show port {port}")
         self.assertEqual((shown["mtu_bytes"], shown["up"]), (1000, False))
         link = ip_json("link show d0")[0]
@@ -126,15 +126,15 @@ class Applied(Ports):
         self.link("type veth peer name d1", "d0")
         ip("link set d0 up")
         port = self.number_of("d0")
-        self.ok(f"set port control {port} 64 1000")
-        self.ok(f"set port control {port} 62 0")
+        self.ok(f"set port control {port} mtu 1000")
+        self.ok(f"set port control {port} admin 0")
         self.assertEqual(self.kernel("d0"), (1000, False))
         ip("link set d0 mtu 1400 up")
         self.restart()
         self.assertEqual(self.kernel("d0"), (1000, False), "as it was left")
-        self.ok(f"set port control {port} 62 1")
+        self.ok(f"set port control {port} admin 1")
         self.assertEqual(self.kernel("d0"), (1000, True))
-        self.refused(f"set port control {port} 64 1", "was not executed") # so small: the kernel refuses it
+        self.refused(f"set port control {port} mtu 1", "was not executed") # so small: the kernel refuses it
         self.assertEqual(self.one(f"show port {port}")["mtu_bytes"], 1000)
 
 
