@@ -18,8 +18,8 @@ namespace mixd
 
 /* A change that is not made. Where a text is left empty the client gets the result's usual one. */
 struct refusal {
-    int32_t result =
-        mix::wire::result_bad_value; /* of gateway_result, or a number of the service's own from 100 */
+    /* Of gateway_result, or a number of the service's own from 100. */
+    int32_t result = mix::wire::result_bad_value;
     std::string english = {};
     std::string chinese = {};  /* UTF-8 */
     int32_t response_type = 0; /* MGI_RESP_EXISTS: the object is already there */

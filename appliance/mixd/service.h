@@ -195,8 +195,8 @@ class service
 
 struct service_entry {
     const char *name; /* shown by `show daemons`; its store schema goes by this name */
-    std::span<const char *const>
-        migrations; /* SQL; the i-th leads from schema i to i + 1; never edited later */
+    /* SQL; the i-th leads from schema i to i + 1; never edited later. */
+    std::span<const char *const> migrations;
     std::unique_ptr<service> (*make)(setup &);
 };
 

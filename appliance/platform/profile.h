@@ -49,8 +49,7 @@ struct profile {
     std::string image_path = "/";
     answers<number_function, uint32_t> numbers = {};
     answers<number_of_function, number_table> numbers_of = {};
-    answers<test_of_function, std::vector<uint32_t>> true_for =
-        {}; /* the arguments that are answered with 1 */
+    answers<test_of_function, std::vector<uint32_t>> true_for = {}; /* arguments that are answered with 1 */
     answers<test_function, bool> tests = {};
 };
 

@@ -33,8 +33,7 @@ class mixd_process
 
     std::vector<std::string> arguments; /* beside --run-dir */
     bool names_run_dir = true;          /* false: without --run-dir, the test leads mixd there otherwise */
-    bool keep_catalogue =
-        false; /* only on a /dev/shm of the test's own: there is one catalogue on a machine */
+    bool keep_catalogue = false;       /* only on a /dev/shm of the test's own: a machine has one catalogue */
     std::function<bool()> before_exec; /* in the child; false: it ends with status 77 */
 
     /* True when it is ready; false when it ended before. log() has what it said. */

@@ -127,8 +127,8 @@ class scripted_platform
      * first. */
     std::map<std::string, uint32_t> board;
     std::map<std::pair<std::string, uint32_t>, uint32_t> board_of;
-    std::vector<std::string>
-        board_calls; /* names in call order, "name(argument)" with an argument (decimal) */
+    /* Names in call order, "name(argument)" with an argument (decimal). */
+    std::vector<std::string> board_calls;
 
     /* --- services --- */
     std::string console;          /* all that console_print wrote */
