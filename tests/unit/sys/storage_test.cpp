@@ -196,7 +196,6 @@ static_assert(sizeof(libchassisd_block_storage) == 72);
 
 struct record_case {
     int type;
-    bool second_usb;
     const char *device;
     const char *sized;
     bool by_path;
@@ -207,14 +206,13 @@ struct record_case {
 TEST_F(storage, record_of_the_internal_storage)
 {
     const record_case cases[] = {
-        {1, false, "mtdblock", "/flash", true, "internal storage nandflash", {.platform_type = 0x1060600}},
-        {2, false, "mmcblk", "/dev/mmcblk0", false, "internal storage eMMC", {.emmc = 1}},
-        {3, false, "sda", "/dev/sda", false, "internal storage HDD/SSD", {.disk_hw = 0}},
-        {4, true, "sdb", "/dev/sdb", false, "internal storage eMMC", {.usb = 4}},
-        {4, false, "sda", "/dev/sda", false, "internal storage eMMC", {.usb = 1}},
-        {5, false, "sda", "/dev/sda", false, "internal storage CF card", {.cf = true}},
+        {1, "mtdblock", "/flash", true, "internal storage nandflash", {.platform_type = 0x1060600}},
+        {2, "mmcblk", "/dev/mmcblk0", false, "internal storage eMMC", {.emmc = 1}},
+        {3, "sda", "/dev/sda", false, "internal storage HDD/SSD", {.disk_hw = 0}},
+        {4, "sdb", "/dev/sdb", false, "internal storage eMMC", {.usb = 4}},
+        {4, "sda", "/dev/sda", false, "internal storage eMMC", {.usb = 1}},
+        {5, "sda", "/dev/sda", false, "internal storage CF card", {.cf = true}},
         {6,
-         false,
          "nvme0n1",
          "/dev/nvme0n1",
          false,
