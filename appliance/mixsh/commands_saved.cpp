@@ -56,11 +56,15 @@ outcome show_snapshots(invocation &call)
     return outcome::done;
 }
 
+// A restore is answered when every service has read its tables again: seconds, where there are millions of
+// rows.
+constexpr std::uint32_t patience_ms = 60'000;
+
 outcome ask_for(invocation &call, std::uint32_t type, std::string_view what)
 {
     wire::snapshot_name wanted{};
     wire::fill_text(wanted.name, call.text("NAME"));
-    const auto answer = control::ask(type, &wanted, sizeof wanted);
+    const auto answer = control::ask(type, &wanted, sizeof wanted, patience_ms);
     if (answer.status == -ENOENT)
         return call.fail(fmt::format("there is no saved configuration \"{}\"", call.text("NAME")),
                          "\"show saved\" lists them");

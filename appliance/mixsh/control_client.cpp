@@ -7,13 +7,13 @@
 namespace mixsh::control
 {
 
-answer ask(std::uint32_t type, const void *request, std::uint32_t length)
+answer ask(std::uint32_t type, const void *request, std::uint32_t length, std::uint32_t patience_ms)
 {
     answer result;
     result.bytes.resize(mix::wire::control_page_size);
     auto received = static_cast<std::uint32_t>(result.bytes.size());
     const auto sent = ipcmsg_send_and_recv(mix::wire::control_daemon, 0, type, request, length,
-                                           &result.status, result.bytes.data(), &received, timeout_ms);
+                                           &result.status, result.bytes.data(), &received, patience_ms);
     if (sent < 0) {
         invocation::print()("ipcmsg send failed\n");
         return result;

@@ -25,7 +25,8 @@ struct answer {
     std::vector<std::uint8_t> bytes;
 };
 
-answer ask(std::uint32_t type, const void *request, std::uint32_t length);
+answer ask(std::uint32_t type, const void *request, std::uint32_t length,
+           std::uint32_t patience_ms = timeout_ms);
 
 // A record at an offset; false if the bytes end before it does.
 template <typename Record>

@@ -3,6 +3,7 @@
 import os
 import signal
 import socket
+import threading
 import unittest
 
 from mixd import Mixd
@@ -324,6 +325,14 @@ class SavedConfigurations(OnTheMaster):
         self.assertEqual([row["name"] for row in self.json("show saved")], ["vchassis-1", "vchassis-2"])
         for command in "set saved restore", "delete saved":
             self.refused(f"{command} nothing", 'there is no saved configuration "nothing"', "show saved")
+
+    def test_a_restore_is_waited_for(self):
+        self.ok("add saved")
+        self.mixd.process.send_signal(signal.SIGSTOP)
+        later = threading.Timer(2.2, self.mixd.process.send_signal, [signal.SIGCONT])
+        later.start()
+        self.ok("set saved restore vchassis-1")
+        later.join()
 
     def test_a_deleted_configuration_is_gone_for_good(self):
         self.assertEqual(self.ok("add saved").stdout, "saved as vchassis-1\n")
