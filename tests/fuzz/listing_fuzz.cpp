@@ -20,7 +20,7 @@ constexpr page_layout arp_page{8, 56, 4, 4}, joined_page{8, 280, 4, 4}, nd_page{
     filtered_nd_page{16, 64, 4, 4}, aspf_page{4, 48, 2, 2}, ndspf_page{8, 56, 2, 2}, arpi_page{8, 70, 0, 4},
     ndi_page{8, 38, 0, 4}, gas_page{4, 76, 2, 2}, mac_page{4, 78, 2, 2}, mac_description_page{8, 198, 4, 4},
     binding_page{8, 80, 4, 4}, object_page{8, 616, 4, 4}, profile_page{4, 7640, 2, 2},
-    processor_page{20, 40, 16, 4};
+    processor_page{20, 40, 16, 4}, settings_batch{46, 40, 44, 2};
 
 void arp(call &with)
 {
@@ -158,7 +158,7 @@ void processors(call &with)
 }
 
 /* The gateway's batches come to the callback as they are: any bytes, in a block that ends with them. */
-void snooping_settings(call &with)
+void batches_from_the_gateway()
 {
     mixtest::platform().on_read = [](mgi_batch_callback callback, void *context) {
         int result = 0;
@@ -171,7 +171,86 @@ void snooping_settings(call &with)
         }
         return result;
     };
+}
+
+void snooping_settings(call &with)
+{
+    batches_from_the_gateway();
     dhcpsn_if_config_show(with.text(), with.number(), with.rows<40>(), &with, with.print());
+}
+
+void snooping_settings_of_vlan(call &with)
+{
+    batches_from_the_gateway();
+    dhcpsn_vlan_config_show(with.number(), with.rows<40>(), &with, with.print());
+}
+
+void snooping_batch(call &with)
+{
+    dhcpsn_show_context to{with.rows<40>(), &with, with.print(), 1};
+    const mixtest::answer batch = mixtest::platform().handler({.capacity = 4096});
+    dhcpsn_cfg_show_callback(batch.reply.data(), static_cast<uint32_t>(batch.reply.size()), batch.status,
+                             &to);
+}
+
+/* --- the same listings by their shorter names --- */
+
+void arp_by_virtual_system(call &with)
+{
+    with.counted(get_arp_items(1, 2, 3, with.rows<56>(), &with, with.print(), 4, with.number()));
+}
+
+void arp_by_virtual_router(call &with)
+{
+    with.counted(get_arp_items_vr(1, 2, 3, 4, with.rows<56>(), &with, with.print(), 5, with.number()));
+}
+
+void arp_joined_of_all(call &with)
+{
+    with.counted_unless_stopped(get_arp_mac_items(with.rows<280>(), &with, with.print(), 1, with.number()));
+}
+
+void arp_joined_by_virtual_router(call &with)
+{
+    with.counted_unless_stopped(
+        get_arp_mac_items_vr(with.rows<280>(), &with, with.print(), 1, with.number(), 2, 3));
+}
+
+void arp_joined_by_choice(call &with)
+{
+    with.counted_unless_stopped(get_arp_mac_items_ex(with.rows<280>(), &with, with.print(), 1, with.number(),
+                                                     2, with.bytes(6), with.text(), nullptr, with.text()));
+}
+
+void arp_joined_by_choice_and_virtual_router(call &with)
+{
+    with.counted_unless_stopped(get_arp_mac_items_ex_vr(with.rows<280>(), &with, with.print(), 1,
+                                                        with.number(), 2, with.bytes(6), with.text(), nullptr,
+                                                        with.text(), 3));
+}
+
+void arp_joined_by_choice_and_options(call &with)
+{
+    with.counted_unless_stopped(get_arp_mac_items_ex2(with.rows<280>(), &with, with.print(), 1, with.number(),
+                                                      2, with.bytes(6), with.text(), nullptr, with.text(), 3,
+                                                      4));
+}
+
+void nd_static(call &with)
+{
+    with.counted(get_nd_items_static_detail(1, 2, 3, with.bytes(16), with.rows<64>(), &with, with.print(), 1,
+                                            with.number(), 0, 0));
+}
+
+void nd_of_all(call &with)
+{
+    with.counted(
+        get_nd_items(1, with.bytes(16), with.rows<64>(), &with, with.print(), 2, with.number(), 0, 0));
+}
+
+void mac_bound(call &with)
+{
+    is_if_bound_with_l2_mac(with.number(), 1);
 }
 
 constexpr client table[] = {
@@ -194,7 +273,19 @@ constexpr client table[] = {
     {"get_bhv_obj", objects, object_page},
     {"get_bhv_profile", profiles, profile_page},
     {"issu_show_cpu_status", processors, processor_page},
-    {"dhcpsn_if_config_show", snooping_settings, {46, 40, 44, 2}},
+    {"dhcpsn_if_config_show", snooping_settings, settings_batch},
+    {"dhcpsn_vlan_config_show", snooping_settings_of_vlan, settings_batch},
+    {"dhcpsn_cfg_show_callback", snooping_batch, settings_batch},
+    {"get_arp_items", arp_by_virtual_system, arp_page},
+    {"get_arp_items_vr", arp_by_virtual_router, arp_page},
+    {"get_arp_mac_items", arp_joined_of_all, joined_page},
+    {"get_arp_mac_items_vr", arp_joined_by_virtual_router, joined_page},
+    {"get_arp_mac_items_ex", arp_joined_by_choice, joined_page},
+    {"get_arp_mac_items_ex_vr", arp_joined_by_choice_and_virtual_router, joined_page},
+    {"get_arp_mac_items_ex2", arp_joined_by_choice_and_options, joined_page},
+    {"get_nd_items_static_detail", nd_static, nd_page},
+    {"get_nd_items", nd_of_all, nd_page},
+    {"is_if_bound_with_l2_mac", mac_bound, mac_page},
 };
 
 } // namespace

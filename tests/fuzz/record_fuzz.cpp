@@ -194,14 +194,19 @@ void upgrade_list(call &with)
 
 /* --- chassis --- */
 
-void slots(call &with)
+void slot_table(call &with, int (*ask)(void *, uint32_t *))
 {
     auto *length = with.out<uint32_t>(1);
     const uint32_t room = with.number() * 48u;
     *length = room;
     uint8_t *table = with.out(room);
-    if (get_slot_status(0, 0, table, length) == 0 && *length > room)
+    if (ask(table, length) == 0 && *length > room)
         complain("a slot table is longer than its room");
+}
+
+void slots(call &with)
+{
+    slot_table(with, [](void *out, uint32_t *length) { return get_slot_status(0, 0, out, length); });
     get_chassis_specified_slot_status(with.number());
     chassisd_card_is_online(with.number());
     qsm_is_available();
@@ -358,6 +363,118 @@ void isp(call &with)
         complain("an address that neither belongs nor does not");
 }
 
+/* --- counted and changed by shorter names, and what only tells --- */
+
+void more_arp_counts(call &with)
+{
+    get_arp_mac_items_count(with.print(), 1, with.bytes(6), with.text(), nullptr, with.text());
+    get_arp_mac_items_count_vr(with.print(), 1, with.bytes(6), with.text(), nullptr, with.text(), 2);
+    get_arp_mac_items_count2(with.print(), 1, with.bytes(6), with.text(), nullptr, with.text(), 2, 3);
+}
+
+void more_arp_changes(call &with)
+{
+    arp_remove_dynamic_items(1, 2, with.print(), with.number());
+    arp_remove_dynamic_items_vr(1, 2, 3, with.print(), with.number());
+    refusing_gateway();
+    arp_remove_static_conf(1, with.number(), 2);
+}
+
+/* A row that came from a listing, in a block of its own: the names in it need not end. */
+uint8_t *row_of_any_bytes(call &with, size_t size)
+{
+    const mixtest::answer said = mixtest::platform().handler({.capacity = static_cast<uint32_t>(size)});
+    uint8_t *row = with.out(size);
+    std::copy_n(said.reply.begin(), std::min(size, said.reply.size()), row);
+    return row;
+}
+
+void rows_handed_on(call &with)
+{
+    const uint32_t tag = with.number();
+    refusing_gateway();
+    arp_removal_context removal = {};
+    arp_remove_one_static_items_vrouter(row_of_any_bytes(with, 56), &removal);
+    exec_ipv6_nd_dynamic_to_static_callback(row_of_any_bytes(with, 64));
+    show_callback(row_of_any_bytes(with, 78), &tag);
+}
+
+void more_mac_changes(call &with)
+{
+    refusing_gateway();
+    mac_description_remove(with.bytes(6), with.print(), with.number(), 0, 1);
+}
+
+void snooping_switches(call &with)
+{
+    for (const auto set :
+         {dhcpsn_enable_set, dhcpsn_deny_request_set, dhcpsn_deny_response_set, dhcpsn_validity_check_set}) {
+        refusing_gateway();
+        set(with.text(), with.number(), with.print());
+    }
+}
+
+void upgrade_notices(call &with)
+{
+    refusing_gateway();
+    issu_lock_cfg(with.number());
+    issu_send_nat_transfer(with.number(), 1, 2, 3);
+    issu_send_nat_merge(with.number(), 1);
+    issu_send_ssmha_warm_sync_poll(with.number());
+    issu_send_sess_transfer(with.number(), 1, 2, 3);
+    issu_send_dmcu_switch(with.number(), 1);
+    issu_report_ssmha_warm_sync(with.number());
+    issu_report_nat_transfer(with.number());
+    issu_report_sess_transfer(with.number(), 1, 2);
+}
+
+void more_slots(call &with)
+{
+    slot_table(with, chassisd_get_slot_status);
+    slot_table(with,
+               [](void *out, uint32_t *length) { return chassisd_get_slot_status2(1, 2, out, length); });
+    chassisd_card_is_present(with.number());
+    chassisd_card_is_enter_booting(with.number());
+}
+
+void local_processor(call &with)
+{
+    chassisd_get_local_cpu_info(with.out<uint32_t>(5));
+}
+
+void chassis_notices(call &with)
+{
+    libchassisd_detach_slot(with.number());
+    libchassisd_vchassis_notify_stop_pic(with.out(6), with.out<uint16_t>(1));
+    libvchassisd_show_addr_debug(with.number());
+    libvchassisd_notify_master_vscm_crash();
+    libvchassisd_notify_slot_disk_state(1, with.number());
+    refusing_gateway();
+    vchassisd_save_config();
+}
+
+void address_registration(call &with)
+{
+    libvchassisd_register_address(1, with.number(), 2, with.text());
+    libvchassisd_unregister_address(1, with.number(), 2, with.text());
+}
+
+void host_table(call &with)
+{
+    char *error = with.out<char>(256);
+    if (libvchassisd_exec_clear_mac2host(with.number(), with.text(), error) == -1)
+        ended(error, 256);
+}
+
+void more_port_queries(call &with)
+{
+    drv_get_port_maxnum(with.number());
+    drv_drain_pkt_buffer(with.number());
+    uint8_t *message = with.out(12568);
+    drv_port_stats_msg_init_eye(message, with.number(), 1, 2, 3, 4, 5);
+    drv_get_port_eye_stats(message, 12568);
+}
+
 constexpr client table[] = {
     {"arp counts", arp_counts},
     {"arp_generic_data_get", arp_summary},
@@ -390,6 +507,18 @@ constexpr client table[] = {
     {"cpu counters", counters, {}, true},
     {"remote ioctl", controls},
     {"check_ip_isp", isp},
+    {"more arp counts", more_arp_counts},
+    {"more arp changes", more_arp_changes},
+    {"rows handed on", rows_handed_on},
+    {"more mac changes", more_mac_changes},
+    {"snooping switches", snooping_switches},
+    {"upgrade notices", upgrade_notices},
+    {"more slot tables", more_slots},
+    {"chassisd_get_local_cpu_info", local_processor},
+    {"chassis notices", chassis_notices},
+    {"address registration", address_registration},
+    {"libvchassisd_exec_clear_mac2host", host_table},
+    {"more port queries", more_port_queries},
 };
 
 } // namespace

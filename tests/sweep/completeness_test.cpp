@@ -1,4 +1,4 @@
-/* Every exported name is swept, or stands here with the reason why it is not. */
+/* Every exported name is swept and fuzzed, or stands here with the reason why it is not. */
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -109,6 +109,20 @@ TEST(every_exported_function, is_swept_or_excused_once)
     for (const auto &list : {swept, excused})
         for (const std::string &name : list)
             EXPECT_TRUE(promises.contains(name)) << name << " is not exported";
+}
+
+TEST(every_swept_function, is_fuzzed)
+{
+    std::string sources;
+    for (const char *name : {MIX_FUZZ_DIRECTORY "/listing_fuzz.cpp", MIX_FUZZ_DIRECTORY "/record_fuzz.cpp"}) {
+        std::ifstream file(name);
+        sources.append(std::istreambuf_iterator<char>(file), {});
+    }
+    const std::regex word(R"(\w+)");
+    const std::set<std::string> words(std::sregex_token_iterator(sources.begin(), sources.end(), word), {});
+    for (const client &each : clients())
+        EXPECT_TRUE(words.contains(each.name))
+            << each.name << " is in neither of the targets listing and record";
 }
 
 } // namespace
