@@ -371,7 +371,7 @@ void server::finish(connection &client, const message_header &asked, int32_t sta
     std::vector<uint8_t> &bytes = reply_.bytes;
     uint32_t overstatement = 0;
     if (hit && hit->kind == fault_kind::short_reply)
-        bytes.resize(bytes.size() - std::min(bytes.size(), static_cast<size_t>(hit->value)));
+        bytes.erase(bytes.end() - std::min<ptrdiff_t>(std::ssize(bytes), hit->value), bytes.end());
     if (hit && hit->kind == fault_kind::long_reply)
         bytes.resize(
             std::min<size_t>(bytes.size() + static_cast<size_t>(hit->value), mix::wire::maximum_payload),

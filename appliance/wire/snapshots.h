@@ -1,5 +1,4 @@
-/* Saved configurations: snapshots of mixd's store, listed, restored and deleted through the control daemon.
- */
+/* Saved configurations: snapshots of mixd's store, listed, restored, deleted through the control daemon. */
 #ifndef MIX_APPLIANCE_WIRE_SNAPSHOTS_H
 #define MIX_APPLIANCE_WIRE_SNAPSHOTS_H
 

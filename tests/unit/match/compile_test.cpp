@@ -52,11 +52,11 @@ TEST_F(compile, builds_the_example_case_sensitive)
     /* hers 1 2 3 4, his 5 6, she 7 8 9: newest pattern first. */
     EXPECT_EQ(ids_of(made->match_lists[9]), (std::deque<uint64_t>{1, 2})) << "he stands before she";
     EXPECT_EQ(ids_of(made->match_lists[2]), (std::deque<uint64_t>{1}));
-    EXPECT_EQ(made->input_map['e'], 1);
-    EXPECT_EQ(made->input_map['h'], 2);
-    EXPECT_EQ(made->input_map['i'], 3);
-    EXPECT_EQ(made->input_map['r'], 4);
-    EXPECT_EQ(made->input_map['s'], 5);
+    EXPECT_EQ(made->input_map[u8'e'], 1);
+    EXPECT_EQ(made->input_map[u8'h'], 2);
+    EXPECT_EQ(made->input_map[u8'i'], 3);
+    EXPECT_EQ(made->input_map[u8'r'], 4);
+    EXPECT_EQ(made->input_map[u8's'], 5);
     EXPECT_EQ(cell(made.get(), 0, 2), 1u);
     EXPECT_EQ(cell(made.get(), 1, 1), 2u);
     EXPECT_EQ(cell(made.get(), 2, 0), 1u);
@@ -71,14 +71,14 @@ TEST_F(compile, builds_the_example_case_insensitive_with_16_bit_cells)
     EXPECT_EQ(made->state_size, 2);
     for (char c = 'a'; c <= 'z'; ++c)
         EXPECT_EQ(made->input_map[static_cast<uint8_t>(c)], made->input_map[static_cast<uint8_t>(c - 32)]);
-    EXPECT_EQ(made->input_map['S'], 5);
+    EXPECT_EQ(made->input_map[u8'S'], 5);
 }
 
 TEST_F(compile, ignores_the_case_of_every_pattern_once_one_asks_for_it)
 {
     matcher_pointer made = compiled({{"abc", false, 1}, {"X", true, 2}});
-    EXPECT_EQ(made->input_map['a'], 1);
-    EXPECT_EQ(made->input_map['A'], 1);
+    EXPECT_EQ(made->input_map[u8'a'], 1);
+    EXPECT_EQ(made->input_map[u8'A'], 1);
     EXPECT_EQ(memcmp(made->match_lists[4]->bytes, "abc", 3), 0) << "the copy is as it was added";
 }
 
@@ -211,8 +211,8 @@ TEST_F(compile, fills_column_256_of_a_matcher_that_ignores_case_too)
     EXPECT_EQ(made->state_size, 2);
     EXPECT_EQ(made->input_map[254], 255);
     EXPECT_EQ(made->input_map[255], 255);
-    EXPECT_EQ(made->input_map['a'], made->input_map['A']);
-    EXPECT_EQ(made->input_map['{'], '{' + 1) << "the columns of the small letters are there, unused";
+    EXPECT_EQ(made->input_map[u8'a'], made->input_map[u8'A']);
+    EXPECT_EQ(made->input_map[u8'{'], '{' + 1) << "the columns of the small letters are there, unused";
     EXPECT_EQ(cell(made.get(), 0, 255), 3u);
     EXPECT_EQ(cell(made.get(), 0, 256), 2u);
     for (bool markup : {false, true})
@@ -461,8 +461,8 @@ TEST_P(spoilt, transitions_are_as_none)
         node->next = GetParam().next;
     };
     ASSERT_EQ(tqac_compile(made.get()), 0);
-    EXPECT_EQ(cell(made.get(), 1, made->input_map['h']), GetParam().after_sh);
-    EXPECT_EQ(cell(made.get(), 1, made->input_map['s']), GetParam().after_s_s);
+    EXPECT_EQ(cell(made.get(), 1, made->input_map[u8'h']), GetParam().after_sh);
+    EXPECT_EQ(cell(made.get(), 1, made->input_map[u8's']), GetParam().after_s_s);
 }
 INSTANTIATE_TEST_SUITE_P(all, spoilt,
                          testing::Values(spoilt_case{"to_nowhere", 'h', 0xFFFFFFFF, 2, 1},

@@ -204,7 +204,7 @@ TEST_F(matcher, clears_in_a_fixed_order_and_keeps_counters_flags_map_and_codes)
     matcher_pointer made = new_matcher();
     occupy(made.get());
     made->nocase = 1;
-    made->input_map['p'] = 3;
+    made->input_map[u8'p'] = 3;
     made->charset = 8;
     made->compiled = 1;
     made->error = -4;
@@ -326,10 +326,10 @@ TEST_F(matcher, still_maps_the_bytes_of_an_earlier_compilation)
     tqac_clear(made.get());
     add_all(made.get(), {{"bd", false, 2}});
     ASSERT_EQ(tqac_compile(made.get()), 0);
-    EXPECT_EQ(made->input_map['a'], 1);
-    EXPECT_EQ(made->input_map['b'], 2);
-    EXPECT_EQ(made->input_map['c'], 3);
-    EXPECT_EQ(made->input_map['d'], 4);
+    EXPECT_EQ(made->input_map[u8'a'], 1);
+    EXPECT_EQ(made->input_map[u8'b'], 2);
+    EXPECT_EQ(made->input_map[u8'c'], 3);
+    EXPECT_EQ(made->input_map[u8'd'], 4);
     EXPECT_EQ(made->real_charset, 5);
     /* 'a' is mapped, so it resets the stored state, which a byte outside the map does not. */
     EXPECT_EQ(library_scan(made.get(), "ba", {}).state, 0u);
