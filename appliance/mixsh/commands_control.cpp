@@ -78,7 +78,6 @@ outcome show_daemons(invocation &call)
 
 outcome show_version(invocation &call)
 {
-    call.out().record({{"mixsh", "mixsh", MIXSH_VERSION}});
     const auto answer = control::ask(wire::control_about_type, nullptr, 0);
     wire::control_about about{};
     if (!answer.came)
@@ -88,7 +87,8 @@ outcome show_version(invocation &call)
     const auto store = field_text(about.store);
     const auto scenario = field_text(about.scenario);
     call.out().record(
-        {{"mixd", "mixd", field_text(about.version)},
+        {{"mixsh", "mixsh", MIXSH_VERSION},
+         {"mixd", "mixd", field_text(about.version)},
          {"Process", "pid", std::uint32_t{about.pid}},
          {"Running since", "started", local_time(about.started)},
          {"Describes", "describes", about.flags & wire::about_scenario ? scenario : "this host"},

@@ -52,11 +52,11 @@ class Commands(ShellCase):
         self.assertEqual(requests(), before + 3)
 
     def test_version_names_the_shell_and_the_running_mixd(self):
-        shell, daemon = self.json("show version")
-        self.assertRegex(shell["mixsh"], r"^\d+\.\d+\.\d+$")
-        self.assertEqual(daemon["pid"], self.mixd.process.pid)
-        self.assertEqual(daemon["run_directory"], self.mixd.run_dir)
-        self.assertEqual(daemon["describes"], "this host")
+        version, = self.json("show version")
+        self.assertRegex(version["mixsh"], r"^\d+\.\d+\.\d+$")
+        self.assertEqual(version["pid"], self.mixd.process.pid)
+        self.assertEqual(version["run_directory"], self.mixd.run_dir)
+        self.assertEqual(version["describes"], "this host")
 
 
 class Faults(ShellCase):
