@@ -17,21 +17,14 @@ namespace wire = mix::wire;
 
 // --- the table
 
-request asking(wire::mac_opcode opcode, std::uint32_t slot = 0)
+request asking(wire::mac_opcode opcode, std::uint32_t node = 0)
 {
-    return {.destination = mktipcid(slot, 0, 0), .type = wire::mac_type, .subcommand = opcode};
+    return {.destination = mktipcid(node, 0, 0), .type = wire::mac_type, .subcommand = opcode};
 }
 constexpr change static_entries{"the static MAC entries"};
 
-// Here a slot's number is its board's node.
-std::uint32_t slot_of(const invocation &call)
-{
-    return call.number_or<std::uint32_t>("slot", 0);
-}
-
 constexpr limits names{.longest = 31};
 constexpr argument vlan = option("vlan", kinds::number, "entries of this VLAN", vlan_ids);
-constexpr argument slot = option("slot", kinds::number, "board to ask, 0 for this one", slots);
 constexpr choice kind_words[] = {
     {"all", "every entry", 0},
     {"static", "configured entries", 1},
@@ -83,10 +76,10 @@ outcome show(invocation &call)
     const auto mac = call.mac("mac");
     get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, bytes_of(mac), print_entry, &to,
                   call.print(), 1, call.number_or<int>("maximum", 0),
-                  static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), slot_of(call), 0);
+                  static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), node_of(call), 0);
     to.rows.end();
     if (!call.said().empty())
-        return call.fail(asking(wire::mac_list, slot_of(call)), "the MAC table can't be read");
+        return call.fail(asking(wire::mac_list, node_of(call)), "the MAC table can't be read");
     note_rows(call, to.rows, "entry", "entries");
     return outcome::done;
 }
@@ -97,27 +90,27 @@ constexpr argument show_arguments[] = {
     option("port", kinds::interface_name, "entries of this port"),
     option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}),
     maximum_option,
-    slot,
+    node_option,
 };
 
 outcome show_count(invocation &call)
 {
     const int entries =
         get_mac_items(call.number_or<std::uint16_t>("vlan", 0), 0, 0, nullptr, nullptr, nullptr, call.print(),
-                      1, 0, static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), slot_of(call), 0);
+                      1, 0, static_cast<std::uint8_t>(call.chosen("kind").value_or(0)), node_of(call), 0);
     if (!call.said().empty())
-        return call.fail(asking(wire::mac_list, slot_of(call)), "the MAC entries can't be counted");
+        return call.fail(asking(wire::mac_list, node_of(call)), "the MAC entries can't be counted");
     call.out().record({{"Entries", "entries", entries}});
     return outcome::done;
 }
 constexpr argument count_arguments[] = {
-    vlan, option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}), slot};
+    vlan, option("kind", kinds::one_of, "entries of this kind", {.choices = kind_words}), node_option};
 
 outcome show_summary(invocation &call)
 {
     std::uint8_t raw[sizeof(wire::mac_summary_reply)];
-    if (mac_generic_data_get(raw, call.print(), slot_of(call), 0) < 0 || !call.said().empty())
-        return call.fail(asking(wire::mac_summary, slot_of(call)), "the MAC summary can't be read");
+    if (mac_generic_data_get(raw, call.print(), node_of(call), 0) < 0 || !call.said().empty())
+        return call.fail(asking(wire::mac_summary, node_of(call)), "the MAC summary can't be read");
     wire::mac_summary_reply sum;
     std::memcpy(&sum, raw, sizeof sum);
     call.out().record({{"Entries", "entries", std::uint32_t{sum.total}},
@@ -126,7 +119,7 @@ outcome show_summary(invocation &call)
                        {"Local", "local", std::uint32_t{sum.local_entries}}});
     return outcome::done;
 }
-constexpr argument summary_arguments[] = {slot};
+constexpr argument summary_arguments[] = {node_option};
 
 outcome show_bound(invocation &call)
 {
@@ -206,13 +199,13 @@ constexpr argument remove_all_arguments[] = {vsys_option};
 outcome clear(invocation &call)
 {
     const auto mac = call.mac("mac");
-    return clear_all(call, asking(wire::mac_clear_dynamic, slot_of(call)), "the MAC table was not cleared",
+    return clear_all(call, asking(wire::mac_clear_dynamic, node_of(call)), "the MAC table was not cleared",
                      [&] {
                          return mac_remove_dynamic_items(call.number_or<std::uint16_t>("vlan", 0), 0,
-                                                         bytes_of(mac), call.print(), slot_of(call), 0);
+                                                         bytes_of(mac), call.print(), node_of(call), 0);
                      });
 }
-constexpr argument clear_arguments[] = {vlan, option("mac", kinds::mac, "this address only"), slot};
+constexpr argument clear_arguments[] = {vlan, option("mac", kinds::mac, "this address only"), node_option};
 
 outcome convert(invocation &call)
 {

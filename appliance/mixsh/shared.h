@@ -16,8 +16,10 @@ namespace mixsh
 // --- arguments, and what was given for them
 
 inline constexpr argument vr_option = option("vr", kinds::number, "virtual router, 0 for all", router_ids);
-inline constexpr argument vsys_option = option("vsys", kinds::number, "virtual system", router_ids);
-inline constexpr argument node_option = option("node", kinds::number, "board to ask, 0 for this one", slots);
+inline constexpr argument vsys_option =
+    option("vsys", kinds::number, "virtual system, 0 if not given", router_ids);
+inline constexpr argument node_option =
+    option("node", kinds::number, "board to ask, its slot + 1; 0 for this one", slots);
 inline constexpr argument maximum_option =
     option("maximum", kinds::number, "about how many rows are wanted", {.low = 1, .high = INT32_MAX});
 
