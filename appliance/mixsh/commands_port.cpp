@@ -498,9 +498,13 @@ outcome show_uplink(invocation &call)
 
 outcome set_uplink(invocation &call)
 {
-    if (drv_set_direct_uplink(static_cast<int>(call.chosen("STATE").value_or(0))) != 0)
+    const auto wanted = static_cast<int>(call.chosen("STATE").value_or(0));
+    if (drv_set_direct_uplink(wanted) != 0)
         return call.fail("direct uplink was not changed",
                          "it is a file in /flash/platform, which must exist and be writable");
+    // Where there is none, the library does nothing and says that this is well.
+    if (drv_direct_uplink_is_enabled() != wanted)
+        return call.fail("this board has no direct uplink");
     return outcome::done;
 }
 constexpr argument uplink_arguments[] = {value("STATE", kinds::one_of, "on or off", on_off)};

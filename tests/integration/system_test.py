@@ -255,7 +255,8 @@ class ThisHost(WithChassis):
     def test_direct_uplink_needs_its_place(self):
         self.assertEqual(self.one("show uplink", MIX_BOARD="appliance"), {"enabled": False})
         self.refused("set uplink on", "direct uplink was not changed", MIX_BOARD="appliance")
-        self.ok("set uplink on", MIX_BOARD="vm") # which has none, so nothing is done
+        self.refused("set uplink on", "this board has no direct uplink", MIX_BOARD="vm")
+        self.ok("set uplink off", MIX_BOARD="vm")
 
     def test_a_lone_board_is_in_the_slot_of_its_profile(self):
         self.mixd.stop()
