@@ -132,7 +132,7 @@ outcome show_rules(invocation &call)
     if (!call.said().empty())
         return call.fail(asking_profiles, "the behaviour profile can't be read");
     if (found == 0)
-        return call.fail("there is no such behaviour profile", "show behaviour profiles");
+        return call.fail("there is no such behaviour profile", "\"show behaviour profiles\" lists them");
     return outcome::done;
 }
 constexpr argument rule_arguments[] = {

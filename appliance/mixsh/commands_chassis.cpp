@@ -120,7 +120,7 @@ outcome set_card(invocation &call)
     if (tell(card, &answer) != 0)
         return call.fail(asking, "the chassis manager did not take the notice");
     if (answer != 0)
-        return call.fail("the chassis manager has no such card", "show slots lists those it has");
+        return call.fail("the chassis manager has no such card", "\"show slots\" lists those it has");
     return outcome::done;
 }
 constexpr argument card_arguments[] = {

@@ -157,7 +157,7 @@ outcome show_version(invocation &call)
 
 outcome no_image_loaded(invocation &call)
 {
-    return call.fail("no image is loaded", "set upgrade image IMAGE loads one");
+    return call.fail("no image is loaded", "\"set upgrade image IMAGE\" loads one");
 }
 
 outcome show_loaded(invocation &call)
@@ -265,12 +265,13 @@ outcome show_gshut(invocation &call)
     wire::graceful_record is;
     if (issu_show_gshut(0, &is) != 0)
         return failed(call, wire::issu_code::show_gshut, "the graceful shutdown can't be read");
+    const bool any = is.modules != 0;
     call.out().record({{"Modules shut down", "modules", std::uint32_t{is.modules}},
                        {"Last", "last", field_text(is.last)},
                        {"Its part", "part", field_text(is.second)},
-                       {"Processor", "cpu", std::uint32_t{is.cpu}},
-                       {"First number", "first", std::uint32_t{is.words[0]}},
-                       {"Second number", "second", std::uint32_t{is.words[1]}}});
+                       {"Processor", "cpu", any ? cell(std::uint32_t{is.cpu}) : cell()},
+                       {"First number", "first", any ? cell(std::uint32_t{is.words[0]}) : cell()},
+                       {"Second number", "second", any ? cell(std::uint32_t{is.words[1]}) : cell()}});
     return outcome::done;
 }
 

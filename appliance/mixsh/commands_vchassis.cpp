@@ -271,9 +271,13 @@ outcome show_addresses(invocation &call)
         const std::size_t count = std::min(most, entries.size() - first);
         if (libvchassisd_addr_get_info(static_cast<std::uint32_t>(count), &entries[first]) != 0)
             return call.fail(asking(wire::vchassis_addr_info), "the addresses can't be read");
-        for (std::size_t i = first; i < first + count; i++)
-            rows.row({std::uint32_t{entries[i].key}, entries[i].found != 0 ? field_text(entries[i].text) : "",
-                      std::uint32_t{entries[i].b}, std::uint32_t{entries[i].c}});
+        for (std::size_t i = first; i < first + count; i++) {
+            const auto &each = entries[i];
+            const bool found = each.found != 0;
+            rows.row({std::uint32_t{each.key}, found ? cell(field_text(each.text)) : cell(),
+                      found ? cell(std::uint32_t{each.b}) : cell(),
+                      found ? cell(std::uint32_t{each.c}) : cell()});
+        }
     }
     return outcome::done;
 }

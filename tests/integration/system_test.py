@@ -412,7 +412,8 @@ class Upgrade(WithChassis):
         self.refused("set upgrade switch 9 0", "Failed to send IPC message")
 
     def test_a_module_is_shut_down(self):
-        self.assertEqual(self.one("show upgrade shutdown")["modules"], 0)
+        self.assertEqual(self.one("show upgrade shutdown"), {"modules": 0, "last": None, "part": None, "cpu": None,
+                                                             "first": None, "second": None})
         self.ok("set upgrade shutdown nat part gateway cpu 3 first 7 second 8")
         self.assertEqual(self.one("show upgrade shutdown"),
                          {"modules": 1, "last": "nat", "part": "gateway", "cpu": 3, "first": 7, "second": 8})
