@@ -81,6 +81,12 @@ int print(const std::string &text)
     return static_cast<int>(std::fflush(stdout) == 0 ? status::ok : status::failed);
 }
 
+int misused(std::string_view why)
+{
+    fmt::print(stderr, "mixsh: {}; \"mixsh --help\" tells the options\n", why);
+    return static_cast<int>(status::wrong);
+}
+
 status run(shell &sh, const std::vector<std::string> &commands)
 {
     if (commands.empty())
@@ -126,17 +132,17 @@ int main(int argc, char **argv)
     options.set_version_flag("--version", "mixsh " MIXSH_VERSION);
     try {
         options.parse(argc, argv);
+    } catch (const CLI::Success &asked) { // --help, --version
+        return options.exit(asked);
     } catch (const CLI::ExtrasError &error) {
         const auto words = options.remaining();
-        if (words.empty() || words.front().starts_with('-')) {
-            options.exit(error);
-        } else {
-            fmt::print(stderr, "mixsh: a command goes behind -c, all its words as one: mixsh -c '{}'\n",
-                       fmt::join(words, " "));
-        }
+        if (words.empty() || words.front().starts_with('-'))
+            return misused(error.what());
+        fmt::print(stderr, "mixsh: a command goes behind -c, all its words as one: mixsh -c '{}'\n",
+                   fmt::join(words, " "));
         return static_cast<int>(status::wrong);
     } catch (const CLI::ParseError &error) {
-        return options.exit(error) == 0 ? 0 : static_cast<int>(status::wrong);
+        return misused(error.what());
     }
     if (list || unfinished)
         return print(unfinished ? completions(all_families(), *unfinished) : command_list(all_families()));
