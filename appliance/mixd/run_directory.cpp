@@ -1,6 +1,6 @@
 #include "appliance/mixd/run_directory.h"
 
-#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
@@ -54,7 +54,8 @@ run_directory::run_directory(std::string path) : path_(std::move(path))
         char pid[32] = {};
         const bool known = errno == EWOULDBLOCK && pread(lock_.get(), pid, sizeof pid - 1, 0) > 0;
         throw startup_error(fmt::format("another mixd{} serves {}",
-                                        known ? fmt::format(" (pid {})", std::atoi(pid)) : "", path_));
+                                        known ? fmt::format(" (pid {:.{}})", pid, strcspn(pid, "\n")) : "",
+                                        path_));
     }
     const std::string pid = fmt::format("{}\n", getpid());
     /* The number is there for people; a full file system must not stop the daemons. */

@@ -99,7 +99,7 @@ void log_counts()
                                     *cur_app_num, *cur_predef_app_num));
 }
 
-class application : public service
+class application final : public service
 {
   public:
     explicit application(setup &with);

@@ -84,7 +84,7 @@ bool is_one_of(std::string_view name, std::string_view names)
     return false;
 }
 
-class arp : public service
+class arp final : public service
 {
   public:
     explicit arp(setup &with);

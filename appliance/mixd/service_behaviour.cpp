@@ -53,7 +53,7 @@ struct profile_key_of {
     profile_key operator()(const bhv_profile_row &row) const { return {std::to_array(row.name)}; }
 };
 
-class behaviour : public service
+class behaviour final : public service
 {
   public:
     explicit behaviour(setup &with);

@@ -76,7 +76,7 @@ struct card {
     }
 };
 
-class chassis : public service
+class chassis final : public service
 {
   public:
     explicit chassis(setup &with);

@@ -98,7 +98,7 @@ uint64_t wall_clock()
     return static_cast<uint64_t>(std::time(nullptr));
 }
 
-class dhcpsn : public service
+class dhcpsn final : public service
 {
   public:
     explicit dhcpsn(setup &with);

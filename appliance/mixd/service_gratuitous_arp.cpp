@@ -45,7 +45,7 @@ struct sender_key_of {
     sender_key operator()(const gas_row &row) const { return {row.address, std::to_array(row.interface)}; }
 };
 
-class gratuitous_arp : public service, private network_observer
+class gratuitous_arp final : public service, private network_observer
 {
   public:
     explicit gratuitous_arp(setup &with);

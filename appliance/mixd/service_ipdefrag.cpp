@@ -43,7 +43,7 @@ constexpr const char *migrations[] = {
     "CREATE TABLE ipdefrag(setting TEXT PRIMARY KEY, value INTEGER NOT NULL)",
 };
 
-class ipdefrag : public service
+class ipdefrag final : public service
 {
   public:
     explicit ipdefrag(setup &with);

@@ -97,7 +97,7 @@ void read_file(const std::string &file, isp_table &out)
     }
 }
 
-class isp : public service
+class isp final : public service
 {
   public:
     explicit isp(setup &with);

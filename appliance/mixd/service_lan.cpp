@@ -44,7 +44,7 @@ std::vector<lan_network> read(scenario_table table)
     return networks;
 }
 
-class lan : public service, private network_observer
+class lan final : public service, private network_observer
 {
   public:
     explicit lan(setup &with);

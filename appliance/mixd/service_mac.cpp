@@ -64,7 +64,7 @@ struct place {
     bool operator==(const place &) const = default;
 };
 
-class mac : public service, private network_observer
+class mac final : public service, private network_observer
 {
   public:
     explicit mac(setup &with);

@@ -32,7 +32,7 @@ mac_description_row make_row(const description_key &key, std::string_view text, 
     return row;
 }
 
-class description_service : public service
+class description_service final : public service
 {
   public:
     explicit description_service(setup &with);

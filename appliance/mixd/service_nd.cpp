@@ -122,7 +122,7 @@ struct filtered_selection {
     }
 };
 
-class nd : public service, private network_observer
+class nd final : public service, private network_observer
 {
   public:
     explicit nd(setup &with);

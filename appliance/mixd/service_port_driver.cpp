@@ -127,7 +127,7 @@ std::vector<std::string> bridges()
     return out;
 }
 
-class port_driver : public service
+class port_driver final : public service
 {
   public:
     explicit port_driver(setup &with);

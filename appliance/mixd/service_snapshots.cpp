@@ -34,7 +34,7 @@ constexpr const char *migrations[] = {
 /* Which of the five texts is what. */
 enum save_text : size_t { text_kind, text_empty, text_saver, text_module, text_time };
 
-class snapshots : public service
+class snapshots final : public service
 {
   public:
     explicit snapshots(setup &with) : store_(with.state()), all_(with.internals())

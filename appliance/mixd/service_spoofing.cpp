@@ -126,7 +126,7 @@ inspection_selection selection_of(const arpi_request &asked)
 
 /* --- the service --- */
 
-class spoofing : public service
+class spoofing final : public service
 {
   public:
     explicit spoofing(setup &with);

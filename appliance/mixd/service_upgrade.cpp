@@ -46,7 +46,7 @@ struct processor {
     uint32_t percent = 0;
 };
 
-class upgrade : public service
+class upgrade final : public service
 {
   public:
     explicit upgrade(setup &with);

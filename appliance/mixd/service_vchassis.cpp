@@ -71,7 +71,7 @@ host count_processors(uint32_t slot)
     return {slot, flavour, processors / flavour};
 }
 
-class vchassis : public service
+class vchassis final : public service
 {
   public:
     explicit vchassis(setup &with);

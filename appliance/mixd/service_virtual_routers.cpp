@@ -11,7 +11,7 @@ namespace mixd
 namespace
 {
 
-class virtual_routers : public service
+class virtual_routers final : public service
 {
   public:
     explicit virtual_routers(setup &with) : network_(with.shared_state<network>())

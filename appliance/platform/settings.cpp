@@ -186,7 +186,7 @@ std::optional<std::string> endpoint_of_node(const std::string &path, uint8_t nod
     const toml::node_view<const toml::node> entry = parsed.table()["node"][std::to_string(node)];
     if (!entry)
         return std::nullopt;
-    const auto directory = entry.value_exact<std::string>();
+    auto directory = entry.value_exact<std::string>();
     if (!directory)
         complain_once(
             at(path, entry.node()->source(), "a node's place must be a text, the directory of its sockets"));
