@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -12,6 +11,7 @@
 #include <toml++/toml.h>
 
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text_file.h"
 
 namespace mixd
 {
@@ -327,8 +327,8 @@ scenario::scenario()
 scenario::scenario(const std::string &file) : problems_(std::make_shared<scenario_problems>())
 {
     problems_->file = file;
-    std::ifstream input(file, std::ios::binary);
-    if (!input)
+    std::ifstream input;
+    if (!mix::wire::open_text(input, file))
         throw startup_error(fmt::format("{}: {}", file, std::strerror(errno)));
     try {
         auto parsed = std::make_shared<toml::table>(toml::parse(input, file));

@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <fstream>
 #include <sstream>
 #include <unordered_map>
 
@@ -17,6 +16,7 @@
 
 #include "appliance/mixd/hosts.h"
 #include "appliance/mixd/service.h"
+#include "appliance/wire/text_file.h"
 #include "sys/isp_wire.h"
 
 namespace mixd
@@ -77,8 +77,8 @@ class isp_table
 /* Throws std::runtime_error with what is wrong first. */
 void read_file(const std::string &file, isp_table &out)
 {
-    std::ifstream in(file);
-    if (!in)
+    std::ifstream in;
+    if (!mix::wire::open_text(in, file))
         throw std::runtime_error(fmt::format("{}: {}", file, std::strerror(errno)));
     size_t number = 0;
     for (std::string line; std::getline(in, line);) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <map>
 #include <stdexcept>
@@ -14,6 +13,7 @@
 #include <libmix/app_table.h>
 
 #include "app/app_wire.h"
+#include "appliance/wire/text_file.h"
 
 namespace mixd
 {
@@ -289,8 +289,8 @@ signature_list read_signatures(std::istream &from, const std::string &name)
 
 signature_list read_signatures(const std::string &file)
 {
-    std::ifstream from(file);
-    if (!from)
+    std::ifstream from;
+    if (!mix::wire::open_text(from, file))
         throw std::runtime_error(fmt::format("{}: {}", file, std::strerror(errno)));
     return read_signatures(from, file);
 }

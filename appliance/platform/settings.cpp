@@ -3,14 +3,18 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #define TOML_HEADER_ONLY 1
 #define TOML_EXCEPTIONS 0
 #define TOML_ENABLE_FORMATTERS 0
 #include <toml++/toml.h>
+
+#include "appliance/wire/text_file.h"
 
 namespace mixplatform
 {
@@ -166,7 +170,12 @@ void complain_once(const std::string &what)
 
 std::optional<profile> read_profile_file(const std::string &path, std::string &why)
 {
-    return profile_of(toml::parse_file(path), path, why);
+    std::ifstream input;
+    if (!mix::wire::open_text(input, path)) {
+        why = path + ": " + strerrordesc_np(errno);
+        return std::nullopt;
+    }
+    return profile_of(toml::parse(input, path), path, why);
 }
 
 std::optional<profile> read_profile_text(std::string_view text, std::string_view name, std::string &why)

@@ -307,6 +307,12 @@ TEST_F(mixd_life, a_scenario_that_is_not_there_is_told)
     expect_no_start("none.toml: No such file or directory");
 }
 
+TEST_F(mixd_life, a_directory_is_no_scenario)
+{
+    mixd.arguments = {"--scenario", place.path()};
+    expect_no_start(place.path() + ": Is a directory");
+}
+
 TEST_F(mixd_life, a_scenario_replaces_the_host)
 {
     mixd.arguments = {"--scenario", place.file("s.toml", "[ipdefrag]\nfragments = 4321\nseconds = 21\n")};
