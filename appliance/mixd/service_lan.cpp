@@ -1,12 +1,16 @@
 /*
  * Keeps the shared "lan_addr" table: the IPv4 networks that the interfaces are in, as addresses come and go,
  * and those that a scenario adds in [lan_addr]. Serves no message; whoever wants to know attaches the
- * segment.
+ * segment. There is one on a machine: the mixd that locked it first keeps it, others leave it alone.
  *
  * A table that is there when mixd stops is left as it is, so that a restart is not seen.
  */
+#include <sys/file.h>
+#include <sys/mman.h>
+
 #include <fmt/format.h>
 
+#include "appliance/mixd/event.h"
 #include "appliance/mixd/hosts.h"
 #include "appliance/mixd/lan_table.h"
 #include "appliance/mixd/network.h"
@@ -54,6 +58,7 @@ class lan final : public service, private network_observer
 
     network &network_;
     const std::vector<lan_network> added_; /* by the scenario */
+    descriptor lock_;
     std::optional<lan_table> table_;
     size_t dropped_ = 0;
 };
@@ -64,6 +69,11 @@ lan::lan(setup &with) : network_(with.shared_state<network>()), added_(read(with
     if (attached == nullptr) {
         log(priority::warning,
             "shared memory \"lan_addr\" can't be had: nobody will know the LAN's addresses");
+        return;
+    }
+    lock_ = descriptor(shm_open(mix::wire::lan_segment_name, O_RDWR, 0));
+    if (!lock_ || flock(lock_.get(), LOCK_EX | LOCK_NB) < 0) {
+        log(priority::notice, "another mixd keeps the LAN's addresses, they are left to that one");
         return;
     }
     table_.emplace(*static_cast<mix::wire::lan_table *>(attached));

@@ -4,6 +4,7 @@ import os
 import struct
 import unittest
 
+from mixd import Mixd
 from own_network import Peer, enter, ip, run, until
 from shell_case import ShellCase
 
@@ -130,6 +131,16 @@ class LanScenario(ShellCase):
         self.assertEqual(table(), {"10.1.0.0/16", "203.0.113.7/32", "172.16.0.0/20"})
         self.assertTrue(self.json("show address 172.16.15.255")[0]["is_lan_addr"])
         self.assertFalse(self.json("show address 192.0.2.6")[0]["is_lan_addr"], "the host is not what is described")
+
+    def test_stays_with_the_mixd_that_has_it(self):
+        self.start('[[lan_addr.network]]\naddress = "10.1.0.0"\nlength = 16\n')
+        with Mixd(scenario='[[lan_addr.network]]\naddress = "10.2.0.0"\nlength = 16\n') as other:
+            self.assertIn("another mixd keeps the LAN's addresses", other.log())
+            self.assertEqual(table(), {"10.1.0.0/16"})
+            self.mixd.stop()
+            other.stop()
+            other.start()
+            self.assertEqual(table(), {"10.2.0.0/16"})
 
     def test_without_networks_has_an_empty_table(self):
         self.start("")
