@@ -45,10 +45,15 @@ constexpr column application_columns[] = {
     {.title = "Type", .key = "type", .at_least = 5},
     {.title = "Name", .key = "name", .may_be_cut = true, .at_least = 20},
     {.title = "Chinese name", .key = "chinese_name", .may_be_cut = true, .at_least = 16},
+    {.title = "User-defined", .key = "user_defined", .programs_only = true},
     {.title = "Category", .key = "category", .may_be_cut = true, .at_least = 18},
+    {.title = "Chinese category", .key = "chinese_category", .programs_only = true},
     {.title = "Subcategory", .key = "subcategory", .may_be_cut = true, .at_least = 18},
+    {.title = "Chinese subcategory", .key = "chinese_subcategory", .programs_only = true},
+    {.title = "Technology", .key = "technology", .programs_only = true},
     {.title = "Risk", .key = "risk"},
     {.title = "Shadow IT", .key = "shadow_it"},
+    {.title = "Property", .key = "property", .programs_only = true},
 };
 
 bool is_user_defined(std::uint32_t type)
@@ -103,9 +108,12 @@ outcome show_list(invocation &call)
     for (std::uint32_t type = 0; type <= app_last; type++) {
         if (!is_in_use(type) || !passes(call, type))
             continue;
-        if (!rows.row({type, tq_app_type2name(type), tq_app_type2name_cn(type), tq_app_type2category(type),
-                       tq_app_type2subcategory(type), tq_apptype2risk(static_cast<int>(type)),
-                       tq_apptype2shadow_it(static_cast<int>(type)) != 0}))
+        const int number = static_cast<int>(type);
+        if (!rows.row({type, tq_app_type2name(type), tq_app_type2name_cn(type), is_user_defined(type),
+                       tq_app_type2category(type), tq_app_type2category_cn(type),
+                       tq_app_type2subcategory(type), tq_app_type2subcategory_cn(type),
+                       tq_app_type2technology(number), tq_apptype2risk(number),
+                       tq_apptype2shadow_it(number) != 0, tq_apptype2property(number)}))
             break;
     }
     return outcome::done;
@@ -247,8 +255,9 @@ std::uint32_t find_user_defined(invocation &call)
     if (*name != '\0' && *end == '\0' && type <= app_last &&
         is_user_defined(static_cast<std::uint32_t>(type)) && is_in_use(static_cast<std::uint32_t>(type)))
         return static_cast<std::uint32_t>(type);
-    call.fail("there is no such user-defined application",
-              "show application user-defined lists them; predefined ones come from mixd's signature file");
+    call.fail(
+        "there is no such user-defined application",
+        "\"show application user-defined\" lists them; predefined ones come from mixd's signature file");
     return 0;
 }
 

@@ -62,6 +62,7 @@ class Catalogue(ShellCase):
 
     def test_counts_and_categories(self):
         everything = self.json("show application")
+        self.assertIn(self.json("show application type 70")[0], everything)
         self.assertGreaterEqual(len(everything), 300)
         self.assertEqual(self.json("show application counts"),
                          [{"applications": len(everything), "predefined": len(everything), "user_defined": 0}])
