@@ -1,8 +1,9 @@
-/* The control service: lists what mixd serves and sets faults. Message types 250 to 254 of daemon 201, whose
- * 240 to 243 are with the services that they tell of: snapshots and the virtual chassis. */
+/* The control service: lists what mixd serves and sets faults. Message types 245 and 250 to 254 of daemon
+ * 201, whose 240 to 244 are with the services that they tell of: snapshots and the virtual chassis. */
 #include <cerrno>
 
 #include "appliance/mixd/core.h"
+#include "appliance/mixd/network.h"
 #include "appliance/mixd/version.h"
 #include "appliance/wire/text.h"
 
@@ -63,9 +64,26 @@ int32_t about(core &all, const board &at, reply &out)
     return 0;
 }
 
+int32_t list_interfaces(const network &of, const request &asked, reply &out)
+{
+    std::vector<const network_interface *> all;
+    for (const auto &[index, one] : of.interfaces())
+        all.push_back(&one);
+    return page<control_interface>(asked, out, all, [](const network_interface *one) {
+        control_interface row{};
+        row.index = one->index;
+        fill_text(row.name, one->name);
+        return row;
+    });
+}
+
 std::unique_ptr<service> make(setup &with)
 {
     core &all = with.internals();
+    const network &described = with.shared_state<network>();
+    with.serve(control_daemon, control_list_interfaces, [&described](const request &asked, reply &out) {
+        return list_interfaces(described, asked, out);
+    });
     with.serve(control_daemon, control_set_fault, [&all](const request &asked, reply &) {
         if (asked.bytes.size() != sizeof(control_fault))
             return -EINVAL;

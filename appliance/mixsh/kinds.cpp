@@ -1,10 +1,12 @@
 #include "appliance/mixsh/kinds.h"
 
+#include "appliance/mixsh/addresses.h"
+#include "appliance/mixsh/control_client.h"
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fmt/format.h>
-#include <net/if.h>
 
 namespace mixsh
 {
@@ -105,10 +107,10 @@ rating rate_interface(const argument &, const std::string &word)
 std::vector<candidate> suggest_interfaces(const argument &, const std::string &)
 {
     std::vector<candidate> found;
-    auto *all = if_nameindex();
-    for (auto *one = all; one && one->if_index; ++one)
-        found.push_back({one->if_name, fmt::format("interface {}", one->if_index)});
-    if_freenameindex(all);
+    control::each_row<mix::wire::control_interface>(mix::wire::control_list_interfaces, [&](const auto &row) {
+        found.push_back({field_text(row.name), fmt::format("interface {}", std::uint32_t{row.index})});
+        return true;
+    });
     return found;
 }
 

@@ -17,7 +17,7 @@ extern const kind ipv4;   // rated by the library's own matcher and validator
 extern const kind ipv4_prefix;
 extern const kind ipv6;
 extern const kind mac;            // 00:11:22:33:44:55, 00-11-22-33-44-55 or 0011.2233.4455
-extern const kind interface_name; // offers those of this host
+extern const kind interface_name; // offers those of the appliance
 extern const kind file;           // a path; offers what is there
 
 } // namespace mixsh::kinds

@@ -15,7 +15,8 @@ namespace mix::wire
 inline constexpr uint8_t control_daemon = 201;
 
 /* Message types. Statuses are 0, or a negative error number (-EINVAL, -ENOENT). */
-inline constexpr uint32_t control_set_fault = 250;    /* control_fault; no reply bytes */
+inline constexpr uint32_t control_list_interfaces = 245; /* control_list; page of control_interface */
+inline constexpr uint32_t control_set_fault = 250;       /* control_fault; no reply bytes */
 inline constexpr uint32_t control_clear_faults = 251; /* control_clear; the status is how many were cleared */
 inline constexpr uint32_t control_list_faults = 252;  /* control_list; page of control_fault */
 inline constexpr uint32_t control_list_services = 253; /* control_list; page of control_service */
@@ -88,6 +89,15 @@ static_assert(offsetof(control_service, faulted) == 56);
 static_assert(offsetof(control_service, total_ns) == 64);
 static_assert(offsetof(control_service, slowest_ns) == 72);
 static_assert(offsetof(control_service, reply_bytes) == 80);
+
+/* An interface of the appliance: of what mixd describes. */
+struct [[gnu::packed]] control_interface {
+    uint32_t index;
+    char name[32]; /* terminated */
+};
+static_assert(sizeof(control_interface) == 36);
+static_assert(offsetof(control_interface, index) == 0);
+static_assert(offsetof(control_interface, name) == 4);
 
 struct [[gnu::packed]] control_about {
     uint32_t pid;

@@ -59,6 +59,13 @@ class Commands(ShellCase):
         self.assertEqual(version["describes"], "this host")
 
 
+class Interfaces(ShellCase):
+    scenario = '[[network.interface]]\nname = "ge0"\n[[mac.entry]]\ninterface = "br0"\nport = "ge1"\n'
+
+    def test_of_the_appliance_are_offered_not_of_this_host(self):
+        self.assertEqual(self.offered("show arp interface "), ["ge0", "br0", "ge1"])
+
+
 class Faults(ShellCase):
     def test_a_delay_is_felt_and_counted(self):
         self.ok("set fault delay daemon 0 type 38 milliseconds 200 count 1")

@@ -93,11 +93,8 @@ TEST(matchers, answer_by_their_numbers_and_the_validator)
     EXPECT_EQ(rate_by_matcher(match_aba, nullptr, "x").at, 0u);
 }
 
-TEST(interfaces, of_this_host_are_offered)
+TEST(interfaces, are_rated_by_their_letters)
 {
-    const argument self{"X", true, &kinds::interface_name, "help", presence::optional, {}};
-    const auto all = kinds::interface_name.suggest(self, "");
-    EXPECT_TRUE(std::any_of(all.begin(), all.end(), [](const candidate &is) { return is.word == "lo"; }));
     EXPECT_EQ(rated(kinds::interface_name, "eth0"), "complete");
     EXPECT_EQ(rated(kinds::interface_name, "et/0"), "wrong at 2");
 }
