@@ -295,7 +295,8 @@ dhcpsn_binding dhcpsn::row_of(const binding &one) const
         return row;
     if (const mac_record *entry = macs_.find(one.key.mac, 0)) {
         std::copy(std::begin(entry->port_name), std::end(entry->port_name), row.interface);
-        row.vlan = entry->key.vlan;
+        if (row.vlan == 0)
+            row.vlan = entry->key.vlan;
     } else if (const network_interface *towards = network_.interface_towards(one.key.address, 0)) {
         fill_text(row.interface, towards->name);
     }

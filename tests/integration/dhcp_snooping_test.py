@@ -197,6 +197,30 @@ host = "server"
         self.assertEqual(set(self.shown()), {("10.9.0.1", "02:aa:00:00:00:01")})
 
 
+class ScenarioWithMacTable(WithMixd):
+    scenario = """
+[[mac.many]]
+count = 2
+mac = "02:aa:00:00:00:01"
+interface = "br0"
+port = "ge4"
+vlan = 30
+[[dhcpsn.many]]
+count = 1
+address = "10.9.0.1"
+mac = "02:aa:00:00:00:01"
+[[dhcpsn.binding]]
+address = "10.9.0.2"
+mac = "02:aa:00:00:00:02"
+vlan = 40
+"""
+
+    def test_says_where_a_client_is_unless_the_binding_does(self):
+        self.assertEqual({row["address"]: (row["interface"], row["vlan"])
+                          for row in self.json("show dhcp-snooping bindings")},
+                         {"10.9.0.1": ("ge4", 30), "10.9.0.2": ("ge4", 40)})
+
+
 class ScenarioWithLeases(WithMixd):
     def setUp(self):
         self.scenario = """
