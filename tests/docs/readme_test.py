@@ -78,7 +78,7 @@ class Quotations(unittest.TestCase):
             with self.subTest(file=file):
                 self.assertIn(block, (TREE / file).read_text(encoding="utf-8"))
             quoted += 1
-        self.assertEqual(quoted, 9)
+        self.assertEqual(quoted, 11)
 
     def test_the_first_program_is_the_example_in_short(self):
         text = (TREE / "README.md").read_text(encoding="utf-8")
