@@ -1,7 +1,7 @@
 /*
  * A first program: reads the two IP fragment reassembly settings and, with two arguments, changes them first.
  *
- *     cc fragment_settings.c -lmix
+ *     cc fragment_settings.c $(pkg-config --cflags --libs libmix)
  */
 #include <libmix/ipdefrag.h>
 

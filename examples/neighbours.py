@@ -1,9 +1,16 @@
 #!/usr/bin/python3
-"""libmix from Python, by ctypes: the fragment settings, and the IPv6 neighbours as a list of dictionaries."""
+"""libmix from Python, by ctypes: the fragment settings, and the IPv6 neighbours as a list of dictionaries.
+
+LD_LIBRARY_PATH=build/release/lib lets a libmix be found that is not installed."""
 import ctypes
 import ipaddress
 import json
+import os
 import sys
+
+# The answer goes to standard output; what the C library prints there to standard error.
+answer = os.fdopen(os.dup(1), "w")
+os.dup2(2, 1)
 
 libmix = ctypes.CDLL("libmix.so.1")
 # Failures are told through any function that is shaped like printf: the C library's own.
@@ -38,4 +45,4 @@ def neighbours():
     return found
 
 
-print(json.dumps({"fragment": fragment_settings(), "neighbours": neighbours()}, indent=4))
+print(json.dumps({"fragment": fragment_settings(), "neighbours": neighbours()}, indent=4), file=answer)
