@@ -176,8 +176,11 @@ void combine(bitmap &into, const bitmap &other, std::int64_t by)
     }
 }
 
-constexpr column map_columns[] = {
-    {"Port", "port"}, {"Count", "count"}, {"In range", "in_range"}, {"VLANs", "vlans", true}};
+constexpr column map_columns[] = {{"Port", "port_number"},
+                                  {"Combined", "combined"},
+                                  {"Count", "count"},
+                                  {"In range", "in_range"},
+                                  {"VLANs", "vlans", true}};
 
 cell in_range(invocation &call, const bitmap &of)
 {
@@ -193,18 +196,18 @@ outcome show_map(invocation &call)
     for (const char *list : call.texts("VLANS"))
         ports.push_back(bitmap_of(list));
     table rows(call.out(), map_columns);
-    const auto row = [&](cell name, const bitmap &of) {
-        return rows.row(
-            {std::move(name), bitmap_get_port_vlan_num(of.data()), in_range(call, of), list_of(of)});
+    const auto row = [&](cell port, cell combined, const bitmap &of) {
+        return rows.row({std::move(port), std::move(combined), bitmap_get_port_vlan_num(of.data()),
+                         in_range(call, of), list_of(of)});
     };
     for (std::size_t port = 0; port < ports.size(); ++port)
-        if (!row(port, ports[port]))
+        if (!row(port, {}, ports[port]))
             return outcome::done;
     if (const auto by = call.chosen("combine")) {
         bitmap all = ports.front();
         for (std::size_t port = 1; port < ports.size(); ++port)
             combine(all, ports[port], *by);
-        row(call.text("combine"), all);
+        row({}, call.text("combine"), all);
     }
     return outcome::done;
 }

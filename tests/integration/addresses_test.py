@@ -210,13 +210,13 @@ class Words(ShellCase):
     def test_vlan_maps(self):
         found = self.json("show vlan-map 1,10-20 15-30,4094 none combine diff from 12 to 14")
         self.assertEqual(found, [
-            {"port": 0, "count": 12, "in_range": True, "vlans": "1,10-20"},
-            {"port": 1, "count": 17, "in_range": False, "vlans": "15-30,4094"},
-            {"port": 2, "count": 0, "in_range": False, "vlans": "none"},
-            {"port": "diff", "count": 17, "in_range": True, "vlans": "1,10-14,21-30,4094"}])
+            {"port_number": 0, "combined": None, "count": 12, "in_range": True, "vlans": "1,10-20"},
+            {"port_number": 1, "combined": None, "count": 17, "in_range": False, "vlans": "15-30,4094"},
+            {"port_number": 2, "combined": None, "count": 0, "in_range": False, "vlans": "none"},
+            {"port_number": None, "combined": "diff", "count": 17, "in_range": True, "vlans": "1,10-14,21-30,4094"}])
         for how, vlans in (("or", "1-9"), ("and", "3-5"), ("not", "1-2")):
             combined = self.json(f"show vlan-map 1-5 3-9 combine {how}")[-1]
-            self.assertEqual((combined["port"], combined["vlans"], combined["in_range"]), (how, vlans, None))
+            self.assertEqual((combined["combined"], combined["vlans"], combined["in_range"]), (how, vlans, None))
         self.assertEqual(self.json("show vlan-members 4 1-5 none 3-9"),
                          [{"vlan": 4, "ports": 2, "lowest": 0, "members": "0,2"}])
         self.assertEqual(self.json("show vlan-members 10 1-5 none 3-9"),
