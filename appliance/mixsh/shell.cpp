@@ -57,30 +57,30 @@ void show_place(output &out, const place &here, std::string_view beginning)
         rows.row({"<enter>", here.ends->help});
 }
 
-status shell::explain(std::string_view line, std::string_view source, std::size_t prompt_width)
+status shell::explain(std::string_view line, std::size_t prompt_width)
 {
     const auto at = complete(families_, line);
     if (!at.readable)
-        return complain(line, at.why, source, prompt_width);
+        return complain(line, at.why, prompt_width);
     output out(how_.answers, how_.as, how_.width);
     show_place(out, at.here, at.beginning);
     return out.flush() ? status::ok : status::failed;
 }
 
-status shell::run(std::string_view line, std::string_view source, std::size_t prompt_width)
+status shell::run(std::string_view line, std::size_t prompt_width)
 {
     if (line.find('\0') != std::string_view::npos) {
-        write(how_.errors, fmt::format("{}the line has a zero byte in it\n", source));
+        report(line, {"the line has a zero byte in it", {}, {}}, status::wrong);
         return status::wrong;
     }
     const auto split = split_words(line);
     if (split.comment || (split.tokens.empty() && !split.open))
         return status::ok;
     if (asks(line, split))
-        return explain(line.substr(0, split.tokens.back().end - 1), source, prompt_width);
+        return explain(line.substr(0, split.tokens.back().end - 1), prompt_width);
     auto read = read_line(families_, line, split);
     if (!read.runs)
-        return complain(line, read.why, source, prompt_width);
+        return complain(line, read.why, prompt_width);
 
     output out(how_.answers, how_.as, how_.width);
     set_interrupted(false);
@@ -93,38 +93,47 @@ status shell::run(std::string_view line, std::string_view source, std::size_t pr
                         : ended == outcome::failed ? status::failed
                                                    : status::ok;
     if (result != status::ok)
-        report(line, call.reported(), result, source);
+        report(line, call.reported(), result);
     if (interrupted())
         return status::interrupted;
     if (!written) {
-        write(how_.errors, fmt::format("{}the answer can't be written\n", source));
+        report(line, {"the answer can't be written", {}, {}}, status::failed);
         return status::failed;
     }
     leaving_ = leaving_ || ended == outcome::leave;
     return result;
 }
 
-status shell::complain(std::string_view line, const complaint &why, std::string_view source,
-                       std::size_t prompt_width)
+std::string shell::where() const
+{
+    return number_ != 0 ? fmt::format("line {}: ", number_) : "";
+}
+
+std::string shell::json_where(std::string_view line) const
+{
+    return fmt::format("\"line\": {}, \"line_number\": {}", json_string(line),
+                       number_ != 0 ? fmt::format("{}", number_) : "null");
+}
+
+status shell::complain(std::string_view line, const complaint &why, std::size_t prompt_width)
 {
     const auto at = std::min(why.at, line.size());
     const auto column = display_width(printable(line.substr(0, at))) + (why.at - at);
     const auto result = why.is == verdict::wrong ? status::wrong : status::incomplete;
     const auto names = names_of(why.instead);
     if (how_.as == form::json) {
-        write(
-            how_.errors,
-            fmt::format("{{\"error\": {}, \"status\": {}, \"line\": {}, \"column\": {}, \"expected\": {}}}\n",
-                        json_string(why.text), static_cast<int>(result), json_string(line), column + 1,
-                        json_list(names)));
+        write(how_.errors,
+              fmt::format("{{\"error\": {}, \"status\": {}, {}, \"column\": {}, \"expected\": {}}}\n",
+                          json_string(why.text), static_cast<int>(result), json_where(line), column + 1,
+                          json_list(names)));
         return result;
     }
     std::string text;
     const auto shown = printable(line);
     const bool in_sight = prompt_width && prompt_width + display_width(shown) < how_.width;
     if (!in_sight)
-        text += fmt::format("{}{}\n", source, shown);
-    text += fmt::format("{:{}}^\n", "", column + (in_sight ? prompt_width : display_width(source)));
+        text += fmt::format("{}{}\n", where(), shown);
+    text += fmt::format("{:{}}^\n", "", column + (in_sight ? prompt_width : display_width(where())));
     text += why.text + "\n";
     if (!names.empty())
         text += fmt::format("  {}: {}\n", why.is == verdict::wrong ? "expected" : "could be followed by",
@@ -133,17 +142,16 @@ status shell::complain(std::string_view line, const complaint &why, std::string_
     return result;
 }
 
-void shell::report(std::string_view line, const failure &why, status as, std::string_view source)
+void shell::report(std::string_view line, const failure &why, status as)
 {
     if (how_.as == form::json) {
-        write(
-            how_.errors,
-            fmt::format("{{\"error\": {}, \"status\": {}, \"line\": {}, \"reasons\": {}, \"advice\": {}}}\n",
-                        json_string(why.what), static_cast<int>(as), json_string(line),
-                        json_list(why.reasons), json_list(why.advice)));
+        write(how_.errors,
+              fmt::format("{{\"error\": {}, \"status\": {}, {}, \"reasons\": {}, \"advice\": {}}}\n",
+                          json_string(why.what), static_cast<int>(as), json_where(line),
+                          json_list(why.reasons), json_list(why.advice)));
         return;
     }
-    auto text = fmt::format("{}{}\n", source, printable(why.what));
+    auto text = fmt::format("{}{}\n", where(), printable(why.what));
     for (const auto &reason : why.reasons)
         text += fmt::format("  {}\n", printable(reason));
     for (const auto &advice : why.advice)
@@ -151,17 +159,11 @@ void shell::report(std::string_view line, const failure &why, status as, std::st
     write(how_.errors, text);
 }
 
-status shell::numbered(std::string_view line, std::size_t number)
-{
-    return run(line, fmt::format("line {}: ", number));
-}
-
 status shell::run_script(std::FILE *script)
 {
     auto first = status::ok;
     char *line = nullptr;
     std::size_t room = 0;
-    std::size_t number = 0;
     while (!leaving_) {
         const auto length = getline(&line, &room, script);
         if (length < 0)
@@ -169,7 +171,8 @@ status shell::run_script(std::FILE *script)
         std::string_view text(line, static_cast<std::size_t>(length));
         while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
             text.remove_suffix(1);
-        const auto result = numbered(text, ++number);
+        ++number_;
+        const auto result = run(text);
         if (first == status::ok)
             first = result;
         if (result == status::interrupted || (result != status::ok && !how_.keep_going))

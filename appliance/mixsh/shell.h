@@ -34,29 +34,31 @@ class shell
   public:
     shell(std::span<const family> families, const settings &how) : families_(families), how_(how) {}
 
-    // source: put before an error, "line 3: "; prompt_width: the line stands on the terminal behind a prompt
-    // so wide, and need not be repeated to point into it; 0: it doesn't.
-    status run(std::string_view line, std::string_view source = {}, std::size_t prompt_width = 0);
+    // prompt_width: the line stands on the terminal behind a prompt so wide, and need not be repeated to
+    // point into it; 0: it doesn't.
+    status run(std::string_view line, std::size_t prompt_width = 0);
     // A file of lines, or the lines of one argument: stops at the first failure unless told to keep going.
     status run_script(std::FILE *script);
     status run_lines(std::string_view lines);
 
     // What may stand at the end of a line, as the "?" key shows it.
-    status explain(std::string_view line, std::string_view source = {}, std::size_t prompt_width = 0);
+    status explain(std::string_view line, std::size_t prompt_width = 0);
 
     bool leaving() const { return leaving_; }
     std::span<const family> families() const { return families_; }
     settings &how() { return how_; }
 
   private:
-    status numbered(std::string_view line, std::size_t number);
-    status complain(std::string_view line, const complaint &why, std::string_view source,
-                    std::size_t prompt_width);
-    void report(std::string_view line, const failure &why, status as, std::string_view source);
+    status complain(std::string_view line, const complaint &why, std::size_t prompt_width);
+    void report(std::string_view line, const failure &why, status as);
+    // What an error begins with, for people and for programs: where in the script it is.
+    std::string where() const;
+    std::string json_where(std::string_view line) const;
 
     std::span<const family> families_;
     settings how_;
     bool leaving_ = false;
+    std::size_t number_ = 0; // of the script's line that runs; 0: there is no script
 };
 
 // A table of what may stand at a place.

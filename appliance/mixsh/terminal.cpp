@@ -192,7 +192,7 @@ status run_terminal(shell &sh)
         if (line != last)
             kept.add(line);
         last = line;
-        sh.run(line, {}, prompt_width);
+        sh.run(line, prompt_width);
     }
     return std::fflush(stdout) == 0 ? status::ok : status::failed;
 }

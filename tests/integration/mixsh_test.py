@@ -151,7 +151,7 @@ class Errors(ShellCase):
         failed = self.shell("show fragmnt", options=["--json"])
         self.assertEqual(failed.returncode, 2)
         error = json.loads(failed.stderr)
-        self.assertEqual(error["column"], 11)
+        self.assertEqual((error["line"], error["line_number"], error["column"]), ("show fragmnt", None, 11))
         self.assertIn("fragment", error["expected"])
         self.mixd.kill()
         failed = self.shell("show fragment", options=["--json"])
@@ -190,10 +190,10 @@ class Errors(ShellCase):
 
     def test_answers_that_can_not_be_written_are_a_failure(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
-            finished = subprocess.run([program("mixsh"), "-c", "show fragment"], env=self.mixd.environment(),
+            finished = subprocess.run([program("mixsh"), "--json", "-c", "show fragment"], env=self.mixd.environment(),
                                       stdout=full, stderr=subprocess.PIPE, text=True, check=False, timeout=30)
         self.assertEqual(finished.returncode, 1)
-        self.assertIn("can't be written", finished.stderr)
+        self.assertIn("can't be written", json.loads(finished.stderr)["error"])
 
 
 class Scripts(ShellCase):
@@ -220,8 +220,11 @@ class Scripts(ShellCase):
         self.assertIn("Fragment count limit", self.ok(stdin="show fragment").stdout)
 
     def test_a_zero_byte_is_refused(self):
-        failed = self.shell(stdin="show fragment\0x\n")
+        failed = self.shell(stdin="# settings\nshow fragment\0x\n", options=["--json"])
         self.assertEqual(failed.returncode, 2)
+        error = json.loads(failed.stderr)
+        self.assertEqual((error["line_number"], error["line"]), (2, "show fragment\0x"))
+        self.assertIn("zero byte", error["error"])
 
     def test_garbage_is_refused_without_harm(self):
         garbage = "x" + "".join(chr(97 + (i * 7919) % 26) for i in range(100000)) + "\n"
