@@ -1,5 +1,6 @@
 """mixscan as a process: beside grep on real files, and its options, errors and exit statuses."""
 
+import glob
 import os
 import pty
 import random
@@ -10,7 +11,8 @@ import threading
 import unittest
 
 MIXSCAN = os.path.join(os.environ["MIX_BIN"], "mixscan")
-REAL_FILES = ["/usr/share/dict/american-english", "/usr/share/common-licenses/GPL-3", "/bin/ls", "/etc/services"]
+# On every Debian, whatever else is installed.
+REAL_FILES = ["/bin/ls", *sorted(glob.glob("/usr/share/common-licenses/*"))]
 
 
 def mixscan(*arguments, stdin=b""):
@@ -31,8 +33,6 @@ class BesideGrep(unittest.TestCase):
     def test_single_patterns_that_cannot_overlap_themselves(self):
         compared = 0
         for name in REAL_FILES:
-            if not os.path.exists(name):
-                continue
             for pattern in ["the", "ing", "http", "License", "GLIBC", "s's", "zyzzyva", "tcp"]:
                 grep = subprocess.run(["grep", "-F", "-a", "-o", "-b", "-e", pattern, name], capture_output=True,
                                       env={**os.environ, "LC_ALL": "C"})
